@@ -1,0 +1,112 @@
+// The library's record of one arm: connection, reply queue, cached
+// parameters, and the public handle that callers hold a pointer to.
+#pragma once
+
+#include "core/platform.h"
+#include "ka_api.h"
+
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+// Protocol limits of the receive side.
+constexpr int queue_entry_count = 20;            // lines held per arm
+constexpr size_t queue_name_capacity = 54;       // "command"/"state" value kept per line
+constexpr size_t queue_line_capacity = 10240;    // longest line that is filed
+constexpr uint64_t queue_stale_after = 50;       // an entry is stale after 50 further lines
+constexpr size_t max_line_bytes = 20480;         // assembly without "\r\n" is dropped here
+constexpr size_t min_line_bytes = 6;             // shorter texts are never a reply
+
+struct ka_socket_object {
+    platform::socket_t fd = platform::invalid_socket;
+    char ip[20] = {};
+    int port = 0;
+    std::mutex send_mutex; // a line goes out whole, never interleaved
+};
+
+struct queue_entry {
+    bool used = false;
+    char name[queue_name_capacity] = {};
+    std::string text;
+    uint64_t stamp = 0;
+};
+
+// Lines received for one arm, waiting to be taken by the command that asked
+// for them. Filed by the receive thread, taken by the commanding threads.
+struct reply_queue {
+    std::mutex mutex;
+    std::condition_variable filed;
+    std::array<queue_entry, queue_entry_count> entries;
+    uint64_t counter = 0; // lines filed so far
+    bool closed = false;  // the connection is gone: waiters stop waiting
+};
+
+struct arm_record {
+    std::unique_ptr<ka_socket_object> socket;
+    reply_queue queue;
+    ka_robot_handle pub{}; // the caller's handle points here
+
+    // Cache filled by the queries run at creation (and refreshed by later
+    // reads of the same values); handed to the kinematics.
+    std::mutex cache_mutex;
+    ka_frame_t tool_frame{};
+    ka_frame_t work_frame{};
+    float install[3] = {}; // degrees
+    float joint_max_pos[7] = {};
+    float joint_min_pos[7] = {};
+    float joint_max_acc[7] = {};
+    float joint_max_speed[7] = {};
+    int push_port = 0;
+
+    std::atomic<bool> connected{false};
+
+    // Line assembly: used by the receive thread (modes 1, 2) or, under
+    // direct_read_mutex, by the commanding thread (mode 0).
+    std::string assembly;
+    bool skipping_long_line = false; // dropping an over-long line up to its end
+    std::mutex direct_read_mutex;
+
+    ~arm_record();
+};
+
+using arm_ptr = std::shared_ptr<arm_record>;
+
+// The public fields are read and written from several threads; the library
+// accesses them atomically (callers read them as plain ints).
+inline int32_t load_public(const int32_t &field) {
+    return std::atomic_ref<int32_t>(const_cast<int32_t &>(field)).load();
+}
+inline void store_public(int32_t &field, int32_t value) {
+    std::atomic_ref<int32_t>(field).store(value);
+}
+
+// Registry (registry.cpp). Looks a handle up among the registered arms; the
+// returned pointer keeps the record alive while a command uses it.
+arm_ptr registry_find(const ka_robot_handle *handle);
+// Current thread mode (ka_thread_mode_e; 2 until ka_init says otherwise).
+int thread_mode();
+// Snapshot of the registered, connected arms (for the receive thread).
+void registry_connected_arms(std::array<arm_ptr, KA_MAX_ARMS> &out);
+
+// Receive side (transport.cpp).
+void receiver_start();
+void receiver_stop();
+void receiver_wake(); // the set of arms changed
+void mark_disconnected(arm_record &arm);
+// Mode 0 and threaded waiting for the line named `name`; see handle_revice_data.
+int wait_for_line(arm_record &arm, const char *name, char *out, int size, int timeout_ms);
+// Drops queued lines with this name (a new wait must not take an old one).
+void purge_lines(arm_record &arm, const char *name);
+
+// Awaited-event flag: 0 none, 1 a motion's completion is awaited, 2 a
+// program's. See get_str_from_fifo.
+extern std::atomic<int> awaited_event;
+
+// Realtime push (realtime.cpp).
+void realtime_start();
+void realtime_stop();
+int realtime_add_port(int port);

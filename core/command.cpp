@@ -1,0 +1,62 @@
+#include "core/command.h"
+
+
+namespace cmd {
+
+int exchange(const char *function, ka_robot_handle *handle, const char *command,
+             std::initializer_list<ka_request_field> fields, const char *reply, int timeout_ms,
+             char *buffer, int size) {
+    ka_request_field all[24];
+    int count = 0;
+    all[count++] = text("command", command);
+    for (const auto &field : fields)
+        if (count < 24) all[count++] = field;
+    return ka_pack_lock_set(function, handle, all, count, reply, buffer, size, timeout_ms);
+}
+
+int run(const set_command &c, ka_robot_handle *handle, std::initializer_list<ka_request_field> fields) {
+    reply_text reply;
+    int n = exchange(c.function, handle, c.command, fields, c.reply, c.timeout_ms, reply.text,
+                     sizeof reply.text);
+    if (n < 1) return n;
+    return parse_ka_set_command(c.function, reply.text, c.result_key);
+}
+
+int run(const query_command &q, ka_robot_handle *handle, reply_text &reply) {
+    return exchange(q.function, handle, q.command, {}, q.reply, q.timeout_ms, reply.text,
+                    sizeof reply.text);
+}
+
+int disconnected(const char *function) {
+    ka_log_error("[%s] The robotic arm has been disconnected\n", function);
+    return -1;
+}
+
+int arm_dof(const ka_robot_handle *handle) {
+    arm_ptr arm = registry_find(handle);
+    int dof = arm ? load_public(arm->pub.arm_dof) : 0;
+    return dof == 6 || dof == 7 ? dof : 0;
+}
+
+} // namespace cmd
+
+extern "C" {
+
+int ka_set_data_common(ka_robot_handle *handle, int value, const char *command, const char *key) {
+    return cmd::run(cmd::set_command{"ka_set_data_common", command, command, "set_state",
+                                     m_nOutTime_max},
+                    handle, {cmd::number(key, value)});
+}
+
+int ka_get_data_common(ka_robot_handle *handle, int *value, const char *command, const char *key) {
+    if (!value || !command || !key) return -1;
+    cmd::reply_text reply;
+    int n = cmd::run(cmd::query_command{"ka_get_data_common", command, command}, handle, reply);
+    if (n < 1) return n;
+    ka_reply_field field = cmd::int_field(key);
+    int parsed = common_json_parse("ka_get_data_common", reply.text, &field, 1);
+    if (parsed == 0) *value = field.value.i;
+    return parsed;
+}
+
+} // extern "C"

@@ -1,0 +1,88 @@
+// The shapes every command family is written in: request fields built in
+// one line each, a standard set command, a standard query, and typed reply
+// fields. A family file then only states names, keys, scaling and time-outs.
+#pragma once
+
+#include "core/exchange.h"
+#include "core/scale.h"
+
+#include <initializer_list>
+
+namespace cmd {
+
+inline ka_request_field text(const char *key, const char *v) {
+    ka_request_field f{KA_FIELD_STRING, key, 0, {}};
+    f.value.s = v;
+    return f;
+}
+inline ka_request_field number(const char *key, int32_t v) {
+    ka_request_field f{KA_FIELD_INT, key, 0, {}};
+    f.value.i = v;
+    return f;
+}
+inline ka_request_field numbers(const char *key, const int32_t *v, int count) {
+    ka_request_field f{KA_FIELD_INT_ARRAY, key, count, {}};
+    f.value.a = v;
+    return f;
+}
+inline ka_request_field boolean(const char *key, bool v) {
+    ka_request_field f{KA_FIELD_BOOL, key, 0, {}};
+    f.value.b = v;
+    return f;
+}
+inline ka_request_field item(const char *key, cJSON *v) {
+    ka_request_field f{KA_FIELD_ITEM, key, 0, {}};
+    f.value.item = v;
+    return f;
+}
+
+inline ka_reply_field int_field(const char *key) { return {KA_FIELD_INT, key, 0, {}}; }
+inline ka_reply_field ints_field(const char *key, int count) {
+    return {KA_FIELD_INT_ARRAY, key, count, {}};
+}
+inline ka_reply_field text_field(const char *key) { return {KA_FIELD_STRING, key, 0, {}}; }
+inline ka_reply_field bool_field(const char *key) { return {KA_FIELD_BOOL, key, 0, {}}; }
+inline ka_reply_field item_field(const char *key) { return {KA_FIELD_ITEM, key, 0, {}}; }
+
+// A reply line, zeroed.
+struct reply_text {
+    char text[reply_buffer_size] = {};
+};
+
+// Sends {"command": command, fields...} and waits for the line named reply
+// (no wait, only the pause, when reply is null). The reply's length, or the
+// exchange's code (-1 send / handle, -2 time-out).
+int exchange(const char *function, ka_robot_handle *handle, const char *command,
+             std::initializer_list<ka_request_field> fields, const char *reply, int timeout_ms,
+             char *buffer, int size);
+
+// A set command: the controller answers under `reply` with a boolean under
+// `result_key`.
+struct set_command {
+    const char *function;
+    const char *command;
+    const char *reply;
+    const char *result_key;
+    int timeout_ms = m_nOutTime;
+};
+// 0 true, 1 false, -3 unparsable, or the exchange's code.
+int run(const set_command &c, ka_robot_handle *handle,
+        std::initializer_list<ka_request_field> fields = {});
+
+// A query: {"command": command} answered under `reply`.
+struct query_command {
+    const char *function;
+    const char *command;
+    const char *reply;
+    int timeout_ms = m_nOutTime;
+};
+// The reply's length (> 0) or the exchange's code.
+int run(const query_command &q, ka_robot_handle *handle, reply_text &reply);
+
+// Logs "[%s] The robotic arm has been disconnected\n" and gives -1.
+int disconnected(const char *function);
+
+// The DOF of a registered 6 or 7 axis arm, else 0.
+int arm_dof(const ka_robot_handle *handle);
+
+} // namespace cmd

@@ -1,0 +1,485 @@
+// TCP transport: the socket object, the receive thread that splits each
+// arm's byte stream into lines and files them in the arm's reply queue, the
+// direct reader of single-thread mode, and matching a line to a waiter.
+#include "core/arm.h"
+#include "core/json.h"
+#include "core/save_state.h"
+#include "core/transport.h"
+
+#include <algorithm>
+#include <cstring>
+#include <thread>
+
+std::atomic<int> awaited_event{0};
+
+namespace {
+
+constexpr int send_timeout_ms = 3000;
+constexpr int connect_timeout_ms = 3000;
+constexpr const char *trajectory_event = "current_trajectory_state";
+constexpr const char *program_event = "program_run_finish";
+
+std::atomic<ka_event_callback_t> event_callback{nullptr};
+
+struct receiver_state {
+    std::mutex control; // start and stop
+    std::thread thread;
+    std::atomic<bool> stop{false};
+    platform::wake_channel wake;
+};
+
+receiver_state &receiver() {
+    static receiver_state state;
+    return state;
+}
+
+// The value of "command", else of "state"; empty when neither is a string.
+const char *line_name(const cJSON *doc) {
+    const char *name = MIO_JSON_GetObjectItemStr(doc, "command");
+    if (!name) name = MIO_JSON_GetObjectItemStr(doc, "state");
+    return name;
+}
+
+void copy_name(char (&dst)[queue_name_capacity], const char *src) {
+    std::snprintf(dst, sizeof dst, "%s", src ? src : "");
+}
+
+int copy_out(char *out, int size, const char *text, size_t length) {
+    if (!out || size < 1) return static_cast<int>(length);
+    size_t n = std::min(length, static_cast<size_t>(size - 1));
+    std::memcpy(out, text, n);
+    out[n] = '\0';
+    return static_cast<int>(n);
+}
+
+void deliver_event(const arm_record &arm, const cJSON *doc, int type) {
+    ka_event_push_data_t event{};
+    event.handle_id = load_public(arm.pub.id);
+    event.event_type = type;
+    if (type == 1) {
+        event.device = MIO_JSON_GetObjectItemInt(doc, "device");
+        event.trajectory_state = MIO_JSON_GetObjectItemBool(doc, "trajectory_state") == 1;
+        event.trajectory_connect = MIO_JSON_GetObjectItemInt(doc, "trajectory_connect");
+    } else {
+        event.finish_id = MIO_JSON_GetObjectItemInt(doc, "finish_id");
+    }
+    if (auto callback = event_callback.load()) callback(event);
+}
+
+// Receive thread: a "point" line of a trajectory save goes to the save file.
+void save_point_threaded(const char *line, size_t length, const cJSON *point) {
+    auto &save = trajectory_save();
+    std::lock_guard<std::mutex> lock(save.mutex);
+    if (!cJSON_IsArray(point)) {
+        save.no_file = true;
+        ka_log_error("Error: 'point' is not an array. %s\n", line);
+    } else if (!save.file) {
+        save.no_file = true;
+    } else {
+        std::fwrite(line, 1, length, save.file);
+        std::fputs("\r\n", save.file);
+        std::fflush(save.file);
+        save.started = true;
+        save.silent_ms = 0;
+        ++save.count;
+        ka_log_debug("drag_teach_count:  %d  drag_teach_total_num: %d\n", save.count, save.total);
+        if (save.count != 0 && save.count == save.total) save.complete = true;
+    }
+    save.changed.notify_all();
+}
+
+// Single-thread mode: the commanding thread met a "point" line.
+void save_point_direct(const arm_record &arm, const std::string &line) {
+    auto &save = trajectory_save();
+    std::lock_guard<std::mutex> lock(save.mutex);
+    save.started = true;
+    save.silent_ms = 0;
+    if (save.file) {
+        save.no_file = false;
+        char copy[2048];
+        copy_out(copy, sizeof copy, line.data(), line.size());
+        ka_log_debug("drag_save len %d robot_handle: %d drag_save:%s\n",
+                     static_cast<int>(line.size()), load_public(arm.pub.id), copy);
+        // The line keeps its own "\r\n" unless the copy had to cut it off.
+        std::fputs(copy, save.file);
+        if (!std::strstr(copy, "\r\n")) std::fputs("\r\n", save.file);
+        std::fflush(save.file);
+    } else {
+        save.no_file = true;
+    }
+    save.changed.notify_all();
+}
+
+// Quiet time on the wire while a save is running ends the point stream.
+void save_account_silence(long quiet_ms) {
+    auto &save = trajectory_save();
+    std::lock_guard<std::mutex> lock(save.mutex);
+    if (!save.started || save.complete) return;
+    save.silent_ms += quiet_ms;
+    if (save.silent_ms >= save_quiet_ms) {
+        save.complete = true;
+        save.changed.notify_all();
+    }
+}
+
+bool save_waiting_for_silence() {
+    auto &save = trajectory_save();
+    std::lock_guard<std::mutex> lock(save.mutex);
+    return save.started && !save.complete;
+}
+
+// Takes the first queued line named `name`; the queue's mutex is held.
+int take_line(reply_queue &queue, const char *name, char *out, int size) {
+    for (size_t i = 0; i < queue.entries.size(); ++i) {
+        queue_entry &entry = queue.entries[i];
+        if (!entry.used) continue;
+        // A completion report left over from a command that did not wait for
+        // it is dropped by the next lookup, so that it cannot end a later wait
+        // early. A wait for the report itself takes it.
+        int flag = awaited_event.load();
+        bool stale_event = (flag == 1 && std::strcmp(entry.name, trajectory_event) == 0) ||
+                           (flag == 2 && std::strcmp(entry.name, program_event) == 0);
+        if (std::strcmp(entry.name, name) == 0) {
+            if (stale_event) awaited_event.store(0);
+            int n = copy_out(out, size, entry.text.data(), entry.text.size());
+            entry.used = false;
+            return n;
+        }
+        if (stale_event) {
+            awaited_event.store(0);
+            entry.used = false;
+            continue;
+        }
+        ka_log_debug("i is %d command is %s\n", static_cast<int>(i), entry.name);
+    }
+    return -1;
+}
+
+// A line with a NUL byte is no JSON text a reply parser could read.
+bool has_nul(const char *line, size_t length) { return std::memchr(line, '\0', length) != nullptr; }
+
+void file_line(arm_record &arm, const char *line, size_t length) {
+    if (length < min_line_bytes - 1 || has_nul(line, length)) return;
+    json_ptr doc(cJSON_ParseWithLength(line, length));
+    if (!doc) return;
+    const char *name = line_name(doc.get());
+    const cJSON *point = name ? nullptr : cJSON_GetObjectItem(doc.get(), "point");
+    if (!name && !point) return; // nobody can ask for it
+    if (point) {
+        save_point_threaded(std::string(line, length).c_str(), length, point);
+        if (!cJSON_IsArray(point)) return;
+    }
+    ka_log_debug("thread_socket_receive len %d robot_handle: %d message:%.*s\n",
+                 static_cast<int>(length), load_public(arm.pub.id), static_cast<int>(length), line);
+    int event_type = 0;
+    {
+        reply_queue &queue = arm.queue;
+        std::lock_guard<std::mutex> lock(queue.mutex);
+        ++queue.counter;
+        queue_entry *slot = nullptr;
+        if (point) {
+            // Point lines carry no name; they go to the entry indexed by the
+            // arm's DOF, as the controller's save protocol has always done.
+            int dof = load_public(arm.pub.arm_dof);
+            if (dof > 0 && dof < queue_entry_count) slot = &queue.entries[static_cast<size_t>(dof)];
+        } else {
+            for (auto &entry : queue.entries)
+                if (!entry.used) {
+                    slot = &entry;
+                    break;
+                }
+            if (!slot)
+                for (auto &entry : queue.entries)
+                    if (queue.counter > entry.stamp + queue_stale_after) {
+                        slot = &entry;
+                        break;
+                    }
+        }
+        if (!slot) return; // every entry holds a fresh line: drop this one
+        copy_name(slot->name, name);
+        slot->text.assign(line, std::min(length, queue_line_capacity));
+        slot->stamp = queue.counter;
+        slot->used = true;
+        if (name && std::strcmp(name, trajectory_event) == 0) event_type = 1;
+        if (name && std::strcmp(name, program_event) == 0) event_type = 2;
+    }
+    arm.queue.filed.notify_all();
+    if (event_type) deliver_event(arm, doc.get(), event_type);
+}
+
+// Appends received bytes and files every complete line.
+void feed(arm_record &arm, const char *data, size_t length) {
+    std::string &buffer = arm.assembly;
+    size_t scan_from = buffer.empty() ? 0 : buffer.size() - 1;
+    buffer.append(data, length);
+    size_t start = 0;
+    for (size_t pos = buffer.find("\r\n", scan_from); pos != std::string::npos;
+         pos = buffer.find("\r\n", start)) {
+        if (arm.skipping_long_line)
+            arm.skipping_long_line = false; // the tail of an over-long line
+        else
+            file_line(arm, buffer.data() + start, pos - start);
+        start = pos + 2;
+    }
+    buffer.erase(0, start);
+    // No line end within the limit: drop what came and the rest of that line,
+    // so the next line is read intact.
+    if (buffer.size() >= max_line_bytes) {
+        buffer.erase(0, buffer.size() - 1); // keep a trailing '\r'
+        if (buffer != "\r") buffer.clear();
+        arm.skipping_long_line = true;
+    }
+}
+
+void read_available(arm_record &arm) {
+    char chunk[16384];
+    for (;;) {
+        long n = platform::recv_some(arm.socket->fd, chunk, sizeof chunk);
+        if (n > 0) {
+            feed(arm, chunk, static_cast<size_t>(n));
+            continue;
+        }
+        if (n == 0 || n == -2) mark_disconnected(arm);
+        return;
+    }
+}
+
+void receive_loop() {
+    auto &state = receiver();
+    std::array<arm_ptr, KA_MAX_ARMS> arms;
+    platform::socket_t sockets[KA_MAX_ARMS + 1];
+    bool ready[KA_MAX_ARMS + 1];
+    while (!state.stop.load()) {
+        registry_connected_arms(arms);
+        size_t count = 0;
+        arm_record *polled[KA_MAX_ARMS + 1] = {};
+        sockets[count++] = state.wake.read_end();
+        for (auto &arm : arms)
+            if (arm) {
+                polled[count] = arm.get();
+                sockets[count++] = arm->socket->fd;
+            }
+        int timeout = save_waiting_for_silence() ? static_cast<int>(save_quiet_ms) : -1;
+        auto began = platform::clock::now();
+        int r = platform::poll_readable(sockets, ready, count, timeout);
+        if (r == 0) {
+            save_account_silence(static_cast<long>(
+                std::chrono::duration_cast<std::chrono::milliseconds>(platform::clock::now() - began)
+                    .count()));
+            continue;
+        }
+        if (ready[0]) state.wake.drain();
+        for (size_t i = 1; i < count; ++i)
+            if (ready[i]) read_available(*polled[i]);
+        for (auto &arm : arms) arm.reset();
+    }
+}
+
+// Single-thread mode: read the socket on the caller's thread until the line
+// named `name` arrives. Bytes received after it in the same read are dropped.
+int direct_wait(arm_record &arm, const char *name, char *out, int size, int timeout_ms) {
+    std::lock_guard<std::mutex> reading(arm.direct_read_mutex);
+    std::string &buffer = arm.assembly;
+    buffer.clear();
+    bool skipping = false; // dropping an over-long line up to its end
+    if (!arm.connected.load()) return -1;
+    auto deadline = platform::clock::now() + std::chrono::milliseconds(timeout_ms);
+    char chunk[4096];
+    for (;;) {
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - platform::clock::now());
+        if (left.count() <= 0) break;
+        int w = platform::wait_readable(arm.socket->fd, static_cast<int>(left.count()));
+        if (w == 0) break;
+        if (w < 0) return -2;
+        long n = platform::recv_some(arm.socket->fd, chunk, sizeof chunk);
+        if (n == -1) continue;
+        if (n == 0 || n == -2) {
+            mark_disconnected(arm);
+            return n == 0 ? -1 : -2;
+        }
+        for (long i = 0; i < n; ++i) {
+            buffer.push_back(chunk[i]);
+            size_t len = buffer.size();
+            bool line_end = chunk[i] == '\n' && len >= 2 && buffer[len - 2] == '\r';
+            if (len >= max_line_bytes && !line_end) {
+                buffer.clear();
+                skipping = true;
+                continue;
+            }
+            if (!line_end) continue;
+            if (skipping || len < min_line_bytes || has_nul(buffer.data(), len)) {
+                skipping = false;
+                buffer.clear();
+                continue;
+            }
+            json_ptr doc(cJSON_ParseWithLength(buffer.data(), len));
+            const char *line = doc ? line_name(doc.get()) : nullptr;
+            if (line && std::strcmp(line, name) == 0) {
+                int copied = copy_out(out, size, buffer.data(), len);
+                ka_log_debug("thread_socket_receive len %d robot_handle: %d message:%s\n", copied,
+                             load_public(arm.pub.id), out);
+                buffer.clear();
+                return copied;
+            }
+            if (doc && !line && cJSON_GetObjectItem(doc.get(), "point")) save_point_direct(arm, buffer);
+            buffer.clear();
+        }
+    }
+    save_account_silence(timeout_ms);
+    return -1;
+}
+
+} // namespace
+
+trajectory_save_state &trajectory_save() {
+    static trajectory_save_state state;
+    return state;
+}
+
+arm_record::~arm_record() {
+    if (socket) platform::close_socket(socket->fd);
+}
+
+void receiver_start() {
+    auto &state = receiver();
+    std::lock_guard<std::mutex> lock(state.control);
+    if (state.thread.joinable()) return;
+    state.stop.store(false);
+    state.thread = std::thread(receive_loop);
+}
+
+void receiver_stop() {
+    auto &state = receiver();
+    std::lock_guard<std::mutex> lock(state.control);
+    if (!state.thread.joinable()) return;
+    state.stop.store(true);
+    state.wake.notify();
+    state.thread.join();
+}
+
+void receiver_wake() { receiver().wake.notify(); }
+
+void mark_disconnected(arm_record &arm) {
+    if (!arm.connected.exchange(false)) return;
+    ka_log_debug("connection of arm %d closed\n", load_public(arm.pub.id));
+    {
+        std::lock_guard<std::mutex> lock(arm.queue.mutex);
+        arm.queue.closed = true;
+    }
+    arm.queue.filed.notify_all();
+}
+
+int wait_for_line(arm_record &arm, const char *name, char *out, int size, int timeout_ms) {
+    if (timeout_ms < 2 || !name) return -1;
+    int mode = thread_mode();
+    if (mode == KA_THREAD_MODE_SINGLE) return direct_wait(arm, name, out, size, timeout_ms);
+    if (mode != KA_THREAD_MODE_DUAL && mode != KA_THREAD_MODE_TRIPLE) {
+        // No reader in this mode: the wait can only run out.
+        std::this_thread::sleep_for(std::chrono::milliseconds(timeout_ms));
+        return -1;
+    }
+    reply_queue &queue = arm.queue;
+    auto deadline = platform::clock::now() + std::chrono::milliseconds(timeout_ms);
+    std::unique_lock<std::mutex> lock(queue.mutex);
+    for (;;) {
+        int n = take_line(queue, name, out, size);
+        if (n >= 0) return n;
+        if (queue.closed) return -1;
+        if (queue.filed.wait_until(lock, deadline) == std::cv_status::timeout)
+            return take_line(queue, name, out, size);
+    }
+}
+
+void purge_lines(arm_record &arm, const char *name) {
+    std::lock_guard<std::mutex> lock(arm.queue.mutex);
+    for (auto &entry : arm.queue.entries)
+        if (entry.used && std::strcmp(entry.name, name) == 0) entry.used = false;
+}
+
+extern "C" {
+
+ka_socket_object *ka_socket_handle_init(const char *ip, int port) {
+    if (!ip || port < 1 || std::strlen(ip) > sizeof(ka_socket_object::ip)) return nullptr;
+    auto object = new ka_socket_object;
+    std::memcpy(object->ip, ip, std::strlen(ip));
+    object->port = port;
+    return object;
+}
+
+void ka_socket_handle_destroy(ka_socket_object *object) {
+    if (!object) return;
+    platform::close_socket(object->fd);
+    delete object;
+}
+
+int socket_connect(ka_socket_object *object) {
+    if (!object) return -1;
+    char ip[sizeof object->ip + 1] = {};
+    std::memcpy(ip, object->ip, sizeof object->ip);
+    int stage = 0;
+    object->fd = platform::tcp_connect(ip, object->port, connect_timeout_ms, &stage);
+    return object->fd >= 0 ? object->fd : stage;
+}
+
+int socket_send(ka_socket_object *object, const char *buffer, int length) {
+    if (!object || !buffer || length < 1) return -1;
+    std::lock_guard<std::mutex> lock(object->send_mutex);
+    return platform::send_all(object->fd, buffer, static_cast<size_t>(length), 0) == 0 ? 0 : -2;
+}
+
+int socket_block_send(ka_socket_object *object, const char *buffer, int length) {
+    if (!object || !buffer || length < 1) return -1;
+    std::lock_guard<std::mutex> lock(object->send_mutex);
+    return platform::send_all(object->fd, buffer, static_cast<size_t>(length), send_timeout_ms);
+}
+
+int socket_receive(ka_socket_object *object, char *buffer, int length) {
+    if (!object || !buffer || length < 1) return -1;
+    long n = platform::recv_some(object->fd, buffer, static_cast<size_t>(length));
+    if (n < 0) return -2;
+    ka_log_debug("buf:is %.*s\n", static_cast<int>(n), buffer);
+    return static_cast<int>(n);
+}
+
+int socket_blocking_recive(ka_socket_object *object, char *buffer, int length) {
+    if (!object || !buffer || length < 1) return -2;
+    long n = platform::recv_some(object->fd, buffer, static_cast<size_t>(length));
+    if (n > 0) return static_cast<int>(n);
+    return n == 0 ? -1 : -2;
+}
+
+// Shuts the connection down at once; the descriptor itself is released with
+// the arm's record, so a receive thread polling it never sees a reused number.
+int socket_close(ka_socket_object *object) {
+    if (object) platform::shutdown_socket(object->fd);
+    return 0;
+}
+
+int add_str_to_fifo(arm_record *arm, const char *line, int length) {
+    if (!arm || !line || length < 1) return -1;
+    file_line(*arm, line, static_cast<size_t>(length));
+    return 0;
+}
+
+int get_str_from_fifo(reply_queue *queue, const char *name, char *out, int size) {
+    if (!queue || !name) return -1;
+    std::lock_guard<std::mutex> lock(queue->mutex);
+    return take_line(*queue, name, out, size);
+}
+
+int handle_revice_data(arm_record *arm, const char *name, char *out, int size, int timeout_ms) {
+    if (!arm) return -1;
+    if (out && size > 0) out[0] = '\0';
+    return wait_for_line(*arm, name, out, size, timeout_ms);
+}
+
+void *thread_socket_receive(void *) {
+    receive_loop();
+    return nullptr;
+}
+
+void ka_get_arm_event_call_back(ka_event_callback_t callback) {
+    if (callback) event_callback.store(callback);
+}
+
+} // extern "C"

@@ -1,0 +1,63 @@
+#include "support/arm_fixture.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <gtest/gtest.h>
+#include <mutex>
+
+namespace ka_test {
+
+arm_session::arm_session(int mode, const std::string &product, int dof) {
+    ka_init(mode);
+    serve_standard_arm(peer, product, dof);
+    arm = ka_create_robot_arm("127.0.0.1", peer.port());
+    peer.clear_lines();
+}
+
+arm_session::~arm_session() { ka_destory(); }
+
+void expect_wire(arm_session &session, const wire_case &row) {
+    SCOPED_TRACE(row.name);
+    session.peer.clear_lines();
+    if (!row.reply.empty()) session.peer.answer_next({reply(row.reply)});
+    int result = row.call(session.arm);
+    EXPECT_EQ(result, row.result);
+    ASSERT_TRUE(session.peer.wait_for_lines(1, std::chrono::seconds(2)));
+    EXPECT_EQ(session.peer.lines().front(), row.request);
+}
+
+namespace {
+std::mutex capture_mutex;
+std::vector<std::string> captured;
+
+void capture_sink(const char *format, va_list args) {
+    char text[2048];
+    std::vsnprintf(text, sizeof text, format, args);
+    std::lock_guard<std::mutex> lock(capture_mutex);
+    captured.emplace_back(text);
+}
+} // namespace
+
+log_capture::log_capture() {
+    {
+        std::lock_guard<std::mutex> lock(capture_mutex);
+        captured.clear();
+    }
+    ka_set_log_call_back(capture_sink, 0);
+}
+
+log_capture::~log_capture() { ka_set_log_call_back(nullptr, 3); }
+
+std::vector<std::string> log_capture::lines() const {
+    std::lock_guard<std::mutex> lock(capture_mutex);
+    return captured;
+}
+
+bool log_capture::contains(const std::string &text) const {
+    std::lock_guard<std::mutex> lock(capture_mutex);
+    for (const auto &line : captured)
+        if (line.find(text) != std::string::npos) return true;
+    return false;
+}
+
+} // namespace ka_test

@@ -1,0 +1,50 @@
+// Test harness around the scripted controller: an arm opened against a
+// peer in a chosen thread mode, the "call, expected line, answer, expected
+// result" wire check, and a log capture.
+#pragma once
+
+#include "ka_api.h"
+#include "support/test_peer.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace ka_test {
+
+// Starts the library in `mode`, serves a standard arm and opens it. The
+// destructor closes everything (ka_destory).
+struct arm_session {
+    explicit arm_session(int mode = KA_THREAD_MODE_DUAL, const std::string &product = "KIVO-B",
+                         int dof = 6);
+    ~arm_session();
+    arm_session(const arm_session &) = delete;
+    arm_session &operator=(const arm_session &) = delete;
+
+    test_peer peer;
+    ka_robot_handle *arm = nullptr;
+};
+
+// One row of a wire table: what the library must send for a call, what the
+// controller answers (empty: nothing), and what the call must return.
+struct wire_case {
+    std::string name;
+    std::function<int(ka_robot_handle *)> call;
+    std::string request; // the exact line, without "\r\n"
+    std::string reply;
+    int result;
+};
+
+// Runs one row against an open session and checks line and result.
+void expect_wire(arm_session &session, const wire_case &row);
+
+// Collects every log line (formatted) while alive; threshold 0.
+class log_capture {
+  public:
+    log_capture();
+    ~log_capture();
+    std::vector<std::string> lines() const;
+    bool contains(const std::string &text) const;
+};
+
+} // namespace ka_test
