@@ -82,10 +82,10 @@ TEST(receive, a_closed_connection_fails_later_commands_at_once) {
     s.peer.answer_next({close_connection()});
     auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(get_v(s.arm), -2); // the waiting command is released early
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 400ms);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 450ms); // before the 500 ms time-out
     start = std::chrono::steady_clock::now();
     EXPECT_EQ(get_v(s.arm), -1);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 100ms);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 450ms); // no time-out waited
     EXPECT_TRUE(log.contains("[ka_get_data_common] get_v send error"));
 }
 

@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Installs every build, test and benchmark dependency from Debian packages.
+# Safe to run again: apt-get only installs what is missing.
+set -euo pipefail
+packages=(build-essential cmake pkg-config libcjson-dev libeigen3-dev
+          libgtest-dev libgmock-dev libbenchmark-dev liborocos-kdl-dev)
+sudo_cmd=()
+if [ "$(id -u)" -ne 0 ]; then sudo_cmd=(sudo); fi
+missing=()
+for p in "${packages[@]}"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+    "${sudo_cmd[@]}" apt-get update
+    DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y --no-install-recommends "${missing[@]}"
+fi
