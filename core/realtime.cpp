@@ -28,7 +28,9 @@ std::atomic<uint16_t> udp_sys_err{0};
 struct udp_receiver {
     std::mutex control;
     std::thread thread;
-    std::atomic<bool> stop{false};
+    // Each started thread has its own flag, so a thread that was told to stop
+    // never runs on because a newer one was started.
+    std::shared_ptr<std::atomic<bool>> stop;
     platform::wake_channel wake;
 };
 
@@ -163,10 +165,10 @@ bool still_listening(ka_udp_listener &listener, platform::socket_t socket) {
     return false;
 }
 
-void udp_loop() {
+void udp_loop(const std::shared_ptr<std::atomic<bool>> &stop) {
     auto &state = udp();
     ka_udp_listener *listener = ka_udp_init();
-    while (!state.stop.load()) {
+    while (!stop->load()) {
         platform::socket_t sockets[KA_MAX_ARMS + 1];
         bool ready[KA_MAX_ARMS + 1];
         size_t count = 0;
@@ -198,17 +200,22 @@ void realtime_start() {
     auto &state = udp();
     std::lock_guard<std::mutex> lock(state.control);
     if (state.thread.joinable()) return;
-    state.stop.store(false);
-    state.thread = std::thread(udp_loop);
+    state.stop = std::make_shared<std::atomic<bool>>(false);
+    state.thread = std::thread(udp_loop, state.stop);
 }
 
 void realtime_stop() {
     auto &state = udp();
     std::lock_guard<std::mutex> lock(state.control);
     if (!state.thread.joinable()) return;
-    state.stop.store(true);
+    state.stop->store(true);
     state.wake.notify();
-    state.thread.join();
+    // A callback running on this very thread may close the library: the
+    // thread then ends on its own after the callback returns.
+    if (state.thread.get_id() == std::this_thread::get_id())
+        state.thread.detach();
+    else
+        state.thread.join();
     ka_udp_listener *listener = ka_udp_init();
     std::lock_guard<std::mutex> ports(listener->mutex);
     for (auto &entry : listener->entries) {
@@ -303,7 +310,7 @@ void ka_udp_close(int socket) {
 }
 
 void *thread_udp_receive(void *) {
-    udp_loop();
+    udp_loop(std::make_shared<std::atomic<bool>>(false));
     return nullptr;
 }
 

@@ -24,7 +24,9 @@ std::atomic<ka_event_callback_t> event_callback{nullptr};
 struct receiver_state {
     std::mutex control; // start and stop
     std::thread thread;
-    std::atomic<bool> stop{false};
+    // Each started thread has its own flag, so a thread that was told to stop
+    // never runs on because a newer one was started.
+    std::shared_ptr<std::atomic<bool>> stop;
     platform::wake_channel wake;
 };
 
@@ -244,12 +246,12 @@ void read_available(arm_record &arm) {
     }
 }
 
-void receive_loop() {
+void receive_loop(const std::shared_ptr<std::atomic<bool>> &stop) {
     auto &state = receiver();
     std::array<arm_ptr, KA_MAX_ARMS> arms;
     platform::socket_t sockets[KA_MAX_ARMS + 1];
     bool ready[KA_MAX_ARMS + 1];
-    while (!state.stop.load()) {
+    while (!stop->load()) {
         registry_connected_arms(arms);
         size_t count = 0;
         arm_record *polled[KA_MAX_ARMS + 1] = {};
@@ -344,17 +346,22 @@ void receiver_start() {
     auto &state = receiver();
     std::lock_guard<std::mutex> lock(state.control);
     if (state.thread.joinable()) return;
-    state.stop.store(false);
-    state.thread = std::thread(receive_loop);
+    state.stop = std::make_shared<std::atomic<bool>>(false);
+    state.thread = std::thread(receive_loop, state.stop);
 }
 
 void receiver_stop() {
     auto &state = receiver();
     std::lock_guard<std::mutex> lock(state.control);
     if (!state.thread.joinable()) return;
-    state.stop.store(true);
+    state.stop->store(true);
     state.wake.notify();
-    state.thread.join();
+    // A callback running on this very thread may close the library: the
+    // thread then ends on its own after the callback returns.
+    if (state.thread.get_id() == std::this_thread::get_id())
+        state.thread.detach();
+    else
+        state.thread.join();
 }
 
 void receiver_wake() { receiver().wake.notify(); }
@@ -474,7 +481,7 @@ int handle_revice_data(arm_record *arm, const char *name, char *out, int size, i
 }
 
 void *thread_socket_receive(void *) {
-    receive_loop();
+    receive_loop(std::make_shared<std::atomic<bool>>(false));
     return nullptr;
 }
 
