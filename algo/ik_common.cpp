@@ -1,0 +1,208 @@
+#include "algo/ik_common.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace {
+
+// Below this the middle axis of a Z-Y-Z triple counts as aligned. A target
+// rounded to float carries about 1e-7 rad, which the arm joints solved
+// before the wrist can amplify by a factor of tens near a stretched elbow.
+// Keeping the references' split within this band costs at most this much
+// orientation.
+constexpr double k_zyz_aligned = 1e-5;
+
+} // namespace
+
+ik_frame ik_frame_from_matrix(const ka_matrix_t &T) {
+    ik_frame F;
+    for (int i = 0; i < 3; ++i) {
+        for (int j = 0; j < 3; ++j)
+            F.R[i][j] = T.data[i][j];
+        F.p[i] = T.data[i][3];
+    }
+    return F;
+}
+
+ka_matrix_t ik_frame_to_matrix(const ik_frame &F) {
+    ka_matrix_t T{};
+    T.rows = 4;
+    T.columns = 4;
+    for (int i = 0; i < 3; ++i) {
+        for (int j = 0; j < 3; ++j)
+            T.data[i][j] = static_cast<float>(F.R[i][j]);
+        T.data[i][3] = static_cast<float>(F.p[i]);
+    }
+    T.data[3][3] = 1.0f;
+    return T;
+}
+
+ik_frame ik_multiply(const ik_frame &A, const ik_frame &B) {
+    ik_frame C;
+    for (int i = 0; i < 3; ++i) {
+        for (int j = 0; j < 3; ++j)
+            C.R[i][j] = A.R[i][0] * B.R[0][j] + A.R[i][1] * B.R[1][j] + A.R[i][2] * B.R[2][j];
+        C.p[i] = A.R[i][0] * B.p[0] + A.R[i][1] * B.p[1] + A.R[i][2] * B.p[2] + A.p[i];
+    }
+    return C;
+}
+
+ik_frame ik_inverse(const ik_frame &A) {
+    ik_frame B;
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j)
+            B.R[i][j] = A.R[j][i];
+    for (int i = 0; i < 3; ++i)
+        B.p[i] = -(B.R[i][0] * A.p[0] + B.R[i][1] * A.p[1] + B.R[i][2] * A.p[2]);
+    return B;
+}
+
+ik_frame ik_flange_target(const ka_matrix_t &T_tool, const ka_matrix_t &install,
+                          const ka_matrix_t &tool) {
+    const ik_frame I_inv = ik_inverse(ik_frame_from_matrix(install));
+    const ik_frame Tt_inv = ik_inverse(ik_frame_from_matrix(tool));
+    return ik_multiply(ik_multiply(I_inv, ik_frame_from_matrix(T_tool)), Tt_inv);
+}
+
+namespace {
+
+// Given the first angle (with its cosine and sine), the middle angle and
+// the fitted last angle.
+void zyz_given_first(const double M[3][3], double a, double ca, double sa, zyz_angles *out) {
+    // Rows of Rz(-a) * M.
+    double r0[3], r1[3];
+    for (int j = 0; j < 3; ++j) {
+        r0[j] = ca * M[0][j] + sa * M[1][j];
+        r1[j] = -sa * M[0][j] + ca * M[1][j];
+    }
+    const double sb = r0[2];
+    const double cb = M[2][2];
+    const double b = std::atan2(sb, cb);
+    const double n = std::sqrt(sb * sb + cb * cb);
+    const double cbn = n > 0.0 ? cb / n : 1.0;
+    const double sbn = n > 0.0 ? sb / n : 0.0;
+    // Ry(-b) * Rz(-a) * M = Rz(c): fit c to its upper 2x2 block.
+    const double B00 = cbn * r0[0] - sbn * M[2][0];
+    const double B01 = cbn * r0[1] - sbn * M[2][1];
+    const double c = std::atan2(r1[0] - B01, B00 + r1[1]);
+    out->angle[0][0] = a;
+    out->angle[0][1] = b;
+    out->angle[0][2] = c;
+    out->angle[1][0] = a + k_pi;
+    out->angle[1][1] = -b;
+    out->angle[1][2] = c + k_pi;
+    out->ca = ca;
+    out->sa = sa;
+}
+
+} // namespace
+
+void ik_zyz_with_first(const double M[3][3], double a, zyz_angles *out) {
+    zyz_given_first(M, a, std::cos(a), std::sin(a), out);
+    out->aligned = true;
+}
+
+double ik_zyz_tilt(const double M[3][3]) {
+    return std::sqrt(M[0][2] * M[0][2] + M[1][2] * M[1][2]);
+}
+
+void ik_zyz_even_split(const double M[3][3], double ref_a, double ref_c, zyz_angles *out) {
+    // Aligned, a + c (b near 0) or c - a (b near pi) is fixed. Find c for
+    // a = ref_a, then move a by half of c's distance from ref_c.
+    zyz_given_first(M, ref_a, std::cos(ref_a), std::sin(ref_a), out);
+    const double half = 0.5 * ik_wrap_pi(out->angle[0][2] - ref_c);
+    ik_zyz_with_first(M, M[2][2] >= 0.0 ? ref_a + half : ref_a - half, out);
+}
+
+void ik_zyz(const double M[3][3], double ref_a, double ref_c, zyz_angles *out) {
+    const double rho = ik_zyz_tilt(M);
+    if (rho < k_zyz_aligned) {
+        ik_zyz_even_split(M, ref_a, ref_c, out);
+        return;
+    }
+    zyz_given_first(M, std::atan2(M[1][2], M[0][2]), M[0][2] / rho, M[1][2] / rho, out);
+    out->aligned = false;
+}
+
+bool ik_wrap_joint(double q, double ref, double lo, double hi, double *out) {
+    // Multiples of 2*pi by truncation, which avoids the library's rounding
+    // calls on this hot path; |values| stay far below 2^52.
+    constexpr double inv = 1.0 / k_two_pi;
+    if (!(std::fabs(q) < 1e9) || !(std::fabs(ref) < 1e9)) return false;
+    // Usually one turn at most separates q from the reference, and the
+    // representative nearest to the reference already lies within the limits.
+    double d = q - ref;
+    if (d > k_pi)
+        d -= k_two_pi;
+    else if (d < -k_pi)
+        d += k_two_pi;
+    if (d >= -k_pi && d <= k_pi && ref + d >= lo && ref + d <= hi) {
+        *out = ref + d;
+        return true;
+    }
+    const double lo_turns = (lo - k_limit_slack - q) * inv;
+    const double hi_turns = (hi + k_limit_slack - q) * inv;
+    auto floor_of = [](double x) {
+        const double t = static_cast<double>(static_cast<long long>(x));
+        return t > x ? t - 1.0 : t;
+    };
+    const double k_hi = floor_of(hi_turns);
+    const double k_lo = -floor_of(-lo_turns);
+    if (k_lo > k_hi) return false;
+    const double k = std::clamp(floor_of((ref - q) * inv + 0.5), k_lo, k_hi);
+    *out = std::clamp(q + k * k_two_pi, lo, hi);
+    return true;
+}
+
+bool find_nearest_joint(const double q[], int dof, const double ref[], const ik_limits &limits,
+                        double out[]) {
+    for (int i = 0; i < dof; ++i)
+        if (!ik_wrap_joint(q[i], ref[i], limits.lo[i], limits.hi[i], &out[i])) return false;
+    return true;
+}
+
+int find_min_index(const double values[], int n) {
+    int best = -1;
+    double best_value = std::numeric_limits<double>::infinity();
+    for (int i = 0; i < n; ++i) {
+        if (values[i] < best_value) {
+            best_value = values[i];
+            best = i;
+        }
+    }
+    return best;
+}
+
+double ik_joint_distance2(const double a[], const double b[], int dof) {
+    double s = 0.0;
+    for (int i = 0; i < dof; ++i)
+        s += (a[i] - b[i]) * (a[i] - b[i]);
+    return s;
+}
+
+bool ik_clamp_cosine(double *c, double scale, double length_slack) {
+    if (!std::isfinite(*c)) return false;
+    if (*c > 1.0) {
+        if ((*c - 1.0) * scale > length_slack) return false;
+        *c = 1.0;
+    } else if (*c < -1.0) {
+        if ((-1.0 - *c) * scale > length_slack) return false;
+        *c = -1.0;
+    }
+    return true;
+}
+
+ik_reach ik_reach_cosine(double *c, double scale) {
+    if (ik_clamp_cosine(c, scale, k_reach_slack)) return ik_reach::reached;
+    if (ik_clamp_cosine(c, scale, k_near_miss_slack)) return ik_reach::near_miss;
+    return ik_reach::unreachable;
+}
+
+bool ik_frame_finite(const ik_frame &F) {
+    for (int i = 0; i < 3; ++i) {
+        if (!std::isfinite(F.p[i])) return false;
+        for (int j = 0; j < 3; ++j)
+            if (!std::isfinite(F.R[i][j])) return false;
+    }
+    return true;
+}

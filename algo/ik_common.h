@@ -1,0 +1,131 @@
+// Building blocks shared by the closed-form solvers: rigid frames in double
+// precision, the Z-Y-Z decomposition every wrist and spherical shoulder of
+// the supported arms reduces to, and the choice of the candidate nearest to
+// the reference joints. Internal to the kinematics; nothing here allocates.
+#pragma once
+
+#include "algo/models.h"
+#include "ka_api.h"
+
+#include <cmath>
+
+inline constexpr double k_pi = 3.14159265358979323846;
+inline constexpr double k_two_pi = 2.0 * k_pi;
+
+// Rigid transform in double precision: rotation R and translation p.
+struct ik_frame {
+    double R[3][3];
+    double p[3];
+};
+
+// Joint limits in radians.
+struct ik_limits {
+    double lo[7];
+    double hi[7];
+};
+
+// A candidate further outside a limit than this is dropped; closer than this
+// it is clamped onto the limit. It absorbs the float rounding of targets built
+// from joints that sit exactly on a limit (about 1e-6 m of motion at 1 m).
+inline constexpr double k_limit_slack = 1e-6;
+
+// Cosine-rule slack, metres: how far a rounded target may lie beyond a
+// stretched or folded arm and still be taken as reached (clamped onto the
+// boundary). Near a shoulder singularity the target's float rounding
+// (1e-7 m) is amplified by a factor of tens before it reaches the elbow.
+inline constexpr double k_reach_slack = 5e-6;
+
+ik_frame ik_frame_from_matrix(const ka_matrix_t &T);
+ka_matrix_t ik_frame_to_matrix(const ik_frame &F);
+ik_frame ik_multiply(const ik_frame &A, const ik_frame &B);
+ik_frame ik_inverse(const ik_frame &A);
+
+// Tool target -> flange target in the arm base frame: I^-1 * T * Tt^-1,
+// worked in double from the context's float matrices.
+ik_frame ik_flange_target(const ka_matrix_t &T_tool, const ka_matrix_t &install,
+                          const ka_matrix_t &tool);
+
+// Angle wrapped into (-pi, pi].
+inline double ik_wrap_pi(double a) {
+    // One turn either way covers the differences of wrapped angles; the
+    // library remainder only for anything larger.
+    if (a > k_pi) {
+        a -= k_two_pi;
+    } else if (a <= -k_pi) {
+        a += k_two_pi;
+    }
+    if (a > k_pi || a <= -k_pi) {
+        a = std::remainder(a, k_two_pi);
+        if (a <= -k_pi) a += k_two_pi;
+    }
+    return a;
+}
+
+// M = Rz(a) * Ry(b) * Rz(c), in two branches: angle[0] with b >= 0 (off
+// alignment) and angle[1] = (a + pi, -b, c + pi). When the middle axis is aligned (b at 0 or
+// pi) only the sum or the difference of a and c is defined; the free turn is
+// then shared evenly between a and c relative to their references, which
+// is the split nearest to them. c is always fitted to the whole matrix given
+// a and b, which keeps the orientation exact near that alignment, where a
+// alone is poorly determined by a rounded target.
+struct zyz_angles {
+    double angle[2][3];
+    double ca, sa; // cos and sin of angle[0][0]
+    bool aligned;
+};
+void ik_zyz(const double M[3][3], double ref_a, double ref_c, zyz_angles *out);
+// The even split of the aligned case forced on M whatever its middle angle.
+// Off alignment it misses M by up to sin(b) (the orientation error of the
+// result); callers polish such candidates.
+void ik_zyz_even_split(const double M[3][3], double ref_a, double ref_c, zyz_angles *out);
+// sin of the middle angle, |b| near 0 or pi: below k_zyz_near_aligned the
+// exact split of a rounded target may lie far from the references while a
+// polished even split reaches the target as well.
+double ik_zyz_tilt(const double M[3][3]);
+inline constexpr double k_zyz_near_aligned = 1e-3;
+// The same with the first angle a prescribed (the caller has found M aligned).
+void ik_zyz_with_first(const double M[3][3], double a, zyz_angles *out);
+
+// Brings one joint value into [lo, hi] by a multiple of 2*pi, choosing the
+// representative nearest to ref. false when no multiple fits.
+bool ik_wrap_joint(double q, double ref, double lo, double hi, double *out);
+
+// Wraps a candidate (joint values, offsets already removed) joint by joint;
+// false when some joint cannot be brought within its limits.
+bool find_nearest_joint(const double q[], int dof, const double ref[], const ik_limits &limits,
+                        double out[]);
+
+// Index of the smallest of n values; -1 when n is 0.
+int find_min_index(const double values[], int n);
+
+// Sum of squared joint differences.
+double ik_joint_distance2(const double a[], const double b[], int dof);
+
+// Ratio of the cosine rule that may sit a rounding error beyond +-1 when the
+// arm is fully stretched or folded: clamps onto +-1 when the excess
+// corresponds to less than length_slack metres, else reports unreachable.
+// scale converts the excess of the ratio into metres (d(distance)/d(ratio)).
+bool ik_clamp_cosine(double *c, double scale, double length_slack = k_reach_slack);
+
+// Polishes the joints q (dof entries, radians) towards the flange target by
+// damped Gauss-Newton on the general product of the DH links. true when the
+// pose error (metres and radians, combined) ends at or below tolerance.
+bool ik_polish(const dh_table &dh, int dof, const ik_frame &target, double q[], double tolerance);
+
+// Cosine-rule slack of a near miss: a branch that misses its cosine rule by
+// less than this is finished with ik_polish instead of being dropped.
+inline constexpr double k_near_miss_slack = 1e-3; // m
+
+// Accepted pose error of a polished candidate (metres and radians combined);
+// the float rounding of a target is about 1e-7.
+inline constexpr double k_polish_tolerance = 1e-6;
+
+// Cosine rule of a triangle of links: k_reached when c lies within
+// [-1, 1] up to k_reach_slack (then clamped onto it), k_near_miss when it
+// misses by less than k_near_miss_slack (also clamped; the candidate needs
+// ik_polish), else k_unreachable. scale as for ik_clamp_cosine.
+enum class ik_reach { unreachable, reached, near_miss };
+ik_reach ik_reach_cosine(double *c, double scale);
+
+// Every entry of the target finite.
+bool ik_frame_finite(const ik_frame &F);

@@ -1,0 +1,185 @@
+// Damped Gauss-Newton on the flange pose over the general product of the
+// modified DH links. The closed forms hand it a candidate that is already
+// within a fraction of a millimetre of the target (a branch whose cosine
+// rule was clamped near a singularity); a few steps make it exact.
+#include "algo/ik_common.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+// Joint frames of the chain: for each joint the axis z_i and a point o_i on
+// it (after Rx(alpha) Tx(a), before Rz), and the flange at the end.
+struct chain_state {
+    double z[7][3];
+    double o[7][3];
+    ik_frame flange;
+};
+
+// cos and sin of a twist, exact for the multiples of pi/2 the tables store
+// as floats (cos(float(pi/2)) is -4e-8, not 0).
+void twist(float alpha, double *c, double *s) {
+    const double quarter = std::nearbyint(alpha / (k_pi / 2));
+    if (std::fabs(alpha - quarter * (k_pi / 2)) < 1e-6) {
+        static constexpr double cs[4][2] = {{1, 0}, {0, 1}, {-1, 0}, {0, -1}};
+        const int k = ((static_cast<int>(quarter) % 4) + 4) % 4;
+        *c = cs[k][0];
+        *s = cs[k][1];
+        return;
+    }
+    *c = std::cos(static_cast<double>(alpha));
+    *s = std::sin(static_cast<double>(alpha));
+}
+
+void forward(const dh_table &dh, int dof, const double q[], chain_state *st) {
+    double R[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+    double p[3] = {0, 0, 0};
+    for (int i = 0; i < dof; ++i) {
+        double ca, sa;
+        twist(dh.alpha[i], &ca, &sa);
+        // Rx(alpha) Tx(a): the joint axis and its origin.
+        double Rx[3][3];
+        for (int r = 0; r < 3; ++r) {
+            Rx[r][0] = R[r][0];
+            Rx[r][1] = ca * R[r][1] + sa * R[r][2];
+            Rx[r][2] = -sa * R[r][1] + ca * R[r][2];
+            p[r] += dh.a[i] * R[r][0];
+        }
+        for (int r = 0; r < 3; ++r) {
+            st->z[i][r] = Rx[r][2];
+            st->o[i][r] = p[r];
+        }
+        // Rz(theta) Tz(d).
+        const double th = q[i] + dh.offset[i];
+        const double ct = std::cos(th), s = std::sin(th);
+        for (int r = 0; r < 3; ++r) {
+            R[r][0] = ct * Rx[r][0] + s * Rx[r][1];
+            R[r][1] = -s * Rx[r][0] + ct * Rx[r][1];
+            R[r][2] = Rx[r][2];
+            p[r] += dh.d[i] * Rx[r][2];
+        }
+    }
+    for (int r = 0; r < 3; ++r) {
+        for (int c = 0; c < 3; ++c)
+            st->flange.R[r][c] = R[r][c];
+        st->flange.p[r] = p[r];
+    }
+}
+
+// Pose error in the base frame: translation, then the small rotation
+// taking the current orientation onto the target's.
+void pose_error(const ik_frame &current, const ik_frame &target, double e[6]) {
+    for (int r = 0; r < 3; ++r)
+        e[r] = target.p[r] - current.p[r];
+    double w[3] = {0, 0, 0};
+    for (int c = 0; c < 3; ++c) {
+        const double u[3] = {current.R[0][c], current.R[1][c], current.R[2][c]};
+        const double v[3] = {target.R[0][c], target.R[1][c], target.R[2][c]};
+        w[0] += u[1] * v[2] - u[2] * v[1];
+        w[1] += u[2] * v[0] - u[0] * v[2];
+        w[2] += u[0] * v[1] - u[1] * v[0];
+    }
+    for (int r = 0; r < 3; ++r)
+        e[3 + r] = 0.5 * w[r];
+}
+
+// Solves the symmetric positive definite 6x6 system A x = b in place (Cholesky).
+bool solve6(double A[6][6], double b[6]) {
+    for (int j = 0; j < 6; ++j) {
+        double d = A[j][j];
+        for (int k = 0; k < j; ++k)
+            d -= A[j][k] * A[j][k];
+        if (!(d > 0.0)) return false;
+        d = std::sqrt(d);
+        A[j][j] = d;
+        for (int i = j + 1; i < 6; ++i) {
+            double s = A[i][j];
+            for (int k = 0; k < j; ++k)
+                s -= A[i][k] * A[j][k];
+            A[i][j] = s / d;
+        }
+    }
+    for (int i = 0; i < 6; ++i) {
+        double s = b[i];
+        for (int k = 0; k < i; ++k)
+            s -= A[i][k] * b[k];
+        b[i] = s / A[i][i];
+    }
+    for (int i = 5; i >= 0; --i) {
+        double s = b[i];
+        for (int k = i + 1; k < 6; ++k)
+            s -= A[k][i] * b[k];
+        b[i] = s / A[i][i];
+    }
+    return true;
+}
+
+double norm6(const double e[6]) {
+    double s = 0.0;
+    for (int i = 0; i < 6; ++i)
+        s += e[i] * e[i];
+    return std::sqrt(s);
+}
+
+void jacobian(const chain_state &st, int dof, double J[6][7]) {
+    for (int i = 0; i < dof; ++i) {
+        const double *z = st.z[i], *o = st.o[i];
+        const double d[3] = {st.flange.p[0] - o[0], st.flange.p[1] - o[1], st.flange.p[2] - o[2]};
+        J[0][i] = z[1] * d[2] - z[2] * d[1];
+        J[1][i] = z[2] * d[0] - z[0] * d[2];
+        J[2][i] = z[0] * d[1] - z[1] * d[0];
+        J[3][i] = z[0];
+        J[4][i] = z[1];
+        J[5][i] = z[2];
+    }
+}
+
+} // namespace
+
+bool ik_polish(const dh_table &dh, int dof, const ik_frame &target, double q[], double tolerance) {
+    chain_state st;
+    double e[6];
+    forward(dh, dof, q, &st);
+    pose_error(st.flange, target, e);
+    double err = norm6(e);
+    // Damping relative to the error: plain Gauss-Newton near the solution,
+    // steadied where the chain is close to singular.
+    for (int it = 0; it < 12 && err > tolerance; ++it) {
+        double J[6][7];
+        jacobian(st, dof, J);
+        const double lambda2 = 1e-4 * err * err;
+        double A[6][6], y[6];
+        for (int r = 0; r < 6; ++r) {
+            for (int c = 0; c < 6; ++c) {
+                double s = 0.0;
+                for (int k = 0; k < dof; ++k)
+                    s += J[r][k] * J[c][k];
+                A[r][c] = s + (r == c ? lambda2 : 0.0);
+            }
+            y[r] = e[r];
+        }
+        if (!solve6(A, y)) return false;
+        double trial[7];
+        for (int k = 0; k < dof; ++k) {
+            double s = 0.0;
+            for (int r = 0; r < 6; ++r)
+                s += J[r][k] * y[r];
+            trial[k] = q[k] + s;
+        }
+        chain_state next;
+        double e_next[6];
+        forward(dh, dof, trial, &next);
+        pose_error(next.flange, target, e_next);
+        const double err_next = norm6(e_next);
+        // No progress: the rounding of the target has been reached.
+        if (!(err_next < err)) break;
+        for (int k = 0; k < dof; ++k)
+            q[k] = trial[k];
+        st = next;
+        for (int r = 0; r < 6; ++r)
+            e[r] = e_next[r];
+        err = err_next;
+    }
+    return err <= tolerance;
+}

@@ -1,0 +1,747 @@
+// Seven-axis solvers: for a fixed value of the redundancy parameter each arm
+// has a closed form with eight branches; a one-dimensional search along the
+// parameter finds the in-limit solution nearest to the reference. Because
+// every point of the search is an exact solution, the search decides only
+// how near the answer is, never how accurate it is.
+#include "algo/context.h"
+#include "algo/ik.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace {
+
+constexpr double k_pattern_tol = 1e-6;
+// Cosine-rule slack inside the redundancy search, metres: the rounding of a
+// float target, no more (a clamped point is off the target by this much).
+constexpr double k_rounding_slack = 1e-7;
+constexpr double k_inf = std::numeric_limits<double>::infinity();
+
+bool near(double value, double expected) { return std::fabs(value - expected) < k_pattern_tol; }
+
+struct v3 {
+    double x, y, z;
+};
+inline v3 operator+(const v3 &a, const v3 &b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
+inline v3 operator-(const v3 &a, const v3 &b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
+inline v3 operator*(double k, const v3 &a) { return {k * a.x, k * a.y, k * a.z}; }
+inline double dot(const v3 &a, const v3 &b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+inline v3 cross(const v3 &a, const v3 &b) {
+    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+}
+inline double norm(const v3 &a) { return std::sqrt(dot(a, a)); }
+inline v3 column(const double R[3][3], int j) { return {R[0][j], R[1][j], R[2][j]}; }
+
+// ------------------------------------------------------------------ LUNE
+// Shoulder S at height d0, elbow E at d2 from S, wrist centre W at d4 from E
+// and d6 behind the flange. E lies on a circle about the line S-W:
+// E = C + r (cos psi u + sin psi v). Given E: z2 = (E - S)/d2,
+// z4 = (W - E)/d4 = -sin t3 x2 + cos t3 z2, so x2 follows and
+// [x2 y2 z2] = Rz(t0) Ry(t1) Rz(t2); the wrist is
+// Ry(t3) [x2 y2 z2]^T R = Rz(t4) Ry(t5) Rz(t6).
+// Groups: the elbow sign; members: two shoulder times two wrist branches.
+struct arm_angle_arm {
+    static constexpr int param_joint = -1; // the parameter is not a joint
+    static constexpr int groups = 2;
+    static constexpr int members = 4;
+    double d2 = 0, d4 = 0;
+    v3 S{}, W{}, C{}, u{}, v{}, wh{};
+    double r = 0, elbow = 0, c3 = 1, s3 = 0;
+    double R[3][3]{};
+
+    int setup(const dh_table &dh, const ik_frame &F) {
+        static constexpr double alpha[7] = {0,         -k_pi / 2, k_pi / 2, k_pi / 2,
+                                            -k_pi / 2, -k_pi / 2, k_pi / 2};
+        for (int i = 0; i < 7; ++i)
+            if (!near(dh.alpha[i], alpha[i]) || !near(dh.a[i], 0.0)) return k_ik_bad_geometry;
+        if (!near(dh.d[1], 0.0) || !near(dh.d[3], 0.0) || !near(dh.d[5], 0.0) ||
+            dh.d[2] <= k_pattern_tol || dh.d[4] <= k_pattern_tol)
+            return k_ik_bad_geometry;
+        d2 = dh.d[2];
+        d4 = dh.d[4];
+        for (int i = 0; i < 3; ++i)
+            for (int j = 0; j < 3; ++j)
+                R[i][j] = F.R[i][j];
+        const double d6 = dh.d[6];
+        S = {0.0, 0.0, dh.d[0]};
+        W = {F.p[0] - d6 * R[0][2], F.p[1] - d6 * R[1][2], F.p[2] - d6 * R[2][2]};
+        const v3 D = W - S;
+        const double dist = norm(D);
+        if (dist < 1e-9) return k_ik_no_solution;
+        double c = (dist * dist - d2 * d2 - d4 * d4) / (2.0 * d2 * d4);
+        // A near miss (elbow clamped straight or folded) is polished with
+        // every other result at the end.
+        if (ik_reach_cosine(&c, d2 * d4 / dist) == ik_reach::unreachable) return k_ik_no_solution;
+        elbow = std::acos(c);
+        c3 = c;
+        s3 = std::sqrt(std::max(0.0, 1.0 - c * c));
+        const double cb =
+            std::clamp((d2 * d2 + dist * dist - d4 * d4) / (2.0 * d2 * dist), -1.0, 1.0);
+        wh = (1.0 / dist) * D;
+        C = S + (d2 * cb) * wh;
+        r = d2 * std::sqrt(std::max(0.0, 1.0 - cb * cb));
+        const v3 up = std::fabs(wh.z) < 0.9 ? v3{0, 0, 1} : v3{1, 0, 0};
+        const v3 uu = up - dot(up, wh) * wh;
+        u = (1.0 / norm(uu)) * uu;
+        v = cross(wh, u);
+        return k_ik_ok;
+    }
+
+    // The arm angle whose elbow plane is the reference's: the plane's normal
+    // is y2, which for elbow sign e points along e (cos psi v - sin psi u).
+    // Unlike the elbow's position it stays well defined near a stretched
+    // elbow, where the circle shrinks.
+    // Near a stretched elbow the two elbow groups meet half a turn apart,
+    // so each group has its own start.
+    double reference_parameter(const double ref_t[7], int g) const {
+        const double c0 = std::cos(ref_t[0]), s0 = std::sin(ref_t[0]);
+        const double c1 = std::cos(ref_t[1]), s1 = std::sin(ref_t[1]);
+        const double c2 = std::cos(ref_t[2]), s2 = std::sin(ref_t[2]);
+        const v3 y2{-c0 * c1 * s2 - s0 * c2, -s0 * c1 * s2 + c0 * c2, s1 * s2};
+        const double e = reference_group(ref_t) == 0 ? 1.0 : -1.0;
+        const double yu = dot(y2, u), yv = dot(y2, v);
+        double psi;
+        if (yu * yu + yv * yv > 1e-12) {
+            psi = std::atan2(-e * yu, e * yv);
+        } else {
+            const v3 z2{c0 * s1, s0 * s1, c1};
+            const v3 d = S + d2 * z2 - C;
+            psi = std::atan2(dot(d, v), dot(d, u));
+        }
+        return g == reference_group(ref_t) ? psi : psi + k_pi;
+    }
+
+    int reference_group(const double ref_t[7]) const { return ik_wrap_pi(ref_t[3]) >= 0.0 ? 0 : 1; }
+
+    bool bounded() const { return false; }
+    double lower() const { return -k_inf; }
+    double upper() const { return k_inf; }
+
+    // The four members of elbow group g at arm angle psi.
+    bool eval_group(double psi, int g, const double ref_t[7], double theta[][7]) const {
+        const double e = g == 0 ? 1.0 : -1.0;
+        const double cp = std::cos(psi), sp = std::sin(psi);
+        const v3 dir = cp * u + sp * v;
+        const v3 E = C + r * dir;
+        const v3 z2 = (1.0 / d2) * (E - S);
+        const v3 z4 = (1.0 / d4) * (W - E);
+        const double t3 = e * elbow, st3 = e * s3;
+        v3 x2;
+        if (s3 > 1e-9) {
+            x2 = (1.0 / st3) * (c3 * z2 - z4);
+        } else {
+            // Stretched or folded: the arm angle turns the upper arm about itself.
+            const v3 t = dir - dot(dir, z2) * z2;
+            x2 = (1.0 / norm(t)) * t;
+        }
+        const v3 y2 = cross(z2, x2);
+        const double R2[3][3] = {{x2.x, y2.x, z2.x}, {x2.y, y2.y, z2.y}, {x2.z, y2.z, z2.z}};
+        zyz_angles shoulder;
+        ik_zyz(R2, ref_t[0], ref_t[2], &shoulder);
+        const v3 cols[3] = {x2, y2, z2};
+        double N[3][3];
+        for (int i = 0; i < 3; ++i)
+            for (int j = 0; j < 3; ++j)
+                N[i][j] = cols[i].x * R[0][j] + cols[i].y * R[1][j] + cols[i].z * R[2][j];
+        double M[3][3];
+        for (int j = 0; j < 3; ++j) {
+            M[0][j] = c3 * N[0][j] + st3 * N[2][j];
+            M[1][j] = N[1][j];
+            M[2][j] = -st3 * N[0][j] + c3 * N[2][j];
+        }
+        zyz_angles wrist;
+        ik_zyz(M, ref_t[4], ref_t[6], &wrist);
+        for (int i = 0; i < 2; ++i) {
+            for (int j = 0; j < 2; ++j) {
+                double *t = theta[i + 2 * j];
+                t[0] = shoulder.angle[i][0];
+                t[1] = shoulder.angle[i][1];
+                t[2] = shoulder.angle[i][2];
+                t[3] = t3;
+                t[4] = wrist.angle[j][0];
+                t[5] = wrist.angle[j][1];
+                t[6] = wrist.angle[j][2];
+            }
+        }
+        return true;
+    }
+};
+
+// ------------------------------------------------------------------ QUIL
+// The last joint t6 fixes frame 5: x5 = R (c6, -s6, 0), z5 = R (s6, c6, 0),
+// and the wrist point W = p - a6 x5 - d6 z (origin of frames 4 and 5).
+// In frame 3, W - S = (ux, uy, 0) with ux = a3 c3 + a4 + d2 s3 and
+// uy = d4 + d2 c3 - a3 s3, so |W - S| gives t3. Joint 5's axis is y3 and
+// must be normal to z5; with y3 . (W - S) = uy this leaves two choices of
+// y3. Then x3 = ((W - S) - uy y3) / ux, [x2 y2 z2] = R3 Rz(-t3) Rx(-pi/2)
+// = Rz(t0) Ry(t1) Rz(t2), and Rz(t4) Rx(pi/2) Rz(t5) = [x3 -z3 y3]^T R5.
+// Groups: elbow sign times the choice of y3; members: two shoulder branches.
+struct offset_elbow_arm {
+    static constexpr int param_joint = 6;
+    static constexpr int groups = 4;
+    static constexpr int members = 2;
+    double a3 = 0, a4 = 0, a6 = 0, d2 = 0, d4 = 0, d6 = 0;
+    double K0 = 0, Kn = 0, Kphi = 0;
+    v3 S{}, P{}, fx{}, fy{}, zf{}; // flange position and axes
+    double lo6 = 0, hi6 = 0;
+
+    int setup(const dh_table &dh, const ik_frame &F, const ik_limits &limits) {
+        static constexpr double alpha[7] = {0,         -k_pi / 2, k_pi / 2, k_pi / 2,
+                                            -k_pi / 2, k_pi / 2,  k_pi / 2};
+        for (int i = 0; i < 7; ++i)
+            if (!near(dh.alpha[i], alpha[i])) return k_ik_bad_geometry;
+        if (!near(dh.a[0], 0.0) || !near(dh.a[1], 0.0) || !near(dh.a[2], 0.0) ||
+            !near(dh.a[5], 0.0) || !near(dh.d[1], 0.0) || !near(dh.d[3], 0.0) ||
+            !near(dh.d[5], 0.0))
+            return k_ik_bad_geometry;
+        a3 = dh.a[3];
+        a4 = dh.a[4];
+        a6 = dh.a[6];
+        d2 = dh.d[2];
+        d4 = dh.d[4];
+        d6 = dh.d[6];
+        K0 = a3 * a3 + a4 * a4 + d2 * d2 + d4 * d4;
+        const double K1 = 2.0 * (a3 * a4 + d2 * d4);
+        const double K2 = 2.0 * (d2 * a4 - a3 * d4);
+        Kn = std::hypot(K1, K2);
+        if (Kn < k_pattern_tol) return k_ik_bad_geometry;
+        Kphi = std::atan2(K2, K1);
+        S = {0.0, 0.0, dh.d[0]};
+        P = {F.p[0], F.p[1], F.p[2]};
+        fx = column(F.R, 0);
+        fy = column(F.R, 1);
+        zf = column(F.R, 2);
+        lo6 = limits.lo[6] + dh.offset[6];
+        hi6 = limits.hi[6] + dh.offset[6];
+        return k_ik_ok;
+    }
+
+    double reference_parameter(const double ref_t[7], int) const {
+        return std::clamp(ref_t[6], lo6, hi6);
+    }
+    // The reference's own group: its elbow sign, and on which side of the
+    // plane of z5 and W - S its y3 lies (frames of the reference's joints).
+    int reference_group(const double ref_t[7]) const {
+        const double c0 = std::cos(ref_t[0]), s0 = std::sin(ref_t[0]);
+        const double c1 = std::cos(ref_t[1]), s1 = std::sin(ref_t[1]);
+        const double c2 = std::cos(ref_t[2]), s2 = std::sin(ref_t[2]);
+        const double c3 = std::cos(ref_t[3]), s3 = std::sin(ref_t[3]);
+        const double c4 = std::cos(ref_t[4]), s4 = std::sin(ref_t[4]);
+        // Columns of R2 = Rz(t0) Ry(t1) Rz(t2).
+        const v3 x2{c0 * c1 * c2 - s0 * s2, s0 * c1 * c2 + c0 * s2, -s1 * c2};
+        const v3 y2{-c0 * c1 * s2 - s0 * c2, -s0 * c1 * s2 + c0 * c2, s1 * s2};
+        const v3 z2{c0 * s1, s0 * s1, c1};
+        // R3 = R2 Rx(pi/2) Rz(t3): x3 = c3 x2 + s3 z2, y3 = -s3 x2 + c3 z2, z3 = -y2.
+        const v3 x3 = c3 * x2 + s3 * z2;
+        const v3 y3 = -s3 * x2 + c3 * z2;
+        const v3 z3 = -1.0 * y2;
+        const v3 z5 = s4 * x3 + c4 * z3;
+        const v3 D = (a3 + a4 * c3 - d4 * s3) * x2 + (d2 + a4 * s3 + d4 * c3) * z2;
+        const v3 Dp = D - dot(D, z5) * z5;
+        const int e = ik_wrap_pi(ref_t[3] - Kphi) >= 0.0 ? 0 : 2;
+        const int f = dot(y3, cross(z5, Dp)) >= 0.0 ? 0 : 1;
+        return e | f;
+    }
+    bool bounded() const { return true; }
+    double lower() const { return lo6; }
+    double upper() const { return hi6; }
+
+    // The two shoulder members of group g (bit 1: elbow sign, bit 0: y3 choice).
+    bool eval_group(double t6, int g, const double ref_t[7], double theta[][7]) const {
+        const double e = (g & 2) ? -1.0 : 1.0, f = (g & 1) ? -1.0 : 1.0;
+        const double cs = std::cos(t6), sn = std::sin(t6);
+        const v3 x5 = cs * fx - sn * fy;
+        const v3 z5 = sn * fx + cs * fy;
+        const v3 W = P - a6 * x5 - d6 * zf;
+        const v3 D = W - S;
+        const double dist = norm(D);
+        if (dist < 1e-9) return false;
+        // Slack of the target's rounding only: the search moves t6 off the
+        // boundary of its range rather than accept a clamped point there,
+        // but a target whose solution lies on that boundary (joint 5 at
+        // +-90 degrees, where the two choices of y3 meet) still has one.
+        double c = (dist * dist - K0) / Kn;
+        if (!ik_clamp_cosine(&c, Kn / (2.0 * dist), k_rounding_slack)) return false;
+        const double t3 = Kphi + e * std::acos(c);
+        const double c3 = std::cos(t3), s3 = std::sin(t3);
+        const double ux = a3 * c3 + a4 + d2 * s3;
+        const double uy = d4 + d2 * c3 - a3 * s3;
+        if (std::fabs(ux) < 1e-10) return false;
+        const v3 Dp = D - dot(D, z5) * z5;
+        const double delta = norm(Dp);
+        if (delta < 1e-12) return false;
+        double cb = uy / delta;
+        // A clamped cb misplaces W by its excess times delta / |ux|.
+        if (!ik_clamp_cosine(&cb, delta, k_rounding_slack * std::min(1.0, std::fabs(ux) / delta)))
+            return false;
+        const double sb = f * std::sqrt(std::max(0.0, 1.0 - cb * cb));
+        const v3 dh = (1.0 / delta) * Dp;
+        const v3 y3 = cb * dh + sb * cross(z5, dh);
+        v3 x3 = (1.0 / ux) * (D - uy * y3);
+        x3 = (1.0 / norm(x3)) * x3;
+        const v3 z3 = cross(x3, y3);
+        const v3 x2 = c3 * x3 - s3 * y3;
+        const v3 y2 = -1.0 * z3;
+        const v3 z2 = s3 * x3 + c3 * y3;
+        const double R2[3][3] = {{x2.x, y2.x, z2.x}, {x2.y, y2.y, z2.y}, {x2.z, y2.z, z2.z}};
+        zyz_angles shoulder;
+        ik_zyz(R2, ref_t[0], ref_t[2], &shoulder);
+        const double t4 = std::atan2(dot(x3, z5), dot(z3, z5));
+        const double t5 = std::atan2(dot(y3, x5), -dot(y3, zf));
+        for (int i = 0; i < 2; ++i) {
+            double *t = theta[i];
+            t[0] = shoulder.angle[i][0];
+            t[1] = shoulder.angle[i][1];
+            t[2] = shoulder.angle[i][2];
+            t[3] = t3;
+            t[4] = t4;
+            t[5] = t5;
+            t[6] = t6;
+        }
+        return true;
+    }
+};
+
+// ------------------------------------------------------ redundancy search
+
+// Grid step of a traversal and of its finer second pass, radians.
+constexpr double k_coarse_step = 0.1;
+constexpr double k_fine_step = 0.02;
+// Finite-difference step of the descent's derivative, radians.
+constexpr double k_diff_step = 1e-6;
+// Smallest outward probe step of strategy 1, radians.
+constexpr double k_min_probe = 0.02;
+
+// A point of the search: parameter, group and the joints of the member
+// followed there.
+struct search_point {
+    double p = 0.0;
+    int g = 0;
+    double q[7] = {};
+    double cost = k_inf;
+};
+
+template <class Arm> class redundancy_search {
+  public:
+    redundancy_search(const Arm &arm, const dh_table &dh, const double ref[7],
+                      const ik_limits &limits)
+        : arm_(arm), limits_(limits) {
+        for (int i = 0; i < 7; ++i) {
+            ref_[i] = ref[i];
+            off_[i] = dh.offset[i];
+            ref_t_[i] = ref[i] + off_[i];
+        }
+    }
+
+    int run(ik_redundancy settings, double out[7]) {
+        const double p0 =
+            clamp_param(arm_.reference_parameter(ref_t_, arm_.reference_group(ref_t_)));
+        const double range = std::max(static_cast<double>(settings.range), 1e-3);
+        if (settings.strategy != 0) {
+            near_search(std::max(range, k_min_probe));
+            if (!found_) traverse(lowest(p0), highest(p0));
+        } else {
+            // The window's traversal includes what the local search finds in it.
+            const double lo = std::max(p0 - range, lowest(p0)),
+                         hi = std::min(p0 + range, highest(p0));
+            window_lo_ = std::max(lo, arm_.lower());
+            window_hi_ = std::min(hi, arm_.upper());
+            near_search(std::max(range, k_min_probe));
+            traverse(lo, hi);
+            if (!found_) traverse(lowest(p0), highest(p0));
+        }
+        if (!found_) return k_ik_no_solution;
+        std::copy(best_, best_ + 7, out);
+        return k_ik_ok;
+    }
+
+  private:
+    const Arm &arm_;
+    const ik_limits &limits_;
+    double ref_[7], off_[7], ref_t_[7];
+    bool found_ = false;
+    double best_cost_ = k_inf;
+    double best_[7]{};
+    double window_lo_ = arm_.lower(), window_hi_ = arm_.upper();
+
+    // Whole range of the parameter: the joint's limits, or one turn about p0.
+    double lowest(double p0) const { return arm_.bounded() ? arm_.lower() : p0 - k_pi; }
+    double highest(double p0) const { return arm_.bounded() ? arm_.upper() : p0 + k_pi; }
+    // The parameter's admissible range: the arm's, narrowed to the window of
+    // a traversal while one runs.
+    double clamp_param(double p) const { return std::clamp(p, window_lo_, window_hi_); }
+
+    // Joint values of a member: each wrapped nearest to `near` (the
+    // reference, or the previous point of a path), the parameter joint (if
+    // any) taken as is.
+    void to_joints(const double theta[7], const double near[7], double q[7]) const {
+        for (int i = 0; i < 7; ++i) {
+            const double raw = theta[i] - off_[i];
+            q[i] = i == Arm::param_joint ? raw : near[i] + ik_wrap_pi(raw - near[i]);
+        }
+    }
+
+    double cost(const double q[7]) const { return ik_joint_distance2(q, ref_, 7); }
+
+    // The joints brought into the limits (a joint whose representative
+    // nearest to the reference lies outside may fit a turn away).
+    bool fit(const double q[7], double fitted[7]) const {
+        return find_nearest_joint(q, 7, ref_, limits_, fitted);
+    }
+
+    void offer(const double q[7]) {
+        double fitted[7];
+        if (!fit(q, fitted)) return;
+        const double c = cost(fitted);
+        if (c < best_cost_) {
+            best_cost_ = c;
+            std::copy(fitted, fitted + 7, best_);
+            found_ = true;
+        }
+    }
+
+    // The member of group g at p nearest to q_prev (a path crossing an
+    // aligned shoulder or wrist changes the member that continues it).
+    bool follow(double p, int g, const double q_prev[7], double q[7]) const {
+        double theta[Arm::members][7];
+        if (!arm_.eval_group(p, g, ref_t_, theta)) return false;
+        double best = k_inf;
+        for (int m = 0; m < Arm::members; ++m) {
+            double qm[7];
+            to_joints(theta[m], q_prev, qm);
+            const double d = ik_joint_distance2(qm, q_prev, 7);
+            if (d < best) {
+                best = d;
+                std::copy(qm, qm + 7, q);
+            }
+        }
+        return true;
+    }
+
+    // The member of group g at p nearest to the reference.
+    bool start(double p, int g, search_point *sp) const {
+        if (!follow(p, g, ref_, sp->q)) return false;
+        sp->p = p;
+        sp->g = g;
+        sp->cost = cost(sp->q);
+        return true;
+    }
+
+    // Gauss-Newton on the squared joint distance along the parameter,
+    // following one group. With in_limits_only the point starts within the
+    // limits, its joints are kept fitted into them, and steps that leave
+    // them are refused.
+    void descend_impl(search_point &sp, bool in_limits_only, bool fitted) const {
+        // Gauss-Newton along the parameter. The joints' derivative comes from
+        // the previous point of the path when it is close, else from a
+        // finite difference; the slope's derivative from the slopes of
+        // successive points when that is convex, else J.J.
+        double prev_p = 0.0, prev_q[7], prev_slope = 0.0;
+        bool have_prev = false;
+        for (int it = 0; it < 16; ++it) {
+            double J[7];
+            const double span = sp.p - prev_p;
+            if (have_prev && std::fabs(span) > 1e-9 && std::fabs(span) < 0.05) {
+                for (int i = 0; i < 7; ++i)
+                    J[i] = ik_wrap_pi(sp.q[i] - prev_q[i]) / span;
+            } else {
+                double qh[7];
+                double h = k_diff_step;
+                if (clamp_param(sp.p + h) != sp.p + h || !follow(sp.p + h, sp.g, sp.q, qh)) {
+                    h = -h;
+                    if (clamp_param(sp.p + h) != sp.p + h || !follow(sp.p + h, sp.g, sp.q, qh))
+                        return;
+                }
+                for (int i = 0; i < 7; ++i)
+                    J[i] = (qh[i] - sp.q[i]) / h;
+            }
+            double slope = 0.0, H = 0.0;
+            for (int i = 0; i < 7; ++i) {
+                slope += J[i] * (sp.q[i] - ref_[i]);
+                H += J[i] * J[i];
+            }
+            if (H < 1e-12) return;
+            double curvature = H;
+            if (have_prev && std::fabs(span) > 1e-9) {
+                const double secant = (slope - prev_slope) / span;
+                if (secant > 0.1 * H) curvature = secant;
+            }
+            double dp = std::clamp(-slope / curvature, -0.5, 0.5);
+            bool accepted = false;
+            for (int k = 0; k < 5 && !accepted; ++k, dp *= 0.5) {
+                const double pn = clamp_param(sp.p + dp);
+                double qn[7];
+                if (pn == sp.p || !follow(pn, sp.g, sp.q, qn)) continue;
+                if (in_limits_only && (fitted ? !fit(qn, qn) : !near_in_limits(qn))) continue;
+                const double cn = cost(qn);
+                if (cn < sp.cost) {
+                    accepted = true;
+                    dp = pn - sp.p;
+                    prev_p = sp.p;
+                    prev_slope = slope;
+                    std::copy(sp.q, sp.q + 7, prev_q);
+                    have_prev = true;
+                    sp.p = pn;
+                    sp.cost = cn;
+                    std::copy(qn, qn + 7, sp.q);
+                }
+            }
+            // The parameter decides only how near the solution is: stop once
+            // a step moves the joints by less than 1e-4 rad.
+            if (!accepted || std::fabs(dp) * std::sqrt(H) < 1e-4) return;
+        }
+    }
+
+    // Every joint's representative nearest to the reference within its
+    // limits: the continuous reading the descent of strategy 1 follows.
+    bool near_in_limits(const double q[7]) const {
+        for (int i = 0; i < 7; ++i)
+            if (!(q[i] >= limits_.lo[i] - k_limit_slack && q[i] <= limits_.hi[i] + k_limit_slack))
+                return false;
+        return true;
+    }
+
+    // Gauss-Newton in the reading nearest to the reference; with
+    // in_limits_only steps that leave the limits in that reading are refused.
+    void descend_near(search_point &sp, bool in_limits_only) const {
+        descend_impl(sp, in_limits_only, false);
+    }
+    // The same with the joints kept fitted into the limits (a turn away if need be).
+    void descend_fitted(search_point &sp) const { descend_impl(sp, true, true); }
+
+    // Strategy 1 from a start: the group's nearest point; if that leaves the
+    // limits, the nearest in-limit points on either side of it.
+    void refine_near(search_point sp) {
+        if (near_in_limits(sp.q)) {
+            descend_near(sp, true);
+            // Stopped on a limit: the unconstrained optimum may lie beyond it
+            // or back inside; only the latter can be nearer.
+        } else {
+            descend_near(sp, false);
+        }
+        if (near_in_limits(sp.q)) {
+            offer(sp.q);
+            return;
+        }
+        // The group's unconstrained optimum bounds its in-limit points from
+        // below: no boundary search when it cannot beat what is found.
+        if (sp.cost >= best_cost_) return;
+        for (double dir : {-1.0, 1.0}) {
+            search_point inside;
+            if (boundary(sp, dir, &inside)) {
+                descend_near(inside, true);
+                offer(inside.q);
+            }
+        }
+    }
+
+    // From an out-of-limit point, the nearest parameter in direction dir
+    // whose joints lie within the limits (outward steps doubling, then
+    // bisection onto the boundary).
+    bool boundary(const search_point &out_pt, double dir, search_point *inside) const {
+        search_point last = out_pt;
+        for (double step = 0.01; step < k_two_pi; step *= 2.0) {
+            search_point probe;
+            probe.g = out_pt.g;
+            probe.p = clamp_param(out_pt.p + dir * step);
+            if (!follow(probe.p, probe.g, last.q, probe.q)) return false;
+            if (near_in_limits(probe.q)) {
+                for (int k = 0; k < 12; ++k) {
+                    search_point mid;
+                    mid.g = out_pt.g;
+                    mid.p = 0.5 * (last.p + probe.p);
+                    if (!follow(mid.p, mid.g, last.q, mid.q)) break;
+                    (near_in_limits(mid.q) ? probe : last) = mid;
+                }
+                probe.cost = cost(probe.q);
+                *inside = probe;
+                return true;
+            }
+            if (probe.p == last.p) return false;
+            last = probe;
+        }
+        return false;
+    }
+
+    // Traversal samples: joints fitted into the limits, kept so.
+    void refine_fitted(search_point sp) {
+        double fitted[7];
+        if (!fit(sp.q, fitted)) return;
+        std::copy(fitted, fitted + 7, sp.q);
+        sp.cost = cost(fitted);
+        descend_fitted(sp);
+        offer(sp.q);
+    }
+
+    // A group's start: its reference parameter, or when it has no solution
+    // there the nearest parameter that has one, probing outward in steps of
+    // `step`, doubling.
+    bool start_or_probe(int g, double step, search_point *sp) const {
+        const double pg = clamp_param(arm_.reference_parameter(ref_t_, g));
+        if (start(pg, g, sp)) return true;
+        const double span = highest(pg) - lowest(pg);
+        for (double reach = step; reach <= span; reach *= 2.0)
+            for (double probe : {pg - reach, pg + reach})
+                if (clamp_param(probe) == probe && start(probe, g, sp)) return true;
+        return false;
+    }
+
+    // Strategy 1. The reference's own group, and every group that starts
+    // about as near, are refined nearest start first (so later ones meet a
+    // tighter bound); only when that finds nothing within the limits are the
+    // remaining groups refined, probing for a start where they have none.
+    void near_search(double step) {
+        search_point starts[Arm::groups];
+        bool ok[Arm::groups] = {}, done[Arm::groups] = {};
+        const int own = arm_.reference_group(ref_t_);
+        for (int g = 0; g < Arm::groups; ++g)
+            ok[g] = g == own
+                        ? start_or_probe(g, step, &starts[g])
+                        : start(clamp_param(arm_.reference_parameter(ref_t_, g)), g, &starts[g]);
+        const double own_best = ok[own] ? starts[own].cost : k_inf;
+        auto refine_in_order = [&](auto wanted) {
+            int order[Arm::groups], n = 0;
+            for (int g = 0; g < Arm::groups; ++g) {
+                if (!ok[g] || done[g] || !wanted(g)) continue;
+                int i = n++;
+                for (; i > 0 && starts[order[i - 1]].cost > starts[g].cost; --i)
+                    order[i] = order[i - 1];
+                order[i] = g;
+            }
+            for (int i = 0; i < n; ++i) {
+                done[order[i]] = true;
+                refine_near(starts[order[i]]);
+            }
+        };
+        refine_in_order([&](int g) { return g == own || starts[g].cost < 1.5 * own_best; });
+        if (found_) return;
+        for (int g = 0; g < Arm::groups; ++g)
+            if (!ok[g]) ok[g] = start_or_probe(g, step, &starts[g]);
+        refine_in_order([](int) { return true; });
+    }
+
+    // Strategy 0 and the fall-back of 1: sample [lo, hi] on every group.
+    // Per group, refine the nearest in-limit sample (joints fitted into the
+    // limits) and the nearest sample of all in the reading nearest to the
+    // reference, whose optimum may sit in a narrow in-limit window between
+    // samples; both for the two groups with the nearest samples.
+    void traverse(double lo, double hi) {
+        window_lo_ = std::max(lo, arm_.lower());
+        window_hi_ = std::min(hi, arm_.upper());
+        for (double step : {k_coarse_step, k_fine_step}) {
+            const int n = std::max(step == k_coarse_step ? 16 : 64,
+                                   static_cast<int>(std::ceil((hi - lo) / step)) + 1);
+            search_point fitted_best[Arm::groups], near_best[Arm::groups];
+            for (int g = 0; g < Arm::groups; ++g)
+                fitted_best[g].cost = near_best[g].cost = k_inf;
+            for (int k = 0; k < n; ++k) {
+                const double p = lo + (hi - lo) * k / (n - 1);
+                for (int g = 0; g < Arm::groups; ++g) {
+                    double theta[Arm::members][7];
+                    if (!arm_.eval_group(p, g, ref_t_, theta)) continue;
+                    for (int m = 0; m < Arm::members; ++m) {
+                        search_point sp;
+                        sp.p = p;
+                        sp.g = g;
+                        to_joints(theta[m], ref_, sp.q);
+                        sp.cost = cost(sp.q);
+                        if (sp.cost < near_best[g].cost) near_best[g] = sp;
+                        if (!fit(sp.q, sp.q)) continue;
+                        sp.cost = cost(sp.q);
+                        if (sp.cost < fitted_best[g].cost) fitted_best[g] = sp;
+                    }
+                }
+            }
+            for (search_point *best : {fitted_best, near_best}) {
+                for (int pass = 0; pass < 2; ++pass) {
+                    int g_best = -1;
+                    for (int g = 0; g < Arm::groups; ++g)
+                        if (best[g].cost < k_inf &&
+                            (g_best < 0 || best[g].cost < best[g_best].cost))
+                            g_best = g;
+                    if (g_best < 0) break;
+                    if (best == fitted_best)
+                        refine_fitted(best[g_best]);
+                    else
+                        refine_near(best[g_best]);
+                    best[g_best].cost = k_inf;
+                }
+            }
+            if (found_) return;
+        }
+    }
+};
+
+template <class Arm>
+int solve_redundant(const Arm &arm, const dh_table &dh, const ik_frame &flange,
+                    const double q_ref[7], const ik_limits &limits, ik_redundancy redundancy,
+                    double q_out[7]) {
+    redundancy_search<Arm> search(arm, dh, q_ref, limits);
+    double q[7];
+    const int rc = search.run(redundancy, q);
+    if (rc != k_ik_ok) return rc;
+    // Every point of the search solves the target exactly except where a
+    // cosine rule was clamped by the target's rounding, which near a
+    // vanishing elbow offset (QUIL) or a stretched elbow is amplified; the
+    // check is one product of the links, the polish a few Newton steps.
+    if (!(ik_polish(dh, 7, flange, q, k_polish_tolerance) &&
+          find_nearest_joint(q, 7, q_ref, limits, q)))
+        return k_ik_no_solution;
+    std::copy(q, q + 7, q_out);
+    return k_ik_ok;
+}
+
+int solve_from_context(int (*solver)(const dh_table &, const ik_frame &, const double[7],
+                                     const ik_limits &, ik_redundancy, double[7]),
+                       const kinematics_view &ctx, const mat_t &T, const float q_ref[7],
+                       float q_out[7]) {
+    ik_frame F;
+    for (int i = 0; i < 3; ++i) {
+        for (int j = 0; j < 3; ++j)
+            F.R[i][j] = T.data[i][j];
+        F.p[i] = T.data[i][3];
+    }
+    ik_limits limits{};
+    double ref[7], out[7];
+    for (int i = 0; i < 7; ++i) {
+        limits.lo[i] = ctx.model_min[i];
+        limits.hi[i] = ctx.model_max[i];
+        ref[i] = q_ref[i];
+    }
+    const int rc = solver(ctx.dh, F, ref, limits, ikine_get_redundancy(), out);
+    if (rc != k_ik_ok) return rc;
+    for (int i = 0; i < 7; ++i)
+        q_out[i] = static_cast<float>(out[i]);
+    return k_ik_ok;
+}
+
+} // namespace
+
+int ik_solve_arm_angle(const dh_table &dh, const ik_frame &flange, const double q_ref[7],
+                       const ik_limits &limits, ik_redundancy redundancy, double q_out[7]) {
+    if (!ik_frame_finite(flange)) return k_ik_bad_geometry;
+    arm_angle_arm arm;
+    const int rc = arm.setup(dh, flange);
+    if (rc != k_ik_ok) return rc;
+    return solve_redundant(arm, dh, flange, q_ref, limits, redundancy, q_out);
+}
+
+int ik_solve_offset_elbow(const dh_table &dh, const ik_frame &flange, const double q_ref[7],
+                          const ik_limits &limits, ik_redundancy redundancy, double q_out[7]) {
+    if (!ik_frame_finite(flange)) return k_ik_bad_geometry;
+    offset_elbow_arm arm;
+    const int rc = arm.setup(dh, flange, limits);
+    if (rc != k_ik_ok) return rc;
+    return solve_redundant(arm, dh, flange, q_ref, limits, redundancy, q_out);
+}
+
+int inverse_kinematics_lune(const kinematics_view &ctx, const mat_t &T_flange, const float q_ref[7],
+                            float q_out[7]) {
+    return solve_from_context(ik_solve_arm_angle, ctx, T_flange, q_ref, q_out);
+}
+
+int inverse_kinematics_quil(const kinematics_view &ctx, const mat_t &T_flange, const float q_ref[7],
+                            float q_out[7]) {
+    return solve_from_context(ik_solve_offset_elbow, ctx, T_flange, q_ref, q_out);
+}
