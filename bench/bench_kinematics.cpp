@@ -14,6 +14,7 @@
 // whole turns). Library IK is timed through the exported call
 // ka_algo_inverse_kinematics (degrees, Euler pose, limit check, context
 // lock); a seven-axis solve counts only if it also finishes within 1 ms.
+#include "algo/fk.h"
 #include "algo/ik.h"
 #include "algo/models.h"
 #include "algo/pose_math.h"
@@ -191,6 +192,25 @@ void run_model(int type, int n, bool report) {
         fk_ns = 1000.0 * elapsed_us(a, b) / (5.0 * n);
         if (sink == 12345.0f) std::puts("");
     }
+    // The model's closed-form flange transform alone (radians in, 4x4 out):
+    // the same work as KDL's JntToCart below.
+    double flange_ns = 0.0;
+    {
+        std::vector<std::array<float, 7>> rad(n);
+        for (int k = 0; k < n; ++k)
+            for (int i = 0; i < 7; ++i)
+                rad[k][i] = static_cast<float>(samples[k].q[i]);
+        float sink = 0.0f;
+        float T[4][4];
+        const auto a = clock_type::now();
+        for (int rep = 0; rep < 5; ++rep)
+            for (int k = 0; k < n; ++k) {
+                fk_flange(m.type, m.dh, rad[k].data(), T);
+                sink += T[0][3];
+            }
+        flange_ns = 1000.0 * elapsed_us(a, clock_type::now()) / (5.0 * n);
+        if (sink == 12345.0f) std::puts("");
+    }
 
     stats lib[2];
     for (int which = 0; which < 2; ++which) {
@@ -213,7 +233,7 @@ void run_model(int type, int n, bool report) {
     }
 
     if (!report) return;
-    std::printf("%-8s FK %6.0f ns", m.name, fk_ns);
+    std::printf("%-8s FK flange %4.0f ns, exported %4.0f ns", m.name, flange_ns, fk_ns);
 #ifdef KA_HAVE_KDL
     const KDL::Chain chain = kdl_chain(m);
     KDL::ChainFkSolverPos_recursive fk(chain);

@@ -1,12 +1,12 @@
 # Every exported name carries one of the library's prefixes (besides the
-# type information of standard-library templates), and generic
+# standard-library template instances a debug build emits), and generic
 # helper names stay internal so they cannot clash with an application.
 execute_process(COMMAND nm -D --defined-only ${LIB} OUTPUT_VARIABLE out RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
     message(FATAL_ERROR "nm failed on ${LIB}")
 endif()
 string(REPLACE "\n" ";" lines "${out}")
-set(allowed "^(ka_|KA_|common_json_|parse_|handle_revice_data|MIO_JSON_|socket_|ka_socket_|ka_udp_|thread_|add_str_to_fifo|get_str_from_fifo|get_arm_status_from_string|libalgo_|invoke_libalgo_|invoke_inverse|algo_|default_log|custom_api_log|countLinesInFile|add_lines_to_file|_ZN10KA_Service|_ZNK10KA_Service|_ZT[ISV]N?St|_init$|_fini$|_edata|_end|__bss_start)")
+set(allowed "^(ka_|KA_|common_json_|parse_|handle_revice_data|MIO_JSON_|socket_|ka_socket_|ka_udp_|thread_|add_str_to_fifo|get_str_from_fifo|get_arm_status_from_string|libalgo_|invoke_libalgo_|invoke_inverse|algo_|default_log|custom_api_log|countLinesInFile|add_lines_to_file|_ZN10KA_Service|_ZNK10KA_Service|_Z(T[ISV]|Z)?N?K?St|_init$|_fini$|_edata|_end|__bss_start)")
 set(bad "")
 foreach(line IN LISTS lines)
     if(line MATCHES "^[0-9a-fA-F]+ [TDBRVWi] (.+)$")
