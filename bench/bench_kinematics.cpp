@@ -19,7 +19,7 @@
 #include "algo/models.h"
 #include "algo/pose_math.h"
 #include "ka_api.h"
-#include "tests/algo/ik_test_support.h"
+#include "tests/algo/algo_test_support.h"
 
 #include <algorithm>
 #include <array>
@@ -38,7 +38,7 @@
 #include <kdl/chainiksolvervel_pinv.hpp>
 #endif
 
-using namespace ik_test;
+using namespace algo_test;
 
 namespace {
 
@@ -93,9 +93,7 @@ ik_frame pose_target(const ka_pose_t &p) {
 // Pose reached; the limits are checked separately, for the library in the
 // degrees of its exported limit check.
 bool reaches(const model_under_test &m, const ik_frame &target, const double q[7]) {
-    const transform T = dh_product(m.dh, m.dof, q);
-    return position_error(T, target) < k_position_tol &&
-           orientation_error(T, target) < k_orientation_tol;
+    return static_cast<bool>(frames_near(dh_product(m.dh, m.dof, q), target));
 }
 
 // A reference in degrees kept within the limits the exported call checks
@@ -152,7 +150,7 @@ void wrap_into_limits(const model_under_test &m, const KDL::JntArray &in, double
 void run_model(int type, int n, bool report) {
     const model_under_test m = load_model(type);
     ka_algo_init_sys_data(static_cast<ka_robot_arm_model_e>(type), KA_FORCE_TYPE_B);
-    sampler rng(4242u + type);
+    random_source rng(4242u + type);
     std::vector<sample> samples(n);
     for (sample &s : samples) {
         rng.joints(m, s.q);
@@ -160,7 +158,7 @@ void run_model(int type, int n, bool report) {
         rng.joints(m, s.far_ref);
         to_reference_degrees(m, s.near_ref, s.near_deg);
         to_reference_degrees(m, s.far_ref, s.far_deg);
-        const ik_frame flange = float_target(dh_product(m.dh, m.dof, s.q));
+        const ik_frame flange = rounded(dh_product(m.dh, m.dof, s.q));
         ka_matrix_t T{};
         T.rows = T.columns = 4;
         for (int i = 0; i < 3; ++i) {

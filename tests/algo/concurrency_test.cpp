@@ -1,17 +1,17 @@
-// Two threads computing for two different arms through the handle functions
-// must each get their own arm's answer: the context is loaded and used under
+// Two threads computing for two different arms through the handle functions,
+// while a third changes the process-wide context, must each get the answers
+// a serial run gives: each call loads its arm's context and computes under
 // one lock. Run under ThreadSanitizer as well.
 #include "tests/algo/algo_test_support.h"
 #include "tests/algo/registry_stand_in.h"
 
 #include "algo/context.h"
-#include "ka_api.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
 #include <atomic>
-#include <functional>
+#include <cstring>
 #include <thread>
 #include <vector>
 
@@ -19,109 +19,95 @@ using namespace algo_test;
 
 namespace {
 
-struct arm_case {
-    ka_robot_handle handle;
-    algo_arm_params params;
-    std::vector<std::array<float, 7>> joints;
-    std::vector<ka_pose_t> expected_fk;
-    std::vector<ka_pose_t> expected_move;
+struct answers {
+    std::vector<ka_pose_t> fk, moved;
+    std::vector<std::array<float, 7>> ik;
+    std::vector<int> ik_code;
+    bool operator==(const answers &o) const {
+        return ik_code == o.ik_code &&
+               std::memcmp(fk.data(), o.fk.data(), fk.size() * sizeof(ka_pose_t)) == 0 &&
+               std::memcmp(moved.data(), o.moved.data(), moved.size() * sizeof(ka_pose_t)) == 0 &&
+               std::memcmp(ik.data(), o.ik.data(), ik.size() * sizeof(ik[0])) == 0;
+    }
 };
 
-bool same_pose(const ka_pose_t &a, const ka_pose_t &b) {
-    const float *x = &a.position.x;
-    const float *y = &b.position.x;
-    for (int i = 0; i < 10; ++i)
-        if (x[i] != y[i]) return false;
-    return true;
-}
+struct arm {
+    ka_robot_handle handle;
+    model_under_test model;
+    std::vector<std::array<float, 7>> joints; // degrees
+    std::vector<ka_inverse_kinematics_params_t> targets;
 
-arm_case make_case(int id, int model, int sensor, unsigned seed) {
-    arm_case c{};
-    c.handle = {id, model == KA_ARM_MODEL_LUNE ? 7 : 6, model, sensor};
-    c.params = stand_in_defaults(model, sensor);
-    c.params.work_frame.pose.position = {0.05f * id, -0.1f, 0.02f};
-    c.params.tool_frame.pose.position.z = 0.03f * id;
-    c.params.install_deg[0] = 10.0f * id;
-    random_source rng(seed);
-    for (int i = 0; i < 64; ++i) {
-        std::array<float, 7> q{};
-        for (float &v : q)
-            v = rng.uniform(-90.0f, 90.0f);
-        c.joints.push_back(q);
+    answers compute() {
+        answers a;
+        for (size_t i = 0; i < joints.size(); ++i) {
+            a.fk.push_back(ka_algo_forward_kinematics(&handle, joints[i].data()));
+            a.moved.push_back(ka_algo_cartesian_tool(&handle, joints[i].data(), 0, 0, 0.05f));
+            std::array<float, 7> out{};
+            a.ik_code.push_back(ka_algo_inverse_kinematics(&handle, targets[i], out.data()));
+            a.ik.push_back(out);
+        }
+        return a;
     }
-    return c;
+};
+
+arm make_arm(int id, int model, int sensor) {
+    arm a{
+        {id, model == KA_ARM_MODEL_LUNE ? 7 : 6, model, sensor}, load_model(model, sensor), {}, {}};
+    const arm_frames f = sample_frames(id);
+    algo_arm_params params = stand_in_defaults(model, sensor);
+    params.tool_frame = f.tool;
+    params.work_frame = f.work;
+    std::copy(f.install_deg, f.install_deg + 3, params.install_deg);
+    stand_in_register(&a.handle, params);
+    random_source rng(50u + id);
+    for (int i = 0; i < 60; ++i) {
+        double q[7];
+        rng.joints(a.model, q);
+        std::array<float, 7> deg{};
+        ka_inverse_kinematics_params_t target{};
+        for (int k = 0; k < a.model.dof; ++k) {
+            deg[k] = static_cast<float>(q[k] / k_deg);
+            target.q_in[k] = 0.98f * deg[k];
+        }
+        target.q_pose = pose_of(f.tool_in_work(a.model, q));
+        target.q_flag = 1;
+        a.joints.push_back(deg);
+        a.targets.push_back(target);
+    }
+    return a;
 }
 
 } // namespace
 
-TEST(Concurrency, TwoArmsTwoThreadsGetTheirOwnResults) {
+TEST(Concurrency, TwoArmsInTwoThreadsGetTheSerialAnswers) {
     stand_in_clear();
-    arm_case a = make_case(1, KA_ARM_MODEL_KIVO, 0, 51);
-    arm_case b = make_case(2, KA_ARM_MODEL_LUNE, 2, 52);
-    stand_in_register(&a.handle, a.params);
-    stand_in_register(&b.handle, b.params);
-    const float delta[6] = {0.01f, 0.0f, -0.02f, 0.0f, 0.1f, 0.0f};
-
-    // Single-threaded reference results.
-    for (arm_case *c : {&a, &b}) {
-        for (const auto &q : c->joints) {
-            c->expected_fk.push_back(ka_algo_forward_kinematics(&c->handle, q.data()));
-            c->expected_move.push_back(ka_algo_cartesian_tool(&c->handle, q.data(), 0, 0, 0.05f));
-        }
-    }
-    // The two arms really differ, so a mixed-up context would show.
-    ASSERT_FALSE(
-        same_pose(a.expected_fk[0], ka_algo_forward_kinematics(&b.handle, a.joints[0].data())));
-
-    std::atomic<int> mismatches{0};
-    auto worker = [&](arm_case &c) {
-        for (int round = 0; round < 40; ++round) {
-            for (size_t i = 0; i < c.joints.size(); ++i) {
-                if (!same_pose(ka_algo_forward_kinematics(&c.handle, c.joints[i].data()),
-                               c.expected_fk[i]))
-                    ++mismatches;
-                if (!same_pose(ka_algo_cartesian_tool(&c.handle, c.joints[i].data(), 0, 0, 0.05f),
-                               c.expected_move[i]))
-                    ++mismatches;
-                ka_pose_t p = ka_algo_end2tool(&c.handle, c.expected_fk[i]);
-                (void)ka_algo_pose_move(&c.handle, p, delta, 1);
-            }
-        }
-    };
-    std::thread ta(worker, std::ref(a));
-    std::thread tb(worker, std::ref(b));
-    ta.join();
-    tb.join();
-    EXPECT_EQ(mismatches.load(), 0);
-    stand_in_clear();
-}
-
-TEST(Concurrency, SettersRacingWithComputationStayConsistent) {
-    stand_in_clear();
-    arm_case a = make_case(3, KA_ARM_MODEL_NEPAX, 1, 53);
-    stand_in_register(&a.handle, a.params);
-    for (const auto &q : a.joints)
-        a.expected_fk.push_back(ka_algo_forward_kinematics(&a.handle, q.data()));
+    arm arms[2] = {make_arm(1, KA_ARM_MODEL_KIVO, 0), make_arm(2, KA_ARM_MODEL_LUNE, 2)};
+    const answers serial[2] = {arms[0].compute(), arms[1].compute()};
+    for (const answers &s : serial) // the targets are reachable
+        for (int code : s.ik_code)
+            ASSERT_EQ(code, 0);
+    // The arms really differ, so a mixed-up context would show.
+    ASSERT_NE(std::memcmp(&serial[0].fk[0], &serial[1].fk[0], sizeof(ka_pose_t)), 0);
 
     std::atomic<bool> stop{false};
     std::atomic<int> mismatches{0};
     std::thread setter([&] {
         ka_frame_t frame{};
-        float v = 0.0f;
-        while (!stop.load()) {
+        for (float v = 0.0f; !stop.load(); v += 0.001f) {
             frame.pose.position.z = v;
-            v += 0.001f;
             ka_algo_set_workframe(&frame);
             ka_algo_set_toolframe(&frame);
             ka_algo_set_angle(v, 0, 0);
             ka_algo_init_sys_data(KA_ARM_MODEL_QUIL, KA_FORCE_TYPE_B);
         }
     });
-    for (int round = 0; round < 20; ++round)
-        for (size_t i = 0; i < a.joints.size(); ++i)
-            if (!same_pose(ka_algo_forward_kinematics(&a.handle, a.joints[i].data()),
-                           a.expected_fk[i]))
-                ++mismatches;
+    auto worker = [&](int i) {
+        for (int round = 0; round < 3; ++round)
+            if (!(arms[i].compute() == serial[i])) ++mismatches;
+    };
+    std::thread t0(worker, 0), t1(worker, 1);
+    t0.join();
+    t1.join();
     stop = true;
     setter.join();
     EXPECT_EQ(mismatches.load(), 0);

@@ -2,6 +2,7 @@
 
 #include "algo/models.h"
 
+#include <algorithm>
 #include <map>
 #include <mutex>
 #include <shared_mutex>
@@ -24,11 +25,6 @@ void stand_in_register(const ka_robot_handle *handle, const algo_arm_params &par
     registry[handle] = params;
 }
 
-void stand_in_unregister(const ka_robot_handle *handle) {
-    std::unique_lock lock(registry_lock);
-    registry.erase(handle);
-}
-
 void stand_in_clear() {
     std::unique_lock lock(registry_lock);
     registry.clear();
@@ -38,13 +34,11 @@ algo_arm_params stand_in_defaults(int model, int force_type) {
     algo_arm_params p{};
     p.model = model;
     p.force_type = force_type;
-    const model_params *m = model_params_for(model);
-    if (!m) return p;
-    for (int i = 0; i < 7; ++i) {
-        p.joint_max_pos[i] = m->max_pos_deg[i];
-        p.joint_min_pos[i] = m->min_pos_deg[i];
-        p.joint_max_acc[i] = m->max_acc_deg[i];
-        p.joint_max_speed[i] = m->max_speed_deg[i];
+    if (const model_params *m = model_params_for(model)) {
+        std::copy(m->max_pos_deg, m->max_pos_deg + 7, p.joint_max_pos);
+        std::copy(m->min_pos_deg, m->min_pos_deg + 7, p.joint_min_pos);
+        std::copy(m->max_acc_deg, m->max_acc_deg + 7, p.joint_max_acc);
+        std::copy(m->max_speed_deg, m->max_speed_deg + 7, p.joint_max_speed);
     }
     p.tool_frame.pose.quaternion.w = 1.0f;
     p.work_frame.pose.quaternion.w = 1.0f;

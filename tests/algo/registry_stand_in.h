@@ -7,7 +7,6 @@
 
 // Registers (or replaces) the record returned for a handle.
 void stand_in_register(const ka_robot_handle *handle, const algo_arm_params &params);
-void stand_in_unregister(const ka_robot_handle *handle);
 void stand_in_clear();
 
 // A record for a model with its table defaults as the controller limits,

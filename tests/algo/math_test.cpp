@@ -1,0 +1,275 @@
+// Pose mathematics (Euler angles, quaternions, rotations, poses) and the
+// three matrix libraries, by property.
+#include "tests/algo/algo_test_support.h"
+
+#include "algo/matrix.h"
+#include "algo/pose_math.h"
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+
+using namespace algo_test;
+
+namespace {
+
+::testing::AssertionResult same_rotation(ka_quat_t a, ka_quat_t b, float tol) {
+    const float sign = a.w * b.w + a.x * b.x + a.y * b.y + a.z * b.z < 0 ? -1.0f : 1.0f;
+    const float d[4] = {a.w - sign * b.w, a.x - sign * b.x, a.y - sign * b.y, a.z - sign * b.z};
+    for (float v : d)
+        if (!(std::fabs(v) <= tol))
+            return ::testing::AssertionFailure()
+                   << "(" << a.w << ", " << a.x << ", " << a.y << ", " << a.z << ") vs (" << b.w
+                   << ", " << b.x << ", " << b.y << ", " << b.z << ")";
+    return ::testing::AssertionSuccess();
+}
+
+} // namespace
+
+// ------------------------------------------------------------ pose maths
+
+TEST(EulerAngles, AreFixedAxesXThenYThenZAndRightHanded) {
+    // A quarter turn takes one axis onto the next: rz X onto Y, rx Y onto Z, ry Z onto X.
+    const struct {
+        ka_euler_t e;
+        int row, col;
+    } quarter[] = {
+        {{0, 0, k_pi_f / 2}, 1, 0}, {{k_pi_f / 2, 0, 0}, 2, 1}, {{0, k_pi_f / 2, 0}, 0, 2}};
+    for (const auto &c : quarter)
+        EXPECT_NEAR(ka_algo_euler2matrix(c.e).data[c.row][c.col], 1.0f, 1e-6f);
+    random_source rng(1);
+    for (int i = 0; i < 500; ++i) {
+        const ka_euler_t e = rng.euler();
+        const ka_matrix_t r = euler_to_matrix(e);
+        const ik_frame f = frame_of(0, 0, 0, e.rx, e.ry, e.rz);
+        for (int k = 0; k < 9; ++k)
+            ASSERT_NEAR(r.data[k / 3][k % 3], f.R[k / 3][k % 3], 2e-6) << i;
+    }
+}
+
+TEST(EulerAngles, RoundTripThroughMatrixQuaternionAndPose) {
+    random_source rng(2);
+    for (int i = 0; i < 2000; ++i) {
+        const ka_euler_t e = {rng.uf(-3.12f, 3.14f), rng.uf(-1.5f, 1.5f), rng.uf(-3.12f, 3.14f)};
+        const ka_matrix_t r = euler_to_matrix(e);
+        const ka_euler_t back = matrix_to_euler(r);
+        EXPECT_NEAR(back.rx, e.rx, 5e-5f);
+        EXPECT_NEAR(back.ry, e.ry, 5e-5f);
+        EXPECT_NEAR(back.rz, e.rz, 5e-5f);
+        const ka_quat_t q = ka_algo_euler2quaternion(e);
+        EXPECT_TRUE(matrices_near(quat_to_matrix(q), r, 3e-6));
+        EXPECT_TRUE(same_rotation(matrix_to_quat(r), q, 3e-6f));
+        EXPECT_TRUE(matrices_near(euler_to_matrix(ka_algo_quaternion2euler(q)), r, 2e-5));
+        const ka_pose_t p = rng.pose();
+        const ka_pose_t pb = ka_algo_matrix2pos(ka_algo_pos2matrix(p));
+        EXPECT_TRUE(poses_near(pb, p, 1e-6, 5e-6));
+        EXPECT_TRUE(same_rotation(pb.quaternion, euler_to_quat(p.euler), 3e-6f));
+    }
+}
+
+TEST(EulerAngles, GimbalLockAndTheWrapBelowMinus313) {
+    const float h = k_pi_f / 2;
+    const struct {
+        ka_euler_t in, out;
+        float tol;
+    } cases[] = {
+        {{0, -h, 0.3f}, {0.3f, -h, 0}, 1e-3f},    // ry = -pi/2: rx takes rx + rz
+        {{0.2f, h, 0.5f}, {-0.3f, h, 0}, 1e-3f},  // ry = +pi/2: rx takes rx - rz
+        {{-3.14f, 0, 0}, {3.1432f, 0, 0}, 1e-4f}, // below -3.13: one turn up
+        {{0, 0, -3.14f}, {0, 0, 3.1432f}, 1e-4f},
+        {{-3.12f, 0, -3.12f}, {-3.12f, 0, -3.12f}, 1e-5f}, // above it: unchanged
+        {{k_pi_f, 0, 0}, {k_pi_f, 0, 0}, 1e-5f},           // a half turn comes out positive
+    };
+    for (const auto &c : cases) {
+        const ka_euler_t e = matrix_to_euler(euler_to_matrix(c.in));
+        EXPECT_NEAR(e.rx, c.out.rx, c.tol) << c.in.rx << ", " << c.in.ry << ", " << c.in.rz;
+        EXPECT_NEAR(e.ry, c.out.ry, c.tol) << c.in.rx << ", " << c.in.ry << ", " << c.in.rz;
+        EXPECT_NEAR(e.rz, c.out.rz, c.tol) << c.in.rx << ", " << c.in.ry << ", " << c.in.rz;
+        if (std::fabs(c.in.ry) == h) EXPECT_EQ(e.rz, 0.0f);
+    }
+    random_source rng(3);
+    for (int i = 0; i < 5000; ++i) {
+        const ka_euler_t e = matrix_to_euler(euler_to_matrix(rng.euler(6.0f)));
+        for (float a : {e.rx, e.ry, e.rz}) {
+            EXPECT_GE(a, -3.13f);
+            EXPECT_LT(a, k_pi_f + 0.0117f);
+        }
+    }
+}
+
+TEST(Quaternions, ZeroIsIdentityAndHalfTurnsPickTheirAxis) {
+    for (ka_quat_t q : {ka_quat_t{1, 0, 0, 0}, ka_quat_t{0, 0, 0, 0}}) {
+        const ka_euler_t e = ka_algo_quaternion2euler(q);
+        EXPECT_EQ(e.rx, 0.0f);
+        EXPECT_EQ(e.ry, 0.0f);
+        EXPECT_EQ(e.rz, 0.0f);
+        EXPECT_TRUE(matrices_near(quat_to_matrix(q), unit_matrix(3), 0.0));
+    }
+    // Half turns have trace -1; the largest component is the axis.
+    const ka_euler_t half_turns[3] = {{k_pi_f, 0, 0}, {0, k_pi_f, 0}, {0, 0, k_pi_f}};
+    for (int axis = 0; axis < 3; ++axis) {
+        const ka_quat_t q = matrix_to_quat(euler_to_matrix(half_turns[axis]));
+        const float v[4] = {q.w, q.x, q.y, q.z};
+        for (int k = 0; k < 4; ++k)
+            EXPECT_NEAR(std::fabs(v[k]), k == axis + 1 ? 1.0f : 0.0f, 1e-6f) << axis << ":" << k;
+    }
+}
+
+TEST(PoseMatrices, HaveTheirSizesAndIgnoreTheQuaternion) {
+    const ka_matrix_t r = ka_algo_euler2matrix({0.3f, -0.2f, 1.1f});
+    ASSERT_EQ(r.rows, 3);
+    ASSERT_EQ(r.columns, 3);
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(r.data[3][i], 0.0f);
+        EXPECT_EQ(r.data[i][3], 0.0f);
+    }
+    ka_pose_t a{{0.1f, -0.2f, 0.3f}, {1, 0, 0, 0}, {0.3f, 0.2f, -1.0f}};
+    ka_pose_t b = a;
+    b.quaternion = {0.0f, 0.6f, 0.0f, 0.8f};
+    const ka_matrix_t t = ka_algo_pos2matrix(a);
+    EXPECT_TRUE(matrices_near(ka_algo_pos2matrix(b), t, 0.0));
+    ASSERT_EQ(t.rows, 4);
+    EXPECT_EQ(t.data[3][3], 1.0f);
+    EXPECT_EQ(t.data[3][0] + t.data[3][1] + t.data[3][2], 0.0f);
+}
+
+// --------------------------------------------------------- matrix libraries
+
+namespace {
+
+template <class M> M random_matrix(random_source &rng, int rows, int cols, float diagonal = 0) {
+    M m{};
+    m.rows = static_cast<decltype(m.rows)>(rows);
+    m.columns = static_cast<decltype(m.columns)>(cols);
+    for (int r = 0; r < rows; ++r)
+        for (int c = 0; c < cols; ++c)
+            m.data[r][c] = rng.uf(-1.0f, 1.0f) + (r == c ? diagonal : 0.0f);
+    return m;
+}
+
+::testing::AssertionResult all_of(std::initializer_list<::testing::AssertionResult> results) {
+    for (const auto &r : results)
+        if (!r) return r;
+    return ::testing::AssertionSuccess();
+}
+
+// Zero below the diagonal (and ones on it when unit is set).
+::testing::AssertionResult upper_triangular(const mat_t &m, bool unit = false) {
+    for (int r = 0; r < m.rows; ++r)
+        for (int c = 0; c <= std::min(r, m.columns - 1); ++c)
+            if (c < r ? m.data[r][c] != 0.0f : unit && m.data[r][c] != 1.0f)
+                return ::testing::AssertionFailure() << "entry (" << r << "," << c << ")";
+    return ::testing::AssertionSuccess();
+}
+
+using property = ::testing::AssertionResult (*)(random_source &);
+
+const struct {
+    const char *name;
+    property holds;
+} k_matrix_properties[] = {
+    {"4x4 inverse",
+     [](random_source &rng) {
+         const auto a = random_matrix<ka_matrix_t>(rng, 4, 4, 3.0f);
+         return matrices_near(matrix_m(a, matrix_inv(a)), unit_matrix(4), 2e-6);
+     }},
+    {"rigid inverse",
+     [](random_source &rng) {
+         const ka_matrix_t t = pose_euler_to_transformation_matrix(rng.pose(2.0f));
+         const ka_matrix_t inv = matrix_inv_coordinate_system(t);
+         return all_of({matrices_near(matrix_m(inv, t), unit_matrix(4), 3e-6),
+                        matrices_near(inv, matrix_inv(t), 3e-6)});
+     }},
+    {"7x7 inverses",
+     [](random_source &rng) {
+         const auto a = random_matrix<matrix7_t>(rng, 7, 7, 3.0f);
+         return all_of(
+             {matrices_near(matrix_m_dim7(matrix_inv_dim7(a), a), unit_matrix_dim7(7), 2e-6),
+              matrices_near(matrix_m_dim7(simp_matrix_inv77(a), a), unit_matrix_dim7(7), 2e-6)});
+     }},
+    {"general inverse",
+     [](random_source &rng) {
+         const auto a = random_matrix<mat_t>(rng, 12, 12, 4.0f);
+         mat_t inv{};
+         if (mat_inv(a, &inv) == 0) return ::testing::AssertionFailure() << "reported singular";
+         return matrices_near(mat_mult(a, inv), mat_eye(12), 1e-5);
+     }},
+    {"pseudo-inverses",
+     [](random_source &rng) {
+         const auto tall = random_matrix<mat_t>(rng, 7, 4, 2.0f),
+                    wide = random_matrix<mat_t>(rng, 6, 7, 2.0f);
+         return all_of({matrices_near(mat_mult(mat_pinv(tall), tall), mat_eye(4), 2e-5),
+                        matrices_near(mat_mult(wide, mat_pinv(wide)), mat_eye(6), 2e-5),
+                        matrices_near(mat_pinv_svd(wide), mat_pinv(wide), 1e-4)});
+     }},
+    {"LU",
+     [](random_source &rng) {
+         const auto a = random_matrix<mat_t>(rng, 6, 6);
+         mat_t l{}, u{}, p{};
+         if (mat_lu(a, &l, &u, &p) != 1) return ::testing::AssertionFailure() << "failed";
+         return all_of({matrices_near(mat_mult(p, a), mat_mult(l, u), 1e-5),
+                        upper_triangular(mat_T(l), true), upper_triangular(u)});
+     }},
+    {"QR",
+     [](random_source &rng) {
+         const auto a = random_matrix<mat_t>(rng, 7, 5);
+         mat_t q{}, r{};
+         if (mat_qr(a, &q, &r) != 1) return ::testing::AssertionFailure() << "failed";
+         return all_of({matrices_near(mat_mult(mat_T(q), q), mat_eye(7), 1e-5),
+                        matrices_near(mat_mult(q, r), a, 1e-5), upper_triangular(r)});
+     }},
+    {"SVD",
+     [](random_source &rng) {
+         const auto a = random_matrix<mat_t>(rng, 6, 7);
+         mat_t u{}, s{}, v{};
+         if (mat_svd(a, &u, &s, &v) != 1) return ::testing::AssertionFailure() << "failed";
+         for (int i = 1; i < s.rows; ++i)
+             if (s.data[i - 1][0] < s.data[i][0]) return ::testing::AssertionFailure() << "order";
+         const float cond = s.data[0][0] / s.data[5][0];
+         if (!(std::fabs(mat_cond(a) - cond) <= 1e-3f * cond))
+             return ::testing::AssertionFailure() << "condition " << mat_cond(a) << " vs " << cond;
+         return matrices_near(mat_mult(mat_mult(u, mat_diag(s)), mat_T(v)), a, 1e-5);
+     }},
+    {"symmetric eigenvalues",
+     [](random_source &rng) {
+         const auto b = random_matrix<mat_t>(rng, 5, 5);
+         const mat_t a = mat_mult(b, mat_T(b));
+         mat_t values{}, vectors{};
+         if (mat_hermitian_eig(a, &values, &vectors) != 1)
+             return ::testing::AssertionFailure() << "failed";
+         for (int i = 0; i < 5; ++i) {
+             if (i > 0 && values.data[i - 1][0] > values.data[i][0])
+                 return ::testing::AssertionFailure() << "order";
+             const mat_t x = mat_get_Mcol_j(vectors, i);
+             if (auto r = matrices_near(mat_mult(a, x), mat_kM(values.data[i][0], x), 1e-5); !r)
+                 return r;
+         }
+         return ::testing::AssertionSuccess();
+     }},
+    {"singular input reported",
+     [](random_source &rng) {
+         mat_t a = random_matrix<mat_t>(rng, 5, 5), inv{};
+         a = mat_set_Mrow_i(a, mat_get_Mrow_i(a, 0), 3); // two equal rows
+         return mat_inv(a, &inv) == 0 && mat_pinv(a).rows == 0
+                    ? ::testing::AssertionSuccess()
+                    : ::testing::AssertionFailure() << "inverted";
+     }},
+    {"homogeneous inverse entry returns its argument",
+     [](random_source &rng) {
+         const mat_t t = matrix_to_mat(pose_euler_to_transformation_matrix(rng.pose()));
+         return matrices_near(mat_homogen_trans_inv(t), t, 0.0);
+     }},
+};
+
+} // namespace
+
+TEST(MatrixLibraries, PropertiesOfInversesAndDecompositions) {
+    for (const auto &p : k_matrix_properties) {
+        random_source rng(4);
+        for (int i = 0; i < 100; ++i)
+            if (const auto r = p.holds(rng); !r) {
+                ADD_FAILURE() << p.name << ", sample " << i << ": " << r.message();
+                break;
+            }
+    }
+}
