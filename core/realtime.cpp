@@ -2,6 +2,7 @@
 
 #include "core/arm.h"
 #include "core/json.h"
+#include "core/worker.h"
 
 #include <cstring>
 #include <thread>
@@ -25,18 +26,9 @@ std::atomic<ka_realtime_callback_t> realtime_callback{nullptr};
 std::atomic<uint16_t> udp_arm_err{0};
 std::atomic<uint16_t> udp_sys_err{0};
 
-struct udp_receiver {
-    std::mutex control;
-    std::thread thread;
-    // Each started thread has its own flag, so a thread that was told to stop
-    // never runs on because a newer one was started.
-    std::shared_ptr<std::atomic<bool>> stop;
-    platform::wake_channel wake;
-};
-
-udp_receiver &udp() {
-    static udp_receiver state;
-    return state;
+worker_thread &udp() {
+    static worker_thread thread;
+    return thread;
 }
 
 constexpr const char *status_names[] = {
@@ -165,21 +157,21 @@ bool still_listening(ka_udp_listener &listener, platform::socket_t socket) {
     return false;
 }
 
-void udp_loop(const std::shared_ptr<std::atomic<bool>> &stop) {
-    auto &state = udp();
+void udp_loop(const worker_thread::stop_flag &stop) {
+    platform::wake_channel &wake = udp().channel();
     ka_udp_listener *listener = ka_udp_init();
     while (!stop->load()) {
         platform::socket_t sockets[KA_MAX_ARMS + 1];
         bool ready[KA_MAX_ARMS + 1];
         size_t count = 0;
-        sockets[count++] = state.wake.read_end();
+        sockets[count++] = wake.read_end();
         {
             std::lock_guard<std::mutex> lock(listener->mutex);
             for (const auto &entry : listener->entries)
                 if (entry.count > 0 && entry.socket >= 0) sockets[count++] = entry.socket;
         }
         if (platform::poll_readable(sockets, ready, count, -1) < 0) continue;
-        if (ready[0]) state.wake.drain();
+        if (ready[0]) wake.drain();
         for (size_t i = 1; i < count; ++i) {
             if (!ready[i] || !still_listening(*listener, sockets[i])) continue;
             char datagram[datagram_capacity + 1];
@@ -196,26 +188,10 @@ void udp_loop(const std::shared_ptr<std::atomic<bool>> &stop) {
 
 } // namespace
 
-void realtime_start() {
-    auto &state = udp();
-    std::lock_guard<std::mutex> lock(state.control);
-    if (state.thread.joinable()) return;
-    state.stop = std::make_shared<std::atomic<bool>>(false);
-    state.thread = std::thread(udp_loop, state.stop);
-}
+void realtime_start() { udp().start(udp_loop); }
 
 void realtime_stop() {
-    auto &state = udp();
-    std::lock_guard<std::mutex> lock(state.control);
-    if (!state.thread.joinable()) return;
-    state.stop->store(true);
-    state.wake.notify();
-    // A callback running on this very thread may close the library: the
-    // thread then ends on its own after the callback returns.
-    if (state.thread.get_id() == std::this_thread::get_id())
-        state.thread.detach();
-    else
-        state.thread.join();
+    if (!udp().stop()) return;
     ka_udp_listener *listener = ka_udp_init();
     std::lock_guard<std::mutex> ports(listener->mutex);
     for (auto &entry : listener->entries) {
@@ -276,7 +252,7 @@ int ka_udp_add_port(ka_udp_listener *listener, int port) {
             result = -1;
         }
     }
-    udp().wake.notify();
+    udp().wake();
     return result;
 }
 
@@ -292,7 +268,7 @@ int ka_udp_delete_port(ka_udp_listener *listener, int port) {
             }
         }
     }
-    udp().wake.notify();
+    udp().wake();
     return 0;
 }
 

@@ -5,6 +5,7 @@
 #include "core/json.h"
 #include "core/save_state.h"
 #include "core/transport.h"
+#include "core/worker.h"
 
 #include <algorithm>
 #include <cstring>
@@ -21,18 +22,9 @@ constexpr const char *program_event = "program_run_finish";
 
 std::atomic<ka_event_callback_t> event_callback{nullptr};
 
-struct receiver_state {
-    std::mutex control; // start and stop
-    std::thread thread;
-    // Each started thread has its own flag, so a thread that was told to stop
-    // never runs on because a newer one was started.
-    std::shared_ptr<std::atomic<bool>> stop;
-    platform::wake_channel wake;
-};
-
-receiver_state &receiver() {
-    static receiver_state state;
-    return state;
+worker_thread &receiver() {
+    static worker_thread thread;
+    return thread;
 }
 
 // The value of "command", else of "state"; empty when neither is a string.
@@ -246,8 +238,8 @@ void read_available(arm_record &arm) {
     }
 }
 
-void receive_loop(const std::shared_ptr<std::atomic<bool>> &stop) {
-    auto &state = receiver();
+void receive_loop(const worker_thread::stop_flag &stop) {
+    platform::wake_channel &wake = receiver().channel();
     std::array<arm_ptr, KA_MAX_ARMS> arms;
     platform::socket_t sockets[KA_MAX_ARMS + 1];
     bool ready[KA_MAX_ARMS + 1];
@@ -255,7 +247,7 @@ void receive_loop(const std::shared_ptr<std::atomic<bool>> &stop) {
         registry_connected_arms(arms);
         size_t count = 0;
         arm_record *polled[KA_MAX_ARMS + 1] = {};
-        sockets[count++] = state.wake.read_end();
+        sockets[count++] = wake.read_end();
         for (auto &arm : arms)
             if (arm) {
                 polled[count] = arm.get();
@@ -270,7 +262,7 @@ void receive_loop(const std::shared_ptr<std::atomic<bool>> &stop) {
                     .count()));
             continue;
         }
-        if (ready[0]) state.wake.drain();
+        if (ready[0]) wake.drain();
         for (size_t i = 1; i < count; ++i)
             if (ready[i]) read_available(*polled[i]);
         for (auto &arm : arms) arm.reset();
@@ -342,29 +334,11 @@ arm_record::~arm_record() {
     if (socket) platform::close_socket(socket->fd);
 }
 
-void receiver_start() {
-    auto &state = receiver();
-    std::lock_guard<std::mutex> lock(state.control);
-    if (state.thread.joinable()) return;
-    state.stop = std::make_shared<std::atomic<bool>>(false);
-    state.thread = std::thread(receive_loop, state.stop);
-}
+void receiver_start() { receiver().start(receive_loop); }
 
-void receiver_stop() {
-    auto &state = receiver();
-    std::lock_guard<std::mutex> lock(state.control);
-    if (!state.thread.joinable()) return;
-    state.stop->store(true);
-    state.wake.notify();
-    // A callback running on this very thread may close the library: the
-    // thread then ends on its own after the callback returns.
-    if (state.thread.get_id() == std::this_thread::get_id())
-        state.thread.detach();
-    else
-        state.thread.join();
-}
+void receiver_stop() { receiver().stop(); }
 
-void receiver_wake() { receiver().wake.notify(); }
+void receiver_wake() { receiver().wake(); }
 
 void mark_disconnected(arm_record &arm) {
     if (!arm.connected.exchange(false)) return;
