@@ -432,25 +432,20 @@ void libalgo_get_robot_gravity_acc(float g[3]) {
     if (g) std::copy(robot.gravity, robot.gravity + 3, g);
 }
 
-void libalgo_set_jointlim_max(const float q[7]) {
-    guard lock(context_mutex);
-    copy_in(robot.joint_max, q);
-}
+// A float[7] of the context with its setter and getter; `in` and `out` say
+// whether values cross as stored (radians) or in degrees.
+#define KA_CONTEXT_ARRAY(set_name, get_name, field, in, out)                                       \
+    void set_name(const float v[7]) {                                                              \
+        guard lock(context_mutex);                                                                 \
+        in(robot.field, v);                                                                        \
+    }                                                                                              \
+    void get_name(float v[7]) {                                                                    \
+        guard lock(context_mutex);                                                                 \
+        out(v, robot.field);                                                                       \
+    }
 
-void libalgo_get_jointlim_max(float q[7]) {
-    guard lock(context_mutex);
-    copy_out(q, robot.joint_max);
-}
-
-void libalgo_set_jointlim_min(const float q[7]) {
-    guard lock(context_mutex);
-    copy_in(robot.joint_min, q);
-}
-
-void libalgo_get_jointlim_min(float q[7]) {
-    guard lock(context_mutex);
-    copy_out(q, robot.joint_min);
-}
+KA_CONTEXT_ARRAY(libalgo_set_jointlim_max, libalgo_get_jointlim_max, joint_max, copy_in, copy_out)
+KA_CONTEXT_ARRAY(libalgo_set_jointlim_min, libalgo_get_jointlim_min, joint_min, copy_in, copy_out)
 
 void libalgo_get_modeling_jointlim_max(float q[7]) {
     guard lock(context_mutex);
@@ -466,35 +461,12 @@ void libalgo_get_modeling_jointlim_min(float q[7]) {
         q[i] = deg_to_rad(robot.model->min_pos_deg[i]);
 }
 
-void libalgo_set_joint_vel_maxlim(const float v[7]) {
-    guard lock(context_mutex);
-    copy_in(robot.vel_max, v);
-}
-
-void libalgo_get_joint_vel_maxlim(float v[7]) {
-    guard lock(context_mutex);
-    copy_out(v, robot.vel_max);
-}
-
-void libalgo_set_joint_acc_maxlim(const float a[7]) {
-    guard lock(context_mutex);
-    copy_in(robot.acc_max, a);
-}
-
-void libalgo_get_joint_acc_maxlim(float a[7]) {
-    guard lock(context_mutex);
-    copy_out(a, robot.acc_max);
-}
-
-void libalgo_set_joint_direction(const float sign[7]) {
-    guard lock(context_mutex);
-    copy_in(robot.direction, sign);
-}
-
-void libalgo_get_joint_direction(float sign[7]) {
-    guard lock(context_mutex);
-    copy_out(sign, robot.direction);
-}
+KA_CONTEXT_ARRAY(libalgo_set_joint_vel_maxlim, libalgo_get_joint_vel_maxlim, vel_max, copy_in,
+                 copy_out)
+KA_CONTEXT_ARRAY(libalgo_set_joint_acc_maxlim, libalgo_get_joint_acc_maxlim, acc_max, copy_in,
+                 copy_out)
+KA_CONTEXT_ARRAY(libalgo_set_joint_direction, libalgo_get_joint_direction, direction, copy_in,
+                 copy_out)
 
 void libalgo_set_link_dynamics_params(const float p[7][10]) {
     guard lock(context_mutex);
@@ -547,15 +519,8 @@ void libalgo_get_tcp_config(float config[4]) {
     if (config) std::copy(robot.tcp_config, robot.tcp_config + 4, config);
 }
 
-void libalgo_set_joint_config(const float config[7]) {
-    guard lock(context_mutex);
-    copy_in(robot.joint_config, config);
-}
-
-void libalgo_get_joint_config(float config[7]) {
-    guard lock(context_mutex);
-    copy_out(config, robot.joint_config);
-}
+KA_CONTEXT_ARRAY(libalgo_set_joint_config, libalgo_get_joint_config, joint_config, copy_in,
+                 copy_out)
 
 void libalgo_set_safety_level(int level) {
     guard lock(context_mutex);
@@ -567,15 +532,8 @@ int libalgo_get_safety_level(void) {
     return robot.safety_level;
 }
 
-void libalgo_set_user_collision_threshold(const float threshold[7]) {
-    guard lock(context_mutex);
-    copy_in(robot.collision_threshold, threshold);
-}
-
-void libalgo_get_user_collision_threshold(float threshold[7]) {
-    guard lock(context_mutex);
-    copy_out(threshold, robot.collision_threshold);
-}
+KA_CONTEXT_ARRAY(libalgo_set_user_collision_threshold, libalgo_get_user_collision_threshold,
+                 collision_threshold, copy_in, copy_out)
 
 void libalgo_set_is_avoid_Singularity(int flag) {
     guard lock(context_mutex);
@@ -629,25 +587,10 @@ void libalgo_get_joint_cmd(float q[7], float dq[7], float ddq[7]) {
 
 int invoke_libalgo_init(void) { return libalgo_init(); }
 
-void invoke_libalgo_set_jointlim_max(const float deg[7]) {
-    guard lock(context_mutex);
-    copy_in_deg(robot.joint_max, deg);
-}
-
-void invoke_libalgo_get_jointlim_max(float deg[7]) {
-    guard lock(context_mutex);
-    copy_out_deg(deg, robot.joint_max);
-}
-
-void invoke_libalgo_set_jointlim_min(const float deg[7]) {
-    guard lock(context_mutex);
-    copy_in_deg(robot.joint_min, deg);
-}
-
-void invoke_libalgo_get_jointlim_min(float deg[7]) {
-    guard lock(context_mutex);
-    copy_out_deg(deg, robot.joint_min);
-}
+KA_CONTEXT_ARRAY(invoke_libalgo_set_jointlim_max, invoke_libalgo_get_jointlim_max, joint_max,
+                 copy_in_deg, copy_out_deg)
+KA_CONTEXT_ARRAY(invoke_libalgo_set_jointlim_min, invoke_libalgo_get_jointlim_min, joint_min,
+                 copy_in_deg, copy_out_deg)
 
 void invoke_libalgo_get_modeling_jointlim_max(float deg[7]) {
     guard lock(context_mutex);
@@ -663,25 +606,10 @@ void invoke_libalgo_get_modeling_jointlim_min(float deg[7]) {
     if (robot.model) copy_out_deg(deg, rad);
 }
 
-void invoke_libalgo_set_joint_vel_maxlim(const float deg_s[7]) {
-    guard lock(context_mutex);
-    copy_in_deg(robot.vel_max, deg_s);
-}
-
-void invoke_libalgo_get_joint_vel_maxlim(float deg_s[7]) {
-    guard lock(context_mutex);
-    copy_out_deg(deg_s, robot.vel_max);
-}
-
-void invoke_libalgo_set_joint_acc_maxlim(const float deg_s2[7]) {
-    guard lock(context_mutex);
-    copy_in_deg(robot.acc_max, deg_s2);
-}
-
-void invoke_libalgo_get_joint_acc_maxlim(float deg_s2[7]) {
-    guard lock(context_mutex);
-    copy_out_deg(deg_s2, robot.acc_max);
-}
+KA_CONTEXT_ARRAY(invoke_libalgo_set_joint_vel_maxlim, invoke_libalgo_get_joint_vel_maxlim, vel_max,
+                 copy_in_deg, copy_out_deg)
+KA_CONTEXT_ARRAY(invoke_libalgo_set_joint_acc_maxlim, invoke_libalgo_get_joint_acc_maxlim, acc_max,
+                 copy_in_deg, copy_out_deg)
 
 void invoke_libalgo_set_robot_install_angle(const float deg[3]) {
     guard lock(context_mutex);

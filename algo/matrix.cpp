@@ -71,35 +71,34 @@ template <class M> void zero_outside(M &m, int cap) {
             if (r >= m.rows || c >= m.columns) m.data[r][c] = 0.0f;
 }
 
-} // namespace
-
-// ----------------------------------------------------------- ka_matrix_t
-
-ka_matrix_t zero_matrix(int rows, int cols) {
-    ka_matrix_t m{};
-    m.rows = static_cast<int16_t>(clamp_count(rows, 4));
-    m.columns = static_cast<int16_t>(clamp_count(cols, 4));
+// The fixed-size libraries (ka_matrix_t up to 4x4, matrix7_t up to 7x7)
+// share these bodies; Cap is the record's capacity.
+template <class M, int Cap> M fixed_zero(int rows, int cols) {
+    M m{};
+    m.rows = static_cast<int16_t>(clamp_count(rows, Cap));
+    m.columns = static_cast<int16_t>(clamp_count(cols, Cap));
     return m;
 }
 
-ka_matrix_t unit_matrix(int n) {
-    ka_matrix_t m = zero_matrix(n, n);
+template <class M, int Cap> M fixed_unit(int n) {
+    M m = fixed_zero<M, Cap>(n, n);
     for (int i = 0; i < m.rows; ++i)
         m.data[i][i] = 1.0f;
     return m;
 }
 
-ka_matrix_t matrix_t(const ka_matrix_t &A) {
-    ka_matrix_t m = zero_matrix(A.columns, A.rows);
+template <class M, int Cap> M fixed_transpose(const M &A) {
+    M m = fixed_zero<M, Cap>(A.columns, A.rows);
     for (int r = 0; r < m.rows; ++r)
         for (int c = 0; c < m.columns; ++c)
             m.data[r][c] = A.data[c][r];
     return m;
 }
 
-ka_matrix_t matrix_m(const ka_matrix_t &A, const ka_matrix_t &B) {
-    ka_matrix_t m = zero_matrix(A.rows, B.columns);
-    int inner = clamp_count(A.columns, 4);
+// Each product of two floats is accumulated in double, the sum stored as float.
+template <class M, int Cap> M fixed_product(const M &A, const M &B) {
+    M m = fixed_zero<M, Cap>(A.rows, B.columns);
+    int inner = clamp_count(A.columns, Cap);
     for (int r = 0; r < m.rows; ++r) {
         for (int c = 0; c < m.columns; ++c) {
             double sum = 0.0;
@@ -111,27 +110,28 @@ ka_matrix_t matrix_m(const ka_matrix_t &A, const ka_matrix_t &B) {
     return m;
 }
 
-ka_matrix_t matrix_a(const ka_matrix_t &A, const ka_matrix_t &B, int sign) {
-    ka_matrix_t m = zero_matrix(A.rows, A.columns);
+template <class M, int Cap> M fixed_sum(const M &A, const M &B, int sign) {
+    M m = fixed_zero<M, Cap>(A.rows, A.columns);
     for (int r = 0; r < m.rows; ++r)
         for (int c = 0; c < m.columns; ++c)
             m.data[r][c] = sign > 0 ? A.data[r][c] + B.data[r][c] : A.data[r][c] - B.data[r][c];
     return m;
 }
 
-ka_matrix_t matrix_m_num(const ka_matrix_t &A, float k) {
-    ka_matrix_t m = zero_matrix(A.rows, A.columns);
+template <class M, int Cap> M fixed_scale(const M &A, float k) {
+    M m = fixed_zero<M, Cap>(A.rows, A.columns);
     for (int r = 0; r < m.rows; ++r)
         for (int c = 0; c < m.columns; ++c)
             m.data[r][c] = A.data[r][c] * k;
     return m;
 }
 
-ka_matrix_t matrix_inv(const ka_matrix_t &A) {
-    ka_matrix_t m = zero_matrix(A.rows, A.columns);
+// Full-pivot Gauss-Jordan in double; a non-square input gives zeros.
+template <class M, int Cap> M fixed_inverse(const M &A) {
+    M m = fixed_zero<M, Cap>(A.rows, A.columns);
     if (m.rows != m.columns) return m;
     int n = m.rows;
-    double a[4][4] = {};
+    double a[Cap][Cap] = {};
     for (int r = 0; r < n; ++r)
         for (int c = 0; c < n; ++c)
             a[r][c] = A.data[r][c];
@@ -141,6 +141,24 @@ ka_matrix_t matrix_inv(const ka_matrix_t &A) {
             m.data[r][c] = static_cast<float>(a[r][c]);
     return m;
 }
+
+} // namespace
+
+// ----------------------------------------------------------- ka_matrix_t
+
+ka_matrix_t zero_matrix(int rows, int cols) { return fixed_zero<ka_matrix_t, 4>(rows, cols); }
+ka_matrix_t unit_matrix(int n) { return fixed_unit<ka_matrix_t, 4>(n); }
+ka_matrix_t matrix_t(const ka_matrix_t &A) { return fixed_transpose<ka_matrix_t, 4>(A); }
+ka_matrix_t matrix_m(const ka_matrix_t &A, const ka_matrix_t &B) {
+    return fixed_product<ka_matrix_t, 4>(A, B);
+}
+ka_matrix_t matrix_a(const ka_matrix_t &A, const ka_matrix_t &B, int sign) {
+    return fixed_sum<ka_matrix_t, 4>(A, B, sign);
+}
+ka_matrix_t matrix_m_num(const ka_matrix_t &A, float k) {
+    return fixed_scale<ka_matrix_t, 4>(A, k);
+}
+ka_matrix_t matrix_inv(const ka_matrix_t &A) { return fixed_inverse<ka_matrix_t, 4>(A); }
 
 ka_matrix_t matrix_inv_coordinate_system(const ka_matrix_t &T) {
     const auto &r = T.data;
@@ -233,74 +251,16 @@ extern "C" int ka_sign(float x) { return x > 0.0f ? 1 : (x < 0.0f ? -1 : 0); }
 
 // -------------------------------------------------------------- matrix7_t
 
-namespace {
-matrix7_t zero7(int rows, int cols) {
-    matrix7_t m{};
-    m.rows = static_cast<int16_t>(clamp_count(rows, 7));
-    m.columns = static_cast<int16_t>(clamp_count(cols, 7));
-    return m;
-}
-} // namespace
-
-matrix7_t unit_matrix_dim7(int n) {
-    matrix7_t m = zero7(n, n);
-    for (int i = 0; i < m.rows; ++i)
-        m.data[i][i] = 1.0f;
-    return m;
-}
-
+matrix7_t unit_matrix_dim7(int n) { return fixed_unit<matrix7_t, 7>(n); }
 matrix7_t matrix_m_dim7(const matrix7_t &A, const matrix7_t &B) {
-    matrix7_t m = zero7(A.rows, B.columns);
-    int inner = clamp_count(A.columns, 7);
-    for (int r = 0; r < m.rows; ++r) {
-        for (int c = 0; c < m.columns; ++c) {
-            double sum = 0.0;
-            for (int k = 0; k < inner; ++k)
-                sum += static_cast<double>(A.data[r][k] * B.data[k][c]);
-            m.data[r][c] = static_cast<float>(sum);
-        }
-    }
-    return m;
+    return fixed_product<matrix7_t, 7>(A, B);
 }
-
 matrix7_t matrix_a_dim7(const matrix7_t &A, const matrix7_t &B, int sign) {
-    matrix7_t m = zero7(A.rows, A.columns);
-    for (int r = 0; r < m.rows; ++r)
-        for (int c = 0; c < m.columns; ++c)
-            m.data[r][c] = sign > 0 ? A.data[r][c] + B.data[r][c] : A.data[r][c] - B.data[r][c];
-    return m;
+    return fixed_sum<matrix7_t, 7>(A, B, sign);
 }
-
-matrix7_t matrix_t_dim7(const matrix7_t &A) {
-    matrix7_t m = zero7(A.columns, A.rows);
-    for (int r = 0; r < m.rows; ++r)
-        for (int c = 0; c < m.columns; ++c)
-            m.data[r][c] = A.data[c][r];
-    return m;
-}
-
-matrix7_t matrix_m_num_dim7(const matrix7_t &A, float k) {
-    matrix7_t m = zero7(A.rows, A.columns);
-    for (int r = 0; r < m.rows; ++r)
-        for (int c = 0; c < m.columns; ++c)
-            m.data[r][c] = A.data[r][c] * k;
-    return m;
-}
-
-matrix7_t matrix_inv_dim7(const matrix7_t &A) {
-    matrix7_t m = zero7(A.rows, A.columns);
-    if (m.rows != m.columns) return m;
-    int n = m.rows;
-    double a[7][7] = {};
-    for (int r = 0; r < n; ++r)
-        for (int c = 0; c < n; ++c)
-            a[r][c] = A.data[r][c];
-    gauss_jordan_full_pivot(a, n);
-    for (int r = 0; r < n; ++r)
-        for (int c = 0; c < n; ++c)
-            m.data[r][c] = static_cast<float>(a[r][c]);
-    return m;
-}
+matrix7_t matrix_t_dim7(const matrix7_t &A) { return fixed_transpose<matrix7_t, 7>(A); }
+matrix7_t matrix_m_num_dim7(const matrix7_t &A, float k) { return fixed_scale<matrix7_t, 7>(A, k); }
+matrix7_t matrix_inv_dim7(const matrix7_t &A) { return fixed_inverse<matrix7_t, 7>(A); }
 
 matrix7_t simp_matrix_inv77(const matrix7_t &A) {
     // The full 7x7 case with the loop bounds fixed, so the compiler unrolls.
@@ -309,7 +269,7 @@ matrix7_t simp_matrix_inv77(const matrix7_t &A) {
         for (int c = 0; c < 7; ++c)
             a[r][c] = A.data[r][c];
     gauss_jordan_full_pivot(a, 7);
-    matrix7_t m = zero7(7, 7);
+    matrix7_t m = fixed_zero<matrix7_t, 7>(7, 7);
     for (int r = 0; r < 7; ++r)
         for (int c = 0; c < 7; ++c)
             m.data[r][c] = static_cast<float>(a[r][c]);
@@ -834,7 +794,7 @@ ka_matrix_t mat_to_matrix(const mat_t &A) {
 }
 
 matrix7_t mat_to_matrix_more(const mat_t &A) {
-    matrix7_t m = zero7(A.rows, A.columns);
+    matrix7_t m = fixed_zero<matrix7_t, 7>(A.rows, A.columns);
     for (int r = 0; r < m.rows; ++r)
         for (int c = 0; c < m.columns; ++c)
             m.data[r][c] = A.data[r][c];

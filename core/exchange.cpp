@@ -66,7 +66,8 @@ int common_json_pack_set(arm_record *arm, const ka_request_field *fields, int co
     if (!arm || !fields || count < 1) return -1;
     json_ptr object(cJSON_CreateObject());
     for (int i = 0; i < count; ++i)
-        if (cJSON *item = field_item(fields[i])) cJSON_AddItemToObject(object.get(), fields[i].key, item);
+        if (cJSON *item = field_item(fields[i]))
+            cJSON_AddItemToObject(object.get(), fields[i].key, item);
     printed_ptr text(cJSON_PrintUnformatted(object.get()));
     if (!text) return -1;
     ka_log_debug("send is: %s\n", text.get());
@@ -83,7 +84,8 @@ int ka_pack_lock_set(const char *function, ka_robot_handle *handle, const ka_req
                      int timeout_ms) {
     arm_ptr arm = registry_find(handle);
     if (!arm) return -1;
-    const char *command = command_name(fields, count);
+    // A wait without a request is labelled with the name it waits for.
+    const char *command = fields ? command_name(fields, count) : reply_name;
     if (fields && common_json_pack_set(arm.get(), fields, count) != 0) {
         ka_log_error("[%s] %s send error\n", function, command);
         return -1;
@@ -98,13 +100,8 @@ int ka_pack_lock_set(const char *function, ka_robot_handle *handle, const ka_req
 
 int ka_pack_lock_wait(const char *function, ka_robot_handle *handle, const char *reply_name,
                       char *reply, int reply_size, int timeout_ms) {
-    arm_ptr arm = registry_find(handle);
-    if (!arm) return -1;
-    if (!reply_name) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(timeout_ms));
-        return 0;
-    }
-    return wait_reply(function, reply_name, *arm, false, reply_name, reply, reply_size, timeout_ms);
+    return ka_pack_lock_set(function, handle, nullptr, 0, reply_name, reply, reply_size,
+                            timeout_ms);
 }
 
 int parse_ka_set_command(const char *function, const char *text, const char *key) {
@@ -145,8 +142,8 @@ int parse_ka_move_command(const char *text, int *device, int *trajectory_connect
     if (trajectory_connect) *trajectory_connect = connect;
     // A missing "trajectory_state" reads as -1 and takes the accepted branch.
     if (state != 0) {
-        ka_log_debug("Move command result is: true, current Device: %d, trajectory_connect: %d\n", dev,
-                     connect);
+        ka_log_debug("Move command result is: true, current Device: %d, trajectory_connect: %d\n",
+                     dev, connect);
         return state;
     }
     ka_log_error("Move command result is: false, current Device: %d, trajectory_connect: %d\n", dev,

@@ -4,26 +4,11 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <sys/socket.h>
-#include <netinet/in.h>
-#include <unistd.h>
 
 using namespace ka_test;
 using namespace std::chrono_literals;
 
 namespace {
-
-// A local port with nothing listening on it.
-int closed_port() {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
-    socklen_t len = sizeof addr;
-    ::getsockname(fd, reinterpret_cast<sockaddr *>(&addr), &len);
-    ::close(fd);
-    return ntohs(addr.sin_port);
-}
 
 struct library : ::testing::Test {
     void SetUp() override { ka_init(KA_THREAD_MODE_DUAL); }
@@ -79,7 +64,7 @@ TEST_F(library, model_markers_are_tested_in_their_fixed_order) {
 }
 
 TEST_F(library, a_failed_connection_keeps_its_slot_and_fails_every_command) {
-    ka_robot_handle *arm = ka_create_robot_arm("127.0.0.1", closed_port());
+    ka_robot_handle *arm = ka_create_robot_arm("127.0.0.1", unused_local_port(SOCK_STREAM));
     ASSERT_NE(arm, nullptr);
     EXPECT_EQ(arm->id, -1);
     int value = 0;

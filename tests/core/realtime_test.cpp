@@ -36,18 +36,6 @@ void on_state(ka_realtime_arm_joint_state_t state) {
     received_cv.notify_all();
 }
 
-int free_udp_port() {
-    int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
-    socklen_t len = sizeof addr;
-    ::getsockname(fd, reinterpret_cast<sockaddr *>(&addr), &len);
-    ::close(fd);
-    return ntohs(addr.sin_port);
-}
-
 void send_datagram(int port, const std::string &text) {
     int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
     sockaddr_in addr{};
@@ -61,7 +49,7 @@ void send_datagram(int port, const std::string &text) {
 } // namespace
 
 TEST(realtime, an_arm_that_pushes_is_heard_on_its_port) {
-    int port = free_udp_port();
+    int port = unused_local_port(SOCK_DGRAM);
     ka_init(KA_THREAD_MODE_TRIPLE);
     ka_realtime_arm_state_call_back(on_state);
     test_peer peer;
@@ -119,7 +107,7 @@ TEST(realtime, required_parts_and_status_names) {
 
 TEST(realtime, ports_are_reference_counted) {
     ka_udp_listener *listener = ka_udp_init();
-    int port = free_udp_port();
+    int port = unused_local_port(SOCK_DGRAM);
     EXPECT_EQ(ka_udp_add_port(listener, port), 0);
     EXPECT_EQ(ka_udp_add_port(listener, port), 1);
     EXPECT_EQ(ka_udp_delete_port(listener, port), 0);

@@ -4,6 +4,9 @@
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace ka_test {
 
@@ -24,6 +27,18 @@ void expect_wire(arm_session &session, const wire_case &row) {
     EXPECT_EQ(result, row.result);
     ASSERT_TRUE(session.peer.wait_for_lines(1, std::chrono::seconds(2)));
     EXPECT_EQ(session.peer.lines().front(), row.request);
+}
+
+int unused_local_port(int socket_type) {
+    int fd = ::socket(AF_INET, socket_type, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ::bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
+    socklen_t len = sizeof addr;
+    ::getsockname(fd, reinterpret_cast<sockaddr *>(&addr), &len);
+    ::close(fd);
+    return ntohs(addr.sin_port);
 }
 
 namespace {

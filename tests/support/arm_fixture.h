@@ -38,6 +38,9 @@ struct wire_case {
 // Runs one row against an open session and checks line and result.
 void expect_wire(arm_session &session, const wire_case &row);
 
+// A loopback port nothing listens on (SOCK_STREAM or SOCK_DGRAM).
+int unused_local_port(int socket_type);
+
 // Collects every log line (formatted) while alive; threshold 0.
 class log_capture {
   public:
