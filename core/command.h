@@ -44,6 +44,37 @@ inline ka_reply_field text_field(const char *key) { return {KA_FIELD_STRING, key
 inline ka_reply_field bool_field(const char *key) { return {KA_FIELD_BOOL, key, 0, {}}; }
 inline ka_reply_field item_field(const char *key) { return {KA_FIELD_ITEM, key, 0, {}}; }
 
+// Wire forms of joints and poses shared by the families.
+struct wire_joints {
+    int32_t v[7] = {};
+    int count = 0;
+};
+// The first dof joints (degrees) in millidegrees.
+inline wire_joints joints_to_wire(const float *joint, int dof) {
+    wire_joints w;
+    w.count = dof < 0 ? 0 : dof > 7 ? 7 : dof;
+    for (int i = 0; i < w.count; ++i) w.v[i] = scale::millidegrees(joint[i]);
+    return w;
+}
+// x, y, z in micrometres and rx, ry, rz in milliradians; the quaternion is
+// never sent in this form.
+struct wire_pose {
+    int32_t v[6] = {};
+};
+inline wire_pose pose_to_wire(const ka_pose_t &p) {
+    return {{scale::millionths(p.position.x), scale::millionths(p.position.y),
+             scale::millionths(p.position.z), scale::thousandths(p.euler.rx),
+             scale::thousandths(p.euler.ry), scale::thousandths(p.euler.rz)}};
+}
+// The reverse: position and Euler angles of pose from six wire integers;
+// the quaternion is left as it was.
+inline void pose_from_wire(const int32_t *v, ka_pose_t &p) {
+    p.position = {scale::from_millionths(v[0]), scale::from_millionths(v[1]),
+                  scale::from_millionths(v[2])};
+    p.euler = {scale::from_thousandths(v[3]), scale::from_thousandths(v[4]),
+               scale::from_thousandths(v[5])};
+}
+
 // A reply line, zeroed.
 struct reply_text {
     char text[reply_buffer_size] = {};

@@ -72,6 +72,7 @@ extern "C" {
 #define KA_PROGRAM_LOOPS 100          /* loop_num / loop_cont entries */
 #define KA_PROJECT_PATH_SIZE 300
 #define KA_FENCE_LIST_CAPACITY 10     /* stored electronic fences */
+#define KA_FRAME_LIST_CAPACITY 10     /* names in one tool or work frame list */
 #define KA_SEARCH_TEXT_SIZE 32
 
 /* ------------------------------------------------------------ enumerations */
@@ -561,27 +562,231 @@ KA_API int ka_get_data_common(ka_robot_handle *handle, int *value, const char *c
                               const char *key);
 
 /* =================================================================
- * Queries run when an arm is opened
+ * Realtime state push (UDP)
  * ================================================================= */
 
-/* Software versions; also sets the handle's model, DOF and force type. */
-KA_API int ka_get_arm_software_info(ka_robot_handle *handle, ka_arm_software_version_t *info);
+/* Registers the callback for pushed state (run on the UDP receive thread).
+ * NULL keeps the previous one. */
+KA_API void ka_realtime_arm_state_call_back(ka_realtime_callback_t callback);
 
+/* Configures the controller's push; see ka_realtime_push_config_t for the
+ * fields that are sent. 0, 1 refused, or an exchange code. */
+KA_API int ka_set_realtime_push(ka_robot_handle *handle, ka_realtime_push_config_t config);
+/* Reads the push configuration; custom flags read -1 when not reported. */
 KA_API int ka_get_realtime_push(ka_robot_handle *handle, ka_realtime_push_config_t *config);
+
+/* =================================================================
+ * Point-to-point and path motion
+ *
+ * block 0 returns once the controller accepted the motion. Otherwise: in
+ * thread mode 0 block is a time-out in seconds (-5 when it runs out); in
+ * modes 1 and 2 the call returns when the motion, or the chain of connected
+ * motions, has finished. Returns 0 done, 1 ended with a failure report, -3
+ * unparsable report, -4 the chain ended on another device, -6 (ka_movec) a
+ * trajectory_connect above 1, or an exchange code.
+ * ================================================================= */
+
+KA_API int ka_movej(ka_robot_handle *handle, const float *joint, int v, int r,
+                    int trajectory_connect, int block);
+KA_API int ka_movel(ka_robot_handle *handle, ka_pose_t pose, int v, int r, int trajectory_connect,
+                    int block);
+KA_API int ka_moves(ka_robot_handle *handle, ka_pose_t pose, int v, int r, int trajectory_connect,
+                    int block);
+KA_API int ka_movec(ka_robot_handle *handle, ka_pose_t pose_via, ka_pose_t pose_to, int v, int r,
+                    int loop, int trajectory_connect, int block);
+KA_API int ka_movej_p(ka_robot_handle *handle, ka_pose_t pose, int v, int r,
+                      int trajectory_connect, int block);
+
+KA_API int ka_movej_nblock(ka_robot_handle *handle, const float *joint, int v, int r,
+                           int trajectory_connect);
+KA_API int ka_movel_nblock(ka_robot_handle *handle, ka_pose_t pose, int v, int r,
+                           int trajectory_connect);
+KA_API int ka_moves_nblock(ka_robot_handle *handle, ka_pose_t pose, int v, int r,
+                           int trajectory_connect);
+KA_API int ka_movec_nblock(ka_robot_handle *handle, ka_pose_t pose_via, ka_pose_t pose_to, int v,
+                           int r, int loop, int trajectory_connect);
+KA_API int ka_movej_p_nblock(ka_robot_handle *handle, ka_pose_t pose, int v, int r,
+                             int trajectory_connect);
+
+KA_API int ka_movej_block(ka_robot_handle *handle, const float *joint, int v, int r,
+                          int trajectory_connect, int block);
+KA_API int ka_movel_block(ka_robot_handle *handle, ka_pose_t pose, int v, int r,
+                          int trajectory_connect, int block);
+KA_API int ka_moves_block(ka_robot_handle *handle, ka_pose_t pose, int v, int r,
+                          int trajectory_connect, int block);
+KA_API int ka_movec_block(ka_robot_handle *handle, ka_pose_t pose_via, ka_pose_t pose_to, int v,
+                          int r, int loop, int trajectory_connect, int block);
+KA_API int ka_movej_p_block(ka_robot_handle *handle, ka_pose_t pose, int v, int r,
+                            int trajectory_connect, int block);
+
+/* The running trajectory's kind and its data (float[7]): joint angles in
+ * degrees for joint kinds, x, y, z (m) and rx, ry, rz (rad) for pose kinds. */
+KA_API int ka_get_arm_current_trajectory(ka_robot_handle *handle,
+                                         ka_arm_current_trajectory_e *type, float *data);
+
+/* =================================================================
+ * Passthrough and follow motion: sent, never answered. 0 sent, -1 not.
+ * A pose whose quaternion has a squared norm inside (0.99, 1.1) is sent
+ * with the quaternion, otherwise with the Euler angles.
+ * ================================================================= */
+
+KA_API int ka_movej_canfd(ka_robot_handle *handle, const float *joint, bool follow, float expand);
+KA_API int ka_movep_canfd(ka_robot_handle *handle, ka_pose_t pose, bool follow);
+KA_API int ka_movej_follow(ka_robot_handle *handle, const float *joint);
+KA_API int ka_movep_follow(ka_robot_handle *handle, ka_pose_t pose);
+
+/* =================================================================
+ * Jogging, teaching and motion control
+ * ================================================================= */
+
+/* Steps: degrees, metres or radians. block as for the motions; block 0
+ * sends and pauses 500 ms without reading an answer. An axis type outside
+ * 0..2 gives -1 before anything is sent. */
+KA_API int ka_set_joint_step(ka_robot_handle *handle, int joint_num, float step, int v, int block);
+KA_API int ka_set_pos_step(ka_robot_handle *handle, ka_pos_teach_type_e type, float step, int v,
+                           int block);
+KA_API int ka_set_ort_step(ka_robot_handle *handle, ka_ort_teach_type_e type, float step, int v,
+                           int block);
+KA_API int ka_set_joint_step_nblock(ka_robot_handle *handle, int joint_num, float step, int v);
+KA_API int ka_set_pos_step_nblock(ka_robot_handle *handle, ka_pos_teach_type_e type, float step,
+                                  int v);
+KA_API int ka_set_ort_step_nblock(ka_robot_handle *handle, ka_ort_teach_type_e type, float step,
+                                  int v);
+KA_API int ka_set_joint_step_block(ka_robot_handle *handle, int joint_num, float step, int v,
+                                   int block);
+KA_API int ka_set_pos_step_block(ka_robot_handle *handle, ka_pos_teach_type_e type, float step,
+                                 int v, int block);
+KA_API int ka_set_ort_step_block(ka_robot_handle *handle, ka_ort_teach_type_e type, float step,
+                                 int v, int block);
+
+/* Continuous teaching until ka_set_stop_teach; direction non-zero positive. */
+KA_API int ka_set_joint_teach(ka_robot_handle *handle, int joint_num, int direction, int v);
+KA_API int ka_set_pos_teach(ka_robot_handle *handle, ka_pos_teach_type_e type, int direction,
+                            int v);
+KA_API int ka_set_ort_teach(ka_robot_handle *handle, ka_ort_teach_type_e type, int direction,
+                            int v);
+KA_API int ka_set_stop_teach(ka_robot_handle *handle);
+KA_API int ka_set_teach_frame(ka_robot_handle *handle, int frame_type);
+KA_API int ka_get_teach_frame(ka_robot_handle *handle, int *frame_type);
+
+KA_API int ka_set_arm_slow_stop(ka_robot_handle *handle);
+KA_API int ka_set_arm_stop(ka_robot_handle *handle);
+KA_API int ka_set_arm_pause(ka_robot_handle *handle);
+KA_API int ka_set_arm_continue(ka_robot_handle *handle);
+KA_API int ka_set_delete_current_trajectory(ka_robot_handle *handle);
+KA_API int ka_set_arm_delete_trajectory(ka_robot_handle *handle);
+
+/* =================================================================
+ * Joint and arm limits: degrees, degrees/s, degrees/s^2, m/s, m/s^2,
+ * rad/s, rad/s^2. Joint arrays are float[7] (or uint8_t[7]); DOF entries
+ * are written.
+ * ================================================================= */
+
+KA_API int ka_set_joint_max_speed(ka_robot_handle *handle, int joint_num, float speed);
+KA_API int ka_set_joint_max_acc(ka_robot_handle *handle, int joint_num, float acc);
+KA_API int ka_set_joint_min_pos(ka_robot_handle *handle, int joint_num, float pos);
+KA_API int ka_set_joint_max_pos(ka_robot_handle *handle, int joint_num, float pos);
+KA_API int ka_get_joint_max_speed(ka_robot_handle *handle, float *speed);
+KA_API int ka_get_joint_max_acc(ka_robot_handle *handle, float *acc);
+KA_API int ka_get_joint_min_pos(ka_robot_handle *handle, float *pos);
+KA_API int ka_get_joint_max_pos(ka_robot_handle *handle, float *pos);
+
+KA_API int ka_set_joint_drive_max_speed(ka_robot_handle *handle, int joint_num, float speed);
+KA_API int ka_set_joint_drive_max_acc(ka_robot_handle *handle, int joint_num, float acc);
+KA_API int ka_set_joint_drive_min_pos(ka_robot_handle *handle, int joint_num, float pos);
+KA_API int ka_set_joint_drive_max_pos(ka_robot_handle *handle, int joint_num, float pos);
+KA_API int ka_get_joint_drive_max_speed(ka_robot_handle *handle, float *speed);
+KA_API int ka_get_joint_drive_max_acc(ka_robot_handle *handle, float *acc);
+KA_API int ka_get_joint_drive_min_pos(ka_robot_handle *handle, float *pos);
+KA_API int ka_get_joint_drive_max_pos(ka_robot_handle *handle, float *pos);
+KA_API int ka_auto_set_joint_limit(ka_robot_handle *handle, int limit_mode);
+
+KA_API int ka_set_joint_en_state(ka_robot_handle *handle, int joint_num, int en_state);
+KA_API int ka_get_joint_en_state(ka_robot_handle *handle, uint8_t *en_state);
+KA_API int ka_set_joint_zero_pos(ka_robot_handle *handle, int joint_num);
+KA_API int ka_set_joint_clear_err(ka_robot_handle *handle, int joint_num);
+
+KA_API int ka_set_arm_max_line_speed(ka_robot_handle *handle, float speed);
+KA_API int ka_set_arm_max_line_acc(ka_robot_handle *handle, float acc);
+KA_API int ka_set_arm_max_angular_speed(ka_robot_handle *handle, float speed);
+KA_API int ka_set_arm_max_angular_acc(ka_robot_handle *handle, float acc);
+KA_API int ka_get_arm_max_line_speed(ka_robot_handle *handle, float *speed);
+KA_API int ka_get_arm_max_line_acc(ka_robot_handle *handle, float *acc);
+KA_API int ka_get_arm_max_angular_speed(ka_robot_handle *handle, float *speed);
+KA_API int ka_get_arm_max_angular_acc(ka_robot_handle *handle, float *acc);
+KA_API int ka_set_arm_tcp_init(ka_robot_handle *handle);
+KA_API int ka_set_collision_state(ka_robot_handle *handle, int stage);
+KA_API int ka_get_collision_stage(ka_robot_handle *handle, int *stage);
+
+KA_API int ka_set_init_pose(ka_robot_handle *handle, const float *joint);
+KA_API int ka_get_init_pose(ka_robot_handle *handle, float *joint);
+
+/* =================================================================
+ * Tool and work frames
+ * ================================================================= */
+
+KA_API int ka_set_auto_tool_frame(ka_robot_handle *handle, int point_num);
+KA_API int ka_generate_auto_tool_frame(ka_robot_handle *handle, const char *tool_name,
+                                       float payload, float x, float y, float z);
+KA_API int ka_set_manual_tool_frame(ka_robot_handle *handle, ka_frame_t frame);
+KA_API int ka_update_tool_frame(ka_robot_handle *handle, ka_frame_t frame);
+KA_API int ka_set_tool_envelope(ka_robot_handle *handle, ka_envelope_balls_list_t list);
+KA_API int ka_get_tool_envelope(ka_robot_handle *handle, const char *tool_name,
+                                ka_envelope_balls_list_t *list);
+KA_API int ka_set_auto_work_frame(ka_robot_handle *handle, const char *frame_name, int point_num);
+KA_API int ka_set_manual_work_frame(ka_robot_handle *handle, const char *frame_name,
+                                    ka_pose_t pose);
+KA_API int ka_update_work_frame(ka_robot_handle *handle, const char *frame_name, ka_pose_t pose);
+
+/* Frame names into list (room for KA_FRAME_LIST_CAPACITY entries); *count
+ * is written only when at least one name was listed. */
+KA_API int ka_get_total_tool_frame(ka_robot_handle *handle, ka_frame_name_t *list, int *count);
+KA_API int ka_get_total_work_frame(ka_robot_handle *handle, ka_frame_name_t *list, int *count);
+KA_API int ka_get_given_tool_frame(ka_robot_handle *handle, const char *tool_name,
+                                   ka_frame_t *frame);
+KA_API int ka_get_given_work_frame(ka_robot_handle *handle, const char *frame_name,
+                                   ka_pose_t *pose);
 
 /* Current frames; also refresh the handle's copy and the kinematics. */
 KA_API int ka_get_current_tool_frame(ka_robot_handle *handle, ka_frame_t *frame);
 KA_API int ka_get_current_work_frame(ka_robot_handle *handle, ka_frame_t *frame);
+/* Select or delete a frame, then re-read the current one. */
+KA_API int ka_change_tool_frame(ka_robot_handle *handle, const char *tool_name);
+KA_API int ka_delete_tool_frame(ka_robot_handle *handle, const char *tool_name);
+KA_API int ka_change_work_frame(ka_robot_handle *handle, const char *frame_name);
+KA_API int ka_delete_work_frame(ka_robot_handle *handle, const char *frame_name);
+
+/* =================================================================
+ * Arm and controller state queries
+ * ================================================================= */
+
+KA_API int ka_get_joint_degree(ka_robot_handle *handle, float *joint);
+KA_API int ka_get_current_arm_state(ka_robot_handle *handle, ka_current_arm_state_t *state);
+KA_API int ka_get_arm_all_state(ka_robot_handle *handle, ka_arm_all_state_t *state);
+KA_API int ka_get_current_joint_temperature(ka_robot_handle *handle, float *temperature);
+KA_API int ka_get_current_joint_current(ka_robot_handle *handle, float *current);
+KA_API int ka_get_current_joint_voltage(ka_robot_handle *handle, float *voltage);
+KA_API int ka_get_joint_odom(ka_robot_handle *handle, float *odom);
+KA_API int ka_get_joint_err_flag(ka_robot_handle *handle, uint16_t *err_flag,
+                                 uint16_t *brake_state);
+KA_API int ka_get_controller_state(ka_robot_handle *handle, float *voltage, float *current,
+                                   float *temperature, int *err_flag);
+KA_API int ka_get_arm_power_state(ka_robot_handle *handle, int *power_state);
+KA_API int ka_get_system_runtime(ka_robot_handle *handle, int *day, int *hour, int *min,
+                                 int *sec);
+/* Software versions; also sets the handle's model and force type. */
+KA_API int ka_get_arm_software_info(ka_robot_handle *handle, ka_arm_software_version_t *info);
+KA_API int ka_set_arm_power(ka_robot_handle *handle, int arm_power);
+KA_API int ka_clear_system_runtime(ka_robot_handle *handle);
+KA_API int ka_clear_joint_odom(ka_robot_handle *handle);
+KA_API int ka_clear_system_err(ka_robot_handle *handle);
+
+/* =================================================================
+ * Safety configuration
+ * ================================================================= */
 
 /* Install angles of the arm base, whole degrees. */
 KA_API int ka_get_install_pose(ka_robot_handle *handle, float *x, float *y, float *z);
-
-/* Controller joint limits (degrees, degrees/s, degrees/s^2) into float[7];
- * DOF entries are written. */
-KA_API int ka_get_joint_min_pos(ka_robot_handle *handle, float *pos);
-KA_API int ka_get_joint_max_pos(ka_robot_handle *handle, float *pos);
-KA_API int ka_get_joint_max_acc(ka_robot_handle *handle, float *acc);
-KA_API int ka_get_joint_max_speed(ka_robot_handle *handle, float *speed);
 
 #ifdef __cplusplus
 }
