@@ -35,9 +35,13 @@ struct queue_entry {
     uint64_t stamp = 0;
 };
 
+struct arm_record;
+
 // Lines received for one arm, waiting to be taken by the command that asked
 // for them. Filed by the receive thread, taken by the commanding threads.
 struct reply_queue {
+    explicit reply_queue(arm_record &owner) : owner(owner) {}
+    arm_record &owner; // whose awaited-event flag the lookups follow
     std::mutex mutex;
     std::condition_variable filed;
     std::array<queue_entry, queue_entry_count> entries;
@@ -47,7 +51,7 @@ struct reply_queue {
 
 struct arm_record {
     std::unique_ptr<ka_socket_object> socket;
-    reply_queue queue;
+    reply_queue queue{*this};
     ka_robot_handle pub{}; // the caller's handle points here
 
     // Cache filled by the queries run at creation (and refreshed by later
@@ -63,6 +67,16 @@ struct arm_record {
     int push_port = 0;
 
     std::atomic<bool> connected{false};
+
+    // Awaited-event flag: 0 none, 1 a motion's completion report is expected,
+    // 2 a program's. While it is set, a lookup for any other line drops a
+    // queued report of that kind (it belongs to a command nobody waits for);
+    // see get_str_from_fifo.
+    std::atomic<int> awaited_event{0};
+    // Blocking waits in progress on this arm. While there is one, no lookup
+    // drops a completion report: the waiter's own queries must not discard
+    // the report it waits for.
+    std::atomic<int> blocking_waits{0};
 
     // Line assembly: used by the receive thread (modes 1, 2) or, under
     // direct_read_mutex, by the commanding thread (mode 0).
@@ -101,10 +115,6 @@ void mark_disconnected(arm_record &arm);
 int wait_for_line(arm_record &arm, const char *name, char *out, int size, int timeout_ms);
 // Drops queued lines with this name (a new wait must not take an old one).
 void purge_lines(arm_record &arm, const char *name);
-
-// Awaited-event flag: 0 none, 1 a motion's completion is awaited, 2 a
-// program's. See get_str_from_fifo.
-extern std::atomic<int> awaited_event;
 
 // Realtime push (realtime.cpp).
 void realtime_start();

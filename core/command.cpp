@@ -1,5 +1,6 @@
 #include "core/command.h"
 
+#include <mutex>
 
 namespace cmd {
 
@@ -14,7 +15,8 @@ int exchange(const char *function, ka_robot_handle *handle, const char *command,
     return ka_pack_lock_set(function, handle, all, count, reply, buffer, size, timeout_ms);
 }
 
-int run(const set_command &c, ka_robot_handle *handle, std::initializer_list<ka_request_field> fields) {
+int run(const set_command &c, ka_robot_handle *handle,
+        std::initializer_list<ka_request_field> fields) {
     reply_text reply;
     int n = exchange(c.function, handle, c.command, fields, c.reply, c.timeout_ms, reply.text,
                      sizeof reply.text);
@@ -25,6 +27,57 @@ int run(const set_command &c, ka_robot_handle *handle, std::initializer_list<ka_
 int run(const query_command &q, ka_robot_handle *handle, reply_text &reply) {
     return exchange(q.function, handle, q.command, {}, q.reply, q.timeout_ms, reply.text,
                     sizeof reply.text);
+}
+
+query_result read(const query_command &q, ka_robot_handle *handle,
+                  std::span<ka_reply_field> fields) {
+    reply_text reply;
+    query_result r{0, run(q, handle, reply), 0};
+    if (r.length < 1) {
+        r.status = r.length;
+        return r;
+    }
+    bool joints = false;
+    for (const auto &field : fields)
+        joints = joints || field.count == per_joint;
+    if (joints) {
+        r.dof = arm_dof(handle);
+        if (!r.dof) {
+            r.status = disconnected(q.function);
+            return r;
+        }
+        for (auto &field : fields)
+            if (field.count == per_joint) field.count = r.dof;
+    }
+    r.status =
+        common_json_parse(q.function, reply.text, fields.data(), static_cast<int>(fields.size()));
+    r.unparsed = r.status != 0;
+    return r;
+}
+
+int run(const joint_query &q, ka_robot_handle *handle, float *out) {
+    if (!out) return -1;
+    ka_reply_field field = joints_field(q.key);
+    query_result r = read({q.function, q.command, q.reply}, handle, {&field, 1});
+    if (r.status != 0) return r.status;
+    if (!q.cache) {
+        put_joints(out, field, r.dof, q.convert);
+        return 0;
+    }
+    arm_ptr arm = registry_find(handle);
+    if (!arm) return -1;
+    std::lock_guard<std::mutex> lock(arm->cache_mutex);
+    put_joints(out, field, r.dof, q.convert);
+    put_joints((*arm).*q.cache, field, r.dof, q.convert);
+    return 0;
+}
+
+int run(const value_query &q, ka_robot_handle *handle, int32_t &value) {
+    ka_reply_field field = int_field(q.key);
+    query_result r = read({q.function, q.command, q.reply}, handle, {&field, 1});
+    if (r.unparsed) return r.length;
+    if (r.status == 0) value = field.value.i;
+    return r.status;
 }
 
 int disconnected(const char *function) {
@@ -43,9 +96,9 @@ int arm_dof(const ka_robot_handle *handle) {
 extern "C" {
 
 int ka_set_data_common(ka_robot_handle *handle, int value, const char *command, const char *key) {
-    return cmd::run(cmd::set_command{"ka_set_data_common", command, command, "set_state",
-                                     m_nOutTime_max},
-                    handle, {cmd::number(key, value)});
+    return cmd::run(
+        cmd::set_command{"ka_set_data_common", command, command, "set_state", m_nOutTime_max},
+        handle, {cmd::number(key, value)});
 }
 
 int ka_get_data_common(ka_robot_handle *handle, int *value, const char *command, const char *key) {

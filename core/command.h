@@ -7,6 +7,7 @@
 #include "core/scale.h"
 
 #include <initializer_list>
+#include <span>
 
 namespace cmd {
 
@@ -53,7 +54,8 @@ struct wire_joints {
 inline wire_joints joints_to_wire(const float *joint, int dof) {
     wire_joints w;
     w.count = dof < 0 ? 0 : dof > 7 ? 7 : dof;
-    for (int i = 0; i < w.count; ++i) w.v[i] = scale::millidegrees(joint[i]);
+    for (int i = 0; i < w.count; ++i)
+        w.v[i] = scale::millidegrees(joint[i]);
     return w;
 }
 // x, y, z in micrometres and rx, ry, rz in milliradians; the quaternion is
@@ -109,6 +111,64 @@ struct query_command {
 };
 // The reply's length (> 0) or the exchange's code.
 int run(const query_command &q, ka_robot_handle *handle, reply_text &reply);
+
+// Count of a reply array with one entry per joint of the arm; the DOF is
+// only known once the reply is in.
+constexpr int32_t per_joint = -1;
+inline ka_reply_field joints_field(const char *key) { return ints_field(key, per_joint); }
+
+// What a query that reads typed fields came to.
+struct query_result {
+    int status;            // 0 when every field was read, else what the call returns
+    int length;            // the exchange's result: the reply's length when above 0
+    int dof;               // the arm's DOF when the reply had per-joint arrays
+    bool unparsed = false; // the reply arrived but lacked a field or had the wrong shape
+};
+// Exchanges q and reads the fields from its reply. With per-joint arrays
+// among them the arm's DOF is checked after the exchange (so the command has
+// gone out either way; a DOF other than 6 or 7 logs the disconnected line
+// and gives -1), and those arrays are read with DOF entries. Status: 0, the
+// exchange's code, -1, or the parse's status (-3).
+query_result read(const query_command &q, ka_robot_handle *handle,
+                  std::span<ka_reply_field> fields);
+
+// A query of one array with one entry per joint, converted to floats. When
+// `cache` is set, the arm record's copy follows the read.
+struct joint_query {
+    const char *function;
+    const char *command;
+    const char *reply;
+    const char *key;
+    float (*convert)(int32_t);
+    float (arm_record::*cache)[7] = nullptr;
+};
+// Writes DOF entries of out (room for 7); entries beyond are left alone.
+// 0, -1 (null out, bad DOF, arm gone), the parse's status, or the
+// exchange's code.
+int run(const joint_query &q, ka_robot_handle *handle, float *out);
+
+// Writes the first dof integers of an array field through convert.
+template <typename T, typename Convert>
+void put_joints(T *out, const ka_reply_field &field, int dof, Convert convert) {
+    for (int i = 0; i < dof && i < reply_array_capacity; ++i)
+        out[i] = convert(field.value.a[i]);
+}
+// The low bits of a wire integer that fit T (flags and states kept as bytes
+// or half-words).
+template <typename T> T low_bits(int32_t v) { return static_cast<T>(static_cast<uint32_t>(v)); }
+
+// A query of one integer under `key`. A reply without the key leaves the
+// output unwritten and gives the exchange's positive result: that is how the
+// controller has always answered "nothing to report", and callers see it as
+// a non-zero status.
+struct value_query {
+    const char *function;
+    const char *command;
+    const char *reply;
+    const char *key;
+};
+// 0 with value written, the reply's length, or the exchange's code.
+int run(const value_query &q, ka_robot_handle *handle, int32_t &value);
 
 // Logs "[%s] The robotic arm has been disconnected\n" and gives -1.
 int disconnected(const char *function);

@@ -45,6 +45,13 @@ int wait_reply(const char *function, const char *command, arm_record &arm, bool 
     return -2;
 }
 
+// Ready-made items belong to the request; a request that is never packed
+// still releases them.
+void release_items(const ka_request_field *fields, int count) {
+    for (int i = 0; fields && i < count; ++i)
+        if (fields[i].type == KA_FIELD_ITEM) cJSON_Delete(fields[i].value.item);
+}
+
 // The object to read typed fields from: inside "arm_state" or "all_state"
 // when the reply has one, else the reply itself.
 const cJSON *field_scope(const cJSON *doc, bool *nested) {
@@ -63,7 +70,10 @@ const cJSON *field_scope(const cJSON *doc, bool *nested) {
 extern "C" {
 
 int common_json_pack_set(arm_record *arm, const ka_request_field *fields, int count) {
-    if (!arm || !fields || count < 1) return -1;
+    if (!arm || !fields || count < 1) {
+        release_items(fields, count);
+        return -1;
+    }
     json_ptr object(cJSON_CreateObject());
     for (int i = 0; i < count; ++i)
         if (cJSON *item = field_item(fields[i]))
@@ -83,7 +93,10 @@ int ka_pack_lock_set(const char *function, ka_robot_handle *handle, const ka_req
                      int count, const char *reply_name, char *reply, int reply_size,
                      int timeout_ms) {
     arm_ptr arm = registry_find(handle);
-    if (!arm) return -1;
+    if (!arm) {
+        release_items(fields, count);
+        return -1;
+    }
     // A wait without a request is labelled with the name it waits for.
     const char *command = fields ? command_name(fields, count) : reply_name;
     if (fields && common_json_pack_set(arm.get(), fields, count) != 0) {

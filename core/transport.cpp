@@ -11,8 +11,6 @@
 #include <cstring>
 #include <thread>
 
-std::atomic<int> awaited_event{0};
-
 namespace {
 
 constexpr int send_timeout_ms = 3000;
@@ -123,24 +121,26 @@ bool save_waiting_for_silence() {
 }
 
 // Takes the first queued line named `name`; the queue's mutex is held.
-int take_line(reply_queue &queue, const char *name, char *out, int size) {
+int take_line(arm_record &arm, const char *name, char *out, int size) {
+    reply_queue &queue = arm.queue;
     for (size_t i = 0; i < queue.entries.size(); ++i) {
         queue_entry &entry = queue.entries[i];
         if (!entry.used) continue;
         // A completion report left over from a command that did not wait for
         // it is dropped by the next lookup, so that it cannot end a later wait
-        // early. A wait for the report itself takes it.
-        int flag = awaited_event.load();
-        bool stale_event = (flag == 1 && std::strcmp(entry.name, trajectory_event) == 0) ||
-                           (flag == 2 && std::strcmp(entry.name, program_event) == 0);
+        // early. A wait for the report itself takes it. While a blocking wait
+        // runs on this arm, every report is kept for it.
+        int flag = arm.awaited_event.load();
+        bool awaited = (flag == 1 && std::strcmp(entry.name, trajectory_event) == 0) ||
+                       (flag == 2 && std::strcmp(entry.name, program_event) == 0);
         if (std::strcmp(entry.name, name) == 0) {
-            if (stale_event) awaited_event.store(0);
+            if (awaited) arm.awaited_event.store(0);
             int n = copy_out(out, size, entry.text.data(), entry.text.size());
             entry.used = false;
             return n;
         }
-        if (stale_event) {
-            awaited_event.store(0);
+        if (awaited && arm.blocking_waits.load() == 0) {
+            arm.awaited_event.store(0);
             entry.used = false;
             continue;
         }
@@ -363,11 +363,11 @@ int wait_for_line(arm_record &arm, const char *name, char *out, int size, int ti
     auto deadline = platform::clock::now() + std::chrono::milliseconds(timeout_ms);
     std::unique_lock<std::mutex> lock(queue.mutex);
     for (;;) {
-        int n = take_line(queue, name, out, size);
+        int n = take_line(arm, name, out, size);
         if (n >= 0) return n;
         if (queue.closed) return -1;
         if (queue.filed.wait_until(lock, deadline) == std::cv_status::timeout)
-            return take_line(queue, name, out, size);
+            return take_line(arm, name, out, size);
     }
 }
 
@@ -445,7 +445,7 @@ int add_str_to_fifo(arm_record *arm, const char *line, int length) {
 int get_str_from_fifo(reply_queue *queue, const char *name, char *out, int size) {
     if (!queue || !name) return -1;
     std::lock_guard<std::mutex> lock(queue->mutex);
-    return take_line(*queue, name, out, size);
+    return take_line(queue->owner, name, out, size);
 }
 
 int handle_revice_data(arm_record *arm, const char *name, char *out, int size, int timeout_ms) {

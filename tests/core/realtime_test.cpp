@@ -3,13 +3,16 @@
 #include "core/realtime.h"
 #include "support/arm_fixture.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <condition_variable>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <netinet/in.h>
+#include <string>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <vector>
 
 using namespace ka_test;
 using namespace std::chrono_literals;
@@ -72,22 +75,8 @@ TEST(realtime, an_arm_that_pushes_is_heard_on_its_port) {
     EXPECT_STREQ(s.arm_ip, "127.0.0.1");
     EXPECT_EQ(s.arm_err, 300);
     EXPECT_EQ(s.arm_current_status, KA_ARM_STATUS_MOVE_J);
-    EXPECT_FLOAT_EQ(s.joint_position[0], 12.345f);
-    EXPECT_FLOAT_EQ(s.joint_position[5], -90.0f);
     EXPECT_FLOAT_EQ(s.joint_speed[0], 6.0f); // thousandths of a revolution per minute
-    EXPECT_FLOAT_EQ(s.joint_current[0], 1.5f);
-    EXPECT_TRUE(s.joint_en_flag[0]);
-    EXPECT_FALSE(s.joint_en_flag[1]);
-    EXPECT_EQ(s.joint_err_code[0], 7);
-    EXPECT_FLOAT_EQ(s.force[1], 2.0f);
-    EXPECT_EQ(s.coordinate, 1);
-    EXPECT_FLOAT_EQ(s.waypoint.position.x, 0.1f);
-    EXPECT_FLOAT_EQ(s.waypoint.position.z, -0.5f);
-    EXPECT_FLOAT_EQ(s.waypoint.quaternion.w, 1.0f);
-    EXPECT_FLOAT_EQ(s.waypoint.euler.rx, 3.142f);
-    EXPECT_EQ(s.lift_height, 300);
-    EXPECT_FLOAT_EQ(s.lift_pos, 1.5f);
-    EXPECT_FLOAT_EQ(s.hand_force, 3.0f);
+    EXPECT_FLOAT_EQ(s.joint_position[5], -90.0f);
     EXPECT_EQ(received[1].errCode, -3);
     lock.unlock();
     ka_destory();
@@ -116,4 +105,170 @@ TEST(realtime, ports_are_reference_counted) {
     ka_udp_delete_port(listener, port);
     EXPECT_EQ(ka_udp_add_port(listener, port), 0); // closed, opened anew
     ka_udp_delete_port(listener, port);
+}
+
+namespace {
+
+// Every part present, seven joints, a distinct value in every field.
+const std::string full_seven =
+    R"({"arm_err":513,"sys_err":1027,"arm_current_status":"move_through_pose",)"
+    R"("joint_status":{"joint_current":[1100,-2200,3300,-4400,5500,-6600,7700],)"
+    R"("joint_en_flag":[1,0,1,0,1,0,2],"joint_err_code":[1,2,3,4,5,6,65535],)"
+    R"("joint_position":[10001,-20002,30003,-40004,50005,-60006,70007],)"
+    R"("joint_temperature":[25100,25200,25300,25400,25500,25600,25700],)"
+    R"("joint_voltage":[48100,48200,48300,48400,48500,48600,48700],)"
+    R"("joint_speed":[1000,-2000,3000,-4000,5000,-6000,7000]},)"
+    R"("six_force_sensor":{"force":[1,2,3,4,5,6],"zero_force":[7,8,9,10,11,12],"coordinate":1},)"
+    R"("one_force_sensor":{"force":[1500,-2500,3500,-4500,5500,-6500],)"
+    R"("zero_force":[100,200,300,400,500,600],"coordinate":2},)"
+    R"("waypoint":{"position":[123456,-234567,345678],"quat":[707107,0,707107,0],"euler":[1571,-785,3142]},)"
+    R"("lift_state":{"pos":1234,"height":567,"current":89,"err_flag":3,"en_flag":1},)"
+    R"("expand_state":{"pos":-4321,"current":76,"err_flag":5,"en_flag":1,"joint_id":8,"mode":2},)"
+    R"("hand":{"hand_pos":321,"hand_force":45,"hand_state":6,"hand_err":7}})";
+
+std::string with(std::string text, const std::string &from, const std::string &to) {
+    return text.replace(text.find(from), from.size(), to);
+}
+
+void send_datagram_from(const char *source, int port, const std::string &text) {
+    int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    ::inet_pton(AF_INET, source, &addr.sin_addr);
+    ::bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
+    addr.sin_port = htons(static_cast<uint16_t>(port));
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ::sendto(fd, text.data(), text.size(), 0, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
+    ::close(fd);
+}
+
+} // namespace
+
+TEST(realtime, every_part_of_a_full_datagram_lands_in_its_field) {
+    ka_realtime_arm_joint_state_t s;
+    ASSERT_EQ(parse_ka_realtime_arm_joint_state(full_seven.c_str(), &s), 0);
+    for (int i = 0; i < 7; ++i) {
+        float sign = i % 2 ? -1.0f : 1.0f;
+        EXPECT_FLOAT_EQ(s.joint_current[i], sign * 1.1f * static_cast<float>(i + 1));
+        EXPECT_EQ(s.joint_en_flag[i], i % 2 == 0);
+        EXPECT_FLOAT_EQ(s.joint_position[i], sign * 10.001f * static_cast<float>(i + 1));
+        EXPECT_FLOAT_EQ(s.joint_temperature[i], 25.1f + 0.1f * static_cast<float>(i));
+        EXPECT_FLOAT_EQ(s.joint_voltage[i], 48.1f + 0.1f * static_cast<float>(i));
+        EXPECT_FLOAT_EQ(s.joint_speed[i], sign * 6.0f * static_cast<float>(i + 1));
+    }
+    EXPECT_EQ(s.joint_err_code[0], 1);
+    EXPECT_EQ(s.joint_err_code[6], 65535);
+    for (int i = 0; i < 6; ++i) { // the one-axis sensor overwrites the six-axis one
+        EXPECT_FLOAT_EQ(s.force[i], (i % 2 ? -1.0f : 1.0f) * (1.5f + static_cast<float>(i)));
+        EXPECT_FLOAT_EQ(s.zero_force[i], 0.1f * static_cast<float>(i + 1));
+    }
+    EXPECT_EQ(s.coordinate, 2);
+    EXPECT_EQ(s.arm_err, 513);
+    EXPECT_EQ(s.sys_err, 1027);
+    EXPECT_EQ(s.arm_current_status, KA_ARM_STATUS_MOVE_THROUGH_POSE);
+    const ka_pose_t &w = s.waypoint;
+    EXPECT_FLOAT_EQ(w.position.x, 0.123456f);
+    EXPECT_FLOAT_EQ(w.position.y, -0.234567f);
+    EXPECT_FLOAT_EQ(w.position.z, 0.345678f);
+    EXPECT_FLOAT_EQ(w.quaternion.w, 0.707107f); // w, x, y, z on the wire
+    EXPECT_FLOAT_EQ(w.quaternion.x, 0.0f);
+    EXPECT_FLOAT_EQ(w.quaternion.y, 0.707107f);
+    EXPECT_FLOAT_EQ(w.euler.rx, 1.571f);
+    EXPECT_FLOAT_EQ(w.euler.ry, -0.785f);
+    EXPECT_FLOAT_EQ(w.euler.rz, 3.142f);
+    EXPECT_EQ(std::vector<int>({s.lift_height, s.lift_current, s.lift_err_flag, s.lift_en_flag}),
+              std::vector<int>({567, 89, 3, 1}));
+    EXPECT_FLOAT_EQ(s.lift_pos, 1.234f);
+    EXPECT_FLOAT_EQ(s.expand_pos, -4.321f);
+    EXPECT_EQ(std::vector<int>({s.expand_current, s.expand_err_flag, s.expand_en_flag,
+                                s.expand_joint_id, s.expand_mode}),
+              std::vector<int>({76, 5, 1, 8, 2}));
+    EXPECT_EQ(std::vector<int>({s.hand_pos, s.hand_state, s.hand_err}),
+              std::vector<int>({321, 6, 7}));
+    EXPECT_FLOAT_EQ(s.hand_force, 45.0f); // not scaled
+}
+
+TEST(realtime, malformed_datagrams_fail_and_odd_arrays_stay_in_bounds) {
+    struct row {
+        const char *name;
+        std::string text;
+        int result;
+    };
+    const row rows[] = {
+        {"truncated", full_seven.substr(0, full_seven.size() / 2), -3},
+        {"not JSON", "arm_err=1", -3},
+        {"status not a string", with(full_seven, R"("move_through_pose")", "5"), -3},
+        {"unknown status", with(full_seven, "move_through_pose", "flying"), 0},
+        {"hand value a string", with(full_seven, R"("hand_force":45)", R"("hand_force":"45")"), -3},
+        {"lift value null", with(full_seven, R"("height":567)", R"("height":null)"), -3},
+        {"expand mode missing", with(full_seven, R"(,"mode":2)", ""), -3},
+        {"no joint_status", with(full_seven, R"("joint_status")", R"("joint_statue")"), -3},
+        {"waypoint an array", with(full_seven, R"("waypoint")", R"("waypoint":[],"x")"), -3},
+        {"quat of 3", with(full_seven, "[707107,0,707107,0]", "[707107,0,707107]"), -3},
+        {"quat of 5", with(full_seven, "[707107,0,707107,0]", "[707107,0,707107,0,0]"), -3},
+        {"euler of 4", with(full_seven, "[1571,-785,3142]", "[1571,-785,3142,0]"), -3},
+        {"position of 2", with(full_seven, "[123456,-234567,345678]", "[123456,-234567]"), -3},
+        {"arm_err a string", with(full_seven, "513", R"("513")"), -3},
+        {"no sys_err", with(full_seven, R"("sys_err":1027,)", ""), -3},
+        {"long joint arrays", with(with(full_seven, "70007]", "70007,1,2]"), "0,2]", "0,2,1,1]"),
+         0},
+        {"long force array", with(full_seven, "-6500]", "-6500,9000,9000]"), 0},
+        {"short array", with(full_seven, "3300,-4400,5500,-6600,7700]", "3300]"), 0},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.name);
+        ka_realtime_arm_joint_state_t s;
+        EXPECT_EQ(parse_ka_realtime_arm_joint_state(r.text.c_str(), &s), r.result);
+        if (r.result != 0) continue;
+        // Extra elements are dropped; the fields that follow keep their values.
+        EXPECT_EQ(s.arm_current_status, r.text.find("flying") != std::string::npos ? 0 : 6);
+        EXPECT_FLOAT_EQ(s.joint_position[6], 70.007f);
+        EXPECT_FLOAT_EQ(s.joint_temperature[0], 25.1f);
+        EXPECT_EQ(s.joint_err_code[0], 1);
+        EXPECT_FLOAT_EQ(s.force[5], -6.5f);
+        EXPECT_FLOAT_EQ(s.zero_force[0], 0.1f);
+        EXPECT_FLOAT_EQ(s.joint_current[3],
+                        r.text.find("3300]") != std::string::npos ? 0.0f : -4.4f);
+    }
+}
+
+TEST(realtime, two_arms_pushing_to_one_port_share_one_entry) {
+    int port = unused_local_port(SOCK_DGRAM);
+    ka_init(KA_THREAD_MODE_TRIPLE);
+    ka_realtime_arm_state_call_back(on_state);
+    test_peer peers[2];
+    for (auto &peer : peers) {
+        serve_standard_arm(peer);
+        peer.on("get_realtime_push",
+                {reply(R"({"command":"get_realtime_push","cycle":1,"enable":true,"port":)" +
+                       std::to_string(port) + R"(,"ip":"127.0.0.1","custom":{}})")});
+        ASSERT_NE(ka_create_robot_arm("127.0.0.1", peer.port()), nullptr);
+    }
+    {
+        std::lock_guard<std::mutex> lock(received_mutex);
+        received.clear();
+    }
+    // Longer than a datagram is read: cut at 1024 bytes, it no longer parses.
+    const std::string oversized = with(full_seven, R"({"arm_err":513)",
+                                       R"({"pad":")" + std::string(300, 'x') + R"(","arm_err":3)");
+    ka_realtime_arm_joint_state_t whole;
+    ASSERT_GT(oversized.size(), 1024u);
+    ASSERT_EQ(parse_ka_realtime_arm_joint_state(oversized.c_str(), &whole), 0);
+    send_datagram_from("127.0.0.1", port, with(full_seven, "513", "1"));
+    send_datagram_from("127.0.0.2", port, with(full_seven, "513", "2"));
+    send_datagram_from("127.0.0.1", port, oversized);
+    std::unique_lock<std::mutex> lock(received_mutex);
+    ASSERT_TRUE(received_cv.wait_for(lock, 5s, [] { return received.size() >= 3; }));
+    std::vector<std::string> seen;
+    for (const auto &s : received)
+        seen.push_back(std::string(s.arm_ip) + " " + std::to_string(s.arm_err) + " " +
+                       std::to_string(s.errCode));
+    std::sort(seen.begin(), seen.end());
+    EXPECT_EQ(seen, std::vector<std::string>({"127.0.0.1 0 -3", "127.0.0.1 1 0", "127.0.0.2 2 0"}));
+    lock.unlock();
+    // One entry for both arms: four more ports still fit among the five.
+    EXPECT_EQ(ka_udp_add_port(ka_udp_init(), port), 1);
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(ka_udp_add_port(ka_udp_init(), unused_local_port(SOCK_DGRAM)), 0);
+    ka_destory();
 }

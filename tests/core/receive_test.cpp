@@ -162,18 +162,26 @@ TEST(reply_queue, capacity_staleness_and_the_awaited_event_flag) {
     EXPECT_STREQ(tiny, R"({"comma)");
 
     // A completion report nobody awaited is dropped by the next lookup when
-    // the flag says one is expected; a wait for the report itself takes it.
+    // the arm's flag says one is expected; a wait for the report itself takes
+    // it. Another arm's flag and a blocking wait in progress keep it.
     arm_record second;
     std::string report = R"({"state":"current_trajectory_state","trajectory_state":true,"device":0,"trajectory_connect":0})";
     add_str_to_fifo(&second, report.c_str(), static_cast<int>(report.size()));
-    awaited_event = 1;
+    arm.awaited_event = 1;
     EXPECT_EQ(get_str_from_fifo(&second.queue, "other", out, sizeof out), -1);
-    EXPECT_EQ(awaited_event.load(), 0);
+    EXPECT_EQ(arm.awaited_event.load(), 1);
+    second.awaited_event = 1;
+    second.blocking_waits = 1;
+    EXPECT_EQ(get_str_from_fifo(&second.queue, "other", out, sizeof out), -1);
+    EXPECT_EQ(second.awaited_event.load(), 1);
+    second.blocking_waits = 0;
+    EXPECT_EQ(get_str_from_fifo(&second.queue, "other", out, sizeof out), -1);
+    EXPECT_EQ(second.awaited_event.load(), 0);
     EXPECT_EQ(get_str_from_fifo(&second.queue, "current_trajectory_state", out, sizeof out), -1);
     add_str_to_fifo(&second, report.c_str(), static_cast<int>(report.size()));
-    awaited_event = 1;
+    second.awaited_event = 1;
     EXPECT_GT(get_str_from_fifo(&second.queue, "current_trajectory_state", out, sizeof out), 0);
-    EXPECT_EQ(awaited_event.load(), 0);
+    EXPECT_EQ(second.awaited_event.load(), 0);
 }
 
 TEST(reply_queue, a_waiter_wakes_when_its_line_is_filed) {
