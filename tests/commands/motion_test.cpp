@@ -13,178 +13,128 @@ using namespace std::chrono_literals;
 
 namespace {
 
+const char *flag(bool ok) { return ok ? "true" : "false"; }
 std::string accept(const std::string &command, bool ok = true) {
-    return R"({"command":")" + command + R"(","receive_state":)" + (ok ? "true" : "false") + "}";
+    return R"({"command":")" + command + R"(","receive_state":)" + flag(ok) + "}";
 }
 std::string report(bool ok = true, int device = 0, int connect = 0) {
-    return std::string(R"({"state":"current_trajectory_state","trajectory_state":)") +
-           (ok ? "true" : "false") + R"(,"device":)" + std::to_string(device) +
-           R"(,"trajectory_connect":)" + std::to_string(connect) + "}";
+    return std::string(R"({"state":"current_trajectory_state","trajectory_state":)") + flag(ok) +
+           R"(,"device":)" + std::to_string(device) + R"(,"trajectory_connect":)" +
+           std::to_string(connect) + "}";
 }
 std::string running(const std::string &type, const std::string &data = "[0,0,0,0,0,0]") {
     return R"({"command":"arm_current_trajectory","type":")" + type + R"(","data":)" + data + "}";
 }
-ka_pose_t pose(float x, float y, float z, float rx, float ry, float rz) {
-    ka_pose_t p{};
-    p.position = {x, y, z};
-    p.euler = {rx, ry, rz};
-    return p;
-}
-const ka_pose_t target = pose(0.1f, -0.2f, 0.3f, 3.1415f, -1.5708f, 0.7f);
+const ka_pose_t target{{0.1f, -0.2f, 0.3f}, {}, {3.1415f, -1.5708f, 0.7f}};
 const float joints[7] = {12.3456f, -0.7f, 0, 90, -179.9999f, 0.0004f, 55};
 const std::string pose_wire = "[100000,-200000,300000,3141,-1570,700]";
 
-int movej(ka_robot_handle *h, int block, int connect = 0) {
-    return ka_movej(h, joints, 20, 0, connect, block);
-}
-int awaited_event(ka_robot_handle *h) { return registry_find(h)->awaited_event.load(); }
+int movej(ka_robot_handle *h, int b, int link = 0) { return ka_movej(h, joints, 20, 0, link, b); }
 
 } // namespace
 
-TEST(motion_wire, every_command_sends_its_exact_line_and_marks_the_awaited_report) {
-    arm_session s;
-    auto j = [](ka_robot_handle *h) { return movej(h, 0); };
-    auto l = [](ka_robot_handle *h) { return ka_movel(h, target, 30, 5, 1, 0); };
-    auto sp = [](ka_robot_handle *h) { return ka_moves(h, target, 30, 5, 1, 0); };
-    auto jp = [](ka_robot_handle *h) { return ka_movej_p(h, target, 30, 5, 1, 0); };
-    auto c = [](ka_robot_handle *h) {
-        return ka_movec(h, target, pose(0, 0, 0.001f, 0, 0, 0), 20, 5, 2, 0, 0);
-    };
-    const std::string arc =
-        "{\n\t\"command\":\t\"movec\",\n\t\"pose\":\t{\n\t\t\"pose_via\":\t[100000, -200000, "
-        "300000, 3141, -1570, 700],\n\t\t\"pose_to\":\t[0, 0, 1000, 0, 0, 0]\n\t},\n\t\"v\":\t20,"
-        "\n\t\"r\":\t5000,\n\t\"loop\":\t2,\n\t\"trajectory_connect\":\t0\n}";
-    // Joints widen to double before scaling: -0.7 gives -699, where the
-    // single-precision pose gives rz 0.7 as 700.
-    const wire_case rows[] = {
-        {"movej", j, R"({"command":"movej","v":20,"joint":[12345,-699,0,90000,-179999,0],"trajectory_connect":0,"r":0})", accept("movej"), 0},
-        {"movel", l, R"({"command":"movel","v":30,"pose":)" + pose_wire + R"(,"trajectory_connect":1,"r":5})", accept("movel"), 0},
-        {"moves", sp, R"({"command":"moves","v":30,"pose":)" + pose_wire + R"(,"trajectory_connect":1,"r":5})", accept("moves"), 0},
-        {"movej_p", jp, R"({"command":"movej_p","v":30,"pose":)" + pose_wire + R"(,"trajectory_connect":1,"r":5})", accept("movej_p"), 0},
-        {"movec", c, arc, accept("movec"), 0},
-        {"movej refused", j, R"({"command":"movej","v":20,"joint":[12345,-699,0,90000,-179999,0],"trajectory_connect":0,"r":0})", accept("movej", false), 1},
-        {"movec refused", c, arc, accept("movec", false), 1},
-    };
-    for (const auto &row : rows) {
-        registry_find(s.arm)->awaited_event = 0;
-        expect_wire(s, row);
-        EXPECT_EQ(awaited_event(s.arm), row.result == 0 ? 1 : 0) << row.name;
-    }
-}
-
-TEST(motion_wire, current_trajectory_reads_joint_and_pose_kinds_and_bounds_the_data) {
-    arm_session s;
-    ka_arm_current_trajectory_e type{};
-    float data[7];
-    auto query = [&](ka_robot_handle *h) {
-        std::fill(std::begin(data), std::end(data), 99.0f);
-        return ka_get_arm_current_trajectory(h, &type, data);
-    };
-    struct row {
-        std::string reply;
-        int result;
-        ka_arm_current_trajectory_e type;
-        float expected[7];
-    } rows[] = {
-        {running("movej", "[1000,-2500,0,90000,0,12345]"), 0, KA_TRAJECTORY_MOVEJ, {1, -2.5f, 0, 90, 0, 12.345f, 99}},
-        {running("moves", pose_wire), 0, KA_TRAJECTORY_MOVES, {0.1f, -0.2f, 0.3f, 3.141f, -1.57f, 0.7f, 99}},
-        {running("re_trajectory", "[1,2,3,4,5,6,7,8,9,10]"), 0, KA_TRAJECTORY_REPLAY, {0.001f, 0.002f, 0.003f, 0.004f, 0.005f, 0.006f, 99}},
-        {running("spline"), -1, KA_TRAJECTORY_REPLAY, {99, 99, 99, 99, 99, 99, 99}},
-        {R"({"command":"arm_current_trajectory","type":"none"})", -1, KA_TRAJECTORY_REPLAY, {99, 99, 99, 99, 99, 99, 99}},
-        {R"({"command":"arm_current_trajectory","type":"none","data":5})", -1, KA_TRAJECTORY_REPLAY, {99, 99, 99, 99, 99, 99, 99}},
-        {running("none"), 0, KA_TRAJECTORY_NONE, {0, 0, 0, 0, 0, 0, 99}},
-    };
-    for (const auto &r : rows) {
-        expect_wire(s, {r.reply, query, R"({"command":"get_arm_current_trajectory"})", r.reply, r.result});
-        EXPECT_EQ(type, r.type) << r.reply;
-        for (int i = 0; i < 7; ++i) EXPECT_FLOAT_EQ(data[i], r.expected[i]) << r.reply << " " << i;
-    }
-}
-
-TEST(motion_arguments, bad_arguments_fail_before_anything_is_sent) {
+TEST(motion_wire, bad_arguments_send_nothing_and_every_command_sends_its_exact_line) {
     arm_session s;
     log_capture log;
-    ka_arm_current_trajectory_e type;
-    EXPECT_EQ(ka_movej(s.arm, nullptr, 20, 0, 0, 0), -1);
+    ka_arm_current_trajectory_e type{};
+    float data[7];
     EXPECT_EQ(ka_movej(s.arm, nullptr, 20, 0, 0, 1), -1);
     EXPECT_EQ(ka_get_arm_current_trajectory(s.arm, &type, nullptr), -1);
     EXPECT_EQ(ka_movec(s.arm, target, target, 20, 0, 0, 2, 0), -6);
     EXPECT_TRUE(log.contains("[ka_movec] trajectory_connect check err! \n"));
     EXPECT_FALSE(s.peer.wait_for_lines(1, 100ms));
+
+    // Joints widen to double before scaling (-0.7 gives -699); the pose's rz 0.7 gives 700.
+    // clang-format off
+    auto arc = [](ka_robot_handle *h) { return ka_movec(h, target, {{0, 0, 0.001f}}, 20, 5, 2, 0, 0); };
+    const std::string arc_line = "{\n\t\"command\":\t\"movec\",\n\t\"pose\":\t{\n\t\t\"pose_via\":\t[100000, -200000, 300000, 3141, -1570, 700],\n\t\t\"pose_to\":\t[0, 0, 1000, 0, 0, 0]\n\t},\n\t\"v\":\t20,\n\t\"r\":\t5000,\n\t\"loop\":\t2,\n\t\"trajectory_connect\":\t0\n}";
+    const wire_case rows[] = {
+        {"movej", [](ka_robot_handle *h) { return movej(h, 0); }, R"({"command":"movej","v":20,"joint":[12345,-699,0,90000,-179999,0],"trajectory_connect":0,"r":0})", accept("movej"), 0},
+        {"movel", [](ka_robot_handle *h) { return ka_movel(h, target, 30, 5, 1, 0); }, R"({"command":"movel","v":30,"pose":)" + pose_wire + R"(,"trajectory_connect":1,"r":5})", accept("movel"), 0},
+        {"moves", [](ka_robot_handle *h) { return ka_moves(h, target, 30, 5, 1, 0); }, R"({"command":"moves","v":30,"pose":)" + pose_wire + R"(,"trajectory_connect":1,"r":5})", accept("moves"), 0},
+        {"movej_p", [](ka_robot_handle *h) { return ka_movej_p(h, target, 30, 5, 1, 0); }, R"({"command":"movej_p","v":30,"pose":)" + pose_wire + R"(,"trajectory_connect":1,"r":5})", accept("movej_p"), 0},
+        {"movec", arc, arc_line, accept("movec"), 0},
+        {"movec refused", arc, arc_line, accept("movec", false), 1},
+    };
+    auto query = [&](ka_robot_handle *h) { std::fill_n(data, 7, 99.0f); return ka_get_arm_current_trajectory(h, &type, data); };
+    // The running trajectory's joint and pose kinds; entries past `written` keep the caller's 99.
+    struct trajectory_row { std::string reply; int result; ka_arm_current_trajectory_e type; std::vector<float> written; } trajectory[] = {
+        {running("movej", "[1000,-2500,0,90000,0,12345]"), 0, KA_TRAJECTORY_MOVEJ, {1, -2.5f, 0, 90, 0, 12.345f}},
+        {running("moves", pose_wire), 0, KA_TRAJECTORY_MOVES, {0.1f, -0.2f, 0.3f, 3.141f, -1.57f, 0.7f}},
+        {running("re_trajectory", "[1,2,3,4,5,6,7,8,9,10]"), 0, KA_TRAJECTORY_REPLAY, {0.001f, 0.002f, 0.003f, 0.004f, 0.005f, 0.006f}},
+        {running("spline"), -1, KA_TRAJECTORY_REPLAY, {}},
+        {R"({"command":"arm_current_trajectory","type":"none"})", -1, KA_TRAJECTORY_REPLAY, {}},
+        {R"({"command":"arm_current_trajectory","type":"none","data":5})", -1, KA_TRAJECTORY_REPLAY, {}},
+    };
+    // clang-format on
+    for (const auto &row : rows) { // an accepted motion marks its report as awaited
+        registry_find(s.arm)->awaited_event = 0;
+        expect_wire(s, row);
+        EXPECT_EQ(registry_find(s.arm)->awaited_event.load(), row.result == 0) << row.name;
+    }
+    for (const auto &r : trajectory) {
+        expect_wire(
+            s, {r.reply, query, R"({"command":"get_arm_current_trajectory"})", r.reply, r.result});
+        EXPECT_EQ(type, r.type) << r.reply;
+        for (size_t i = 0; i < 7; ++i)
+            EXPECT_FLOAT_EQ(data[i], i < r.written.size() ? r.written[i] : 99) << r.reply << i;
+    }
 }
 
-// Threaded waits that end on the completion report.
-TEST(motion_blocking, the_completion_report_decides_the_result) {
+// Threaded waits: the report ends the wait; when it is late the trajectory
+// query finds the motion running, then idle, and the report is taken last;
+// six failed queries end the wait.
+TEST(motion_blocking, the_report_or_the_trajectory_query_decides_the_result) {
     arm_session s;
-    struct row {
-        const char *name;
-        std::vector<std::string> reports;
-        int result;
-    } rows[] = {
+    log_capture log;
+    s.peer.on("movej", {reply(accept("movej"))});
+    EXPECT_EQ(movej(s.arm, 1, 1), 0); // connected to the next motion: nothing waited for
+    EXPECT_EQ(s.peer.commands(), std::vector<std::string>{"movej"});
+    // clang-format off
+    struct report_row { const char *name; std::vector<std::string> reports; int result; } reports[] = {
         {"finished", {report()}, 0},
         {"ended false", {report(false)}, 1},
         {"connected motions follow", {report(true, 0, 1), report(false)}, 1},
         {"another device finished", {report(true, 1, 0), report(false)}, 1},
         {"unparsable", {R"({"state":"current_trajectory_state","trajectory_state":true})"}, -3},
     };
-    // Connected to the next motion: returns once accepted, nothing waited for.
-    s.peer.on("movej", {reply(accept("movej"))});
-    EXPECT_EQ(movej(s.arm, 1, 1), 0);
-    EXPECT_EQ(s.peer.commands(), std::vector<std::string>{"movej"});
-    for (const auto &r : rows) {
+    struct late_row { std::function<int(ka_robot_handle *)> call; const char *command, *kind; int device, result; const char *logged; } late[] = {
+        {[](ka_robot_handle *h) { return movej(h, 1); }, "movej", "movej", 0, 0, nullptr},
+        // The spline move labels its device message as the linear one.
+        {[](ka_robot_handle *h) { return ka_moves(h, target, 30, 0, 0, 1); }, "moves", "moves", 1, -4, "[ka_movel] current device is: 1 \n"},
+        {[](ka_robot_handle *h) { return ka_movej_p(h, target, 30, 0, 0, 1); }, "movej_p", "movej", 2, -4, "[ka_movej_p] current device is: 2 \n"},
+    };
+    // clang-format on
+    for (const auto &r : reports) {
         std::vector<action> answer{reply(accept("movej"))};
-        for (const auto &line : r.reports) answer.insert(answer.end(), {delay(20ms), reply(line)});
+        for (const auto &line : r.reports)
+            answer.insert(answer.end(), {delay(20ms), reply(line)});
         s.peer.on("movej", answer);
         EXPECT_EQ(movej(s.arm, 1), r.result) << r.name;
     }
-    // Every motion waits the same way; a report left over from a
+    // The linear and arc moves wait the same way; a report left over from a
     // non-blocking motion is purged before the blocking one is sent.
     s.peer.on("get_arm_current_trajectory", {reply(running("movej"))});
-    for (const char *command : {"movel", "moves", "movec", "movej_p"})
+    for (const char *command : {"movel", "movec"})
         s.peer.on(command, {reply(accept(command)), delay(20ms), reply(report())});
     s.peer.on("movej", {reply(accept("movej"))});
     ASSERT_EQ(movej(s.arm, 0), 0);
     s.peer.push({reply(report(false))});
     std::this_thread::sleep_for(50ms); // filed by the receive thread
     EXPECT_EQ(ka_movel(s.arm, target, 30, 0, 0, 1), 0);
-    EXPECT_EQ(ka_moves(s.arm, target, 30, 0, 0, 1), 0);
     EXPECT_EQ(ka_movec(s.arm, target, target, 30, 0, 0, 0, 1), 0);
-    EXPECT_EQ(ka_movej_p(s.arm, target, 30, 0, 0, 1), 0);
-}
-
-// No report while the motion runs: the trajectory query finds it running,
-// then idle, and the report is taken last.
-TEST(motion_blocking, a_late_report_is_found_through_the_trajectory_query) {
-    arm_session s;
-    log_capture log;
-    struct row {
-        std::function<int(ka_robot_handle *)> call;
-        const char *command, *kind;
-        int device, result;
-        const char *logged;
-    } rows[] = {
-        {[](ka_robot_handle *h) { return movej(h, 1); }, "movej", "movej", 0, 0, nullptr},
-        // The spline move labels its device message as the linear one.
-        {[](ka_robot_handle *h) { return ka_moves(h, target, 30, 0, 0, 1); }, "moves", "moves", 1, -4, "[ka_movel] current device is: 1 \n"},
-        {[](ka_robot_handle *h) { return ka_movej_p(h, target, 30, 0, 0, 1); }, "movej_p", "movej", 0, 0, nullptr},
-        {[](ka_robot_handle *h) { return ka_movej_p(h, target, 30, 0, 0, 1); }, "movej_p", "movej", 2, -4, "[ka_movej_p] current device is: 2 \n"},
-    };
-    for (const auto &r : rows) {
+    for (const auto &r : late) {
         s.peer.on(r.command, {reply(accept(r.command))});
         s.peer.on_once("get_arm_current_trajectory", {reply(running(r.kind))});
-        s.peer.on("get_arm_current_trajectory", {reply(running("none")), delay(30ms), reply(report(true, r.device))});
+        s.peer.on("get_arm_current_trajectory",
+                  {reply(running("none")), delay(30ms), reply(report(true, r.device))});
         EXPECT_EQ(r.call(s.arm), r.result) << r.command;
         if (r.logged) EXPECT_TRUE(log.contains(r.logged));
     }
-}
-
-TEST(motion_blocking, the_sixth_failed_trajectory_query_ends_the_wait) {
-    arm_session s;
-    s.peer.on("movej", {reply(accept("movej"))});
+    s.peer.clear_lines();
     s.peer.on("get_arm_current_trajectory", {reply(running("bogus"))});
     EXPECT_EQ(movej(s.arm, 1), -1);
-    auto commands = s.peer.commands();
-    EXPECT_EQ(std::count(commands.begin(), commands.end(), "get_arm_current_trajectory"), 6);
+    EXPECT_EQ(std::ranges::count(s.peer.commands(), "get_arm_current_trajectory"), 6);
 }
 
 // The report arrives while the wait's own query is outstanding: the query's
@@ -193,7 +143,8 @@ TEST(motion_blocking, a_report_arriving_during_the_own_query_is_not_lost) {
     std::future<int> done; // outlives the session: closing the arm releases a hung wait
     arm_session s;
     s.peer.on("movej", {reply(accept("movej"))});
-    s.peer.on_once("get_arm_current_trajectory", {reply(report()), delay(20ms), reply(running("none"))});
+    s.peer.on_once("get_arm_current_trajectory",
+                   {reply(report()), delay(20ms), reply(running("none"))});
     s.peer.on("get_arm_current_trajectory", {reply(running("none"))});
     done = std::async(std::launch::async, [&] { return movej(s.arm, 1); });
     ASSERT_EQ(done.wait_for(20s), std::future_status::ready) << "the wait hangs";
@@ -205,7 +156,8 @@ TEST(motion_single_thread, block_counts_seconds_of_reading) {
     s.peer.on("movej", {reply(accept("movej"))});
     EXPECT_EQ(ka_movej_block(s.arm, joints, 20, 0, 0, 0), -5);
     EXPECT_EQ(movej(s.arm, 2), -5);
-    s.peer.on("movej", {reply(accept("movej")), delay(20ms), reply(report(true, 1)), delay(20ms), reply(report())});
+    s.peer.on("movej", {reply(accept("movej")), delay(20ms), reply(report(true, 1)), delay(20ms),
+                        reply(report())});
     EXPECT_EQ(movej(s.arm, 2), 0);
     s.peer.on("movej", {reply(accept("movej")), delay(20ms), reply(report(false))});
     EXPECT_EQ(movej(s.arm, 1), 1);

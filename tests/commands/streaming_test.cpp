@@ -14,9 +14,7 @@ namespace {
 // 1005 milliradians and 0.7 m 700000 um in single precision.
 const float joints[7] = {1.005f, -30.0006f, 0.0f, 90.0f, -90.0f, 45.5f, 7.25f};
 
-ka_pose_t pose(ka_quat_t q, float rz = 1.5708f) {
-    return {{0.7f, -0.1f, 0.3f}, q, {1.005f, -0.0015f, rz}};
-}
+ka_pose_t pose(ka_quat_t q) { return {{0.7f, -0.1f, 0.3f}, q, {1.005f, -0.0015f, 1.5708f}}; }
 
 ka_realtime_push_config_t push(int cycle, int port, const char *ip, int force_frame,
                                ka_realtime_push_custom_t custom) {
@@ -24,6 +22,7 @@ ka_realtime_push_config_t push(int cycle, int port, const char *ip, int force_fr
     std::snprintf(c.ip, sizeof c.ip, "%s", ip);
     return c;
 }
+const ka_realtime_push_config_t nothing_set = push(0, 0, "", 0, {-1, -1, -1, -1});
 
 const std::string set_true = R"({"command":"set_realtime_push","state":true})";
 
@@ -33,49 +32,23 @@ TEST(streaming, lines_scaling_and_pose_form) {
     arm_session s7(KA_THREAD_MODE_DUAL, "LUNE-B", 7);
     const std::string j7 = "[1004,-30000,0,90000,-90000,45500,7250]";
     const std::string euler = "[700000,-100000,300000,1005,-1,1570]";
-    auto canfd = [](ka_pose_t p, bool f = false) {
-        return [=](ka_robot_handle *h) { return ka_movep_canfd(h, p, f); };
-    };
     // In single precision 0.994987428² is exactly 0.99f and 1 + 0.316227764²
     // exactly 1.1f: both bounds are exclusive.
+    // clang-format off
     const wire_case rows[] = {
-        {"joints, follow, expand",
-         [&](ka_robot_handle *h) { return ka_movej_canfd(h, joints, true, -0.0015f); },
-         R"({"command":"movej_canfd","joint":)" + j7 + R"(,"follow":true,"expand":-1})", "", 0},
-        {"joint follow", [&](ka_robot_handle *h) { return ka_movej_follow(h, joints); },
-         R"({"command":"movej_follow","joint":)" + j7 + "}", "", 0},
-        {"unit quaternion", canfd(pose({1, 0, 0, 0}), true),
-         R"({"command":"movep_canfd","follow":true,"pose_quat":[700000,-100000,300000,1000000,0,0,0]})",
-         "", 0},
-        {"inside the bounds",
-         [](ka_robot_handle *h) {
-             return ka_movep_follow(h, pose({0.995f, 0, 0, 0}));
-         },
-         R"({"command":"movep_follow","pose_quat":[700000,-100000,300000,995000,0,0,0]})", "", 0},
-        {"zero quaternion", canfd(pose({0, 0, 0, 0})),
-         R"({"command":"movep_canfd","follow":false,"pose":)" + euler + "}", "", 0},
-        {"norm exactly 0.99", canfd(pose({0.994987428f, 0, 0, 0})),
-         R"({"command":"movep_canfd","follow":false,"pose":)" + euler + "}", "", 0},
-        {"norm exactly 1.1",
-         [](ka_robot_handle *h) {
-             return ka_movep_follow(h, pose({1, 0.316227764f, 0, 0}));
-         },
-         R"({"command":"movep_follow","pose":)" + euler + "}", "", 0},
+        {"joints, follow, expand", [](auto h) { return ka_movej_canfd(h, joints, true, -0.0015f); }, R"({"command":"movej_canfd","joint":)" + j7 + R"(,"follow":true,"expand":-1})", "", 0},
+        {"joint follow", [](auto h) { return ka_movej_follow(h, joints); }, R"({"command":"movej_follow","joint":)" + j7 + "}", "", 0},
+        {"unit quaternion", [](auto h) { return ka_movep_canfd(h, pose({1, 0, 0, 0}), true); }, R"({"command":"movep_canfd","follow":true,"pose_quat":[700000,-100000,300000,1000000,0,0,0]})", "", 0},
+        {"inside the bounds", [](auto h) { return ka_movep_follow(h, pose({0.995f, 0, 0, 0})); }, R"({"command":"movep_follow","pose_quat":[700000,-100000,300000,995000,0,0,0]})", "", 0},
+        {"norm exactly 0.99", [](auto h) { return ka_movep_canfd(h, pose({0.994987428f, 0, 0, 0}), false); }, R"({"command":"movep_canfd","follow":false,"pose":)" + euler + "}", "", 0},
+        {"norm exactly 1.1", [](auto h) { return ka_movep_follow(h, pose({1, 0.316227764f, 0, 0})); }, R"({"command":"movep_follow","pose":)" + euler + "}", "", 0},
     };
+    // clang-format on
     for (const auto &row : rows)
         expect_wire(s7, row);
 }
 
-TEST(streaming, six_axis_arm_sends_six_joints_and_expand) {
-    arm_session s;
-    expect_wire(
-        s,
-        {"6 dof", [](ka_robot_handle *h) { return ka_movej_canfd(h, joints, false, 12.5f); },
-         R"({"command":"movej_canfd","joint":[1004,-30000,0,90000,-90000,45500],"follow":false,"expand":12500})",
-         "", 0});
-}
-
-TEST(streaming, bad_handle_or_joints_send_nothing) {
+TEST(streaming, bad_handle_or_joints_send_nothing_and_a_lost_connection_is_a_send_error) {
     arm_session s;
     log_capture log;
     ka_robot_handle stranger{};
@@ -86,30 +59,31 @@ TEST(streaming, bad_handle_or_joints_send_nothing) {
     EXPECT_TRUE(log.lines().empty()); // the pose commands say nothing
     EXPECT_EQ(ka_movej_follow(&stranger, joints), -1);
     EXPECT_TRUE(log.contains("[ka_movej_follow] The robotic arm has been disconnected\n"));
+    EXPECT_EQ(ka_set_realtime_push(&stranger, nothing_set), -1);
+    EXPECT_TRUE(log.contains("[ka_get_robot_info] handle is NULL!\n"));
     EXPECT_FALSE(s.peer.wait_for_lines(1, 100ms));
-}
 
-TEST(streaming, an_answer_is_never_read_and_does_not_disturb_the_next_command) {
-    for (int mode : {KA_THREAD_MODE_SINGLE, KA_THREAD_MODE_DUAL}) {
-        SCOPED_TRACE(mode);
-        arm_session s(mode);
-        s.peer.on("movej_canfd", {reply(R"({"command":"movej_canfd","state":true})")});
-        for (int i = 0; i < 3; ++i)
-            ASSERT_EQ(ka_movej_canfd(s.arm, joints, false, 0), 0);
-        s.peer.on_once("set_realtime_push", {reply(set_true)});
-        EXPECT_EQ(ka_set_realtime_push(s.arm, push(0, 0, "", 0, {-1, -1, -1, -1})), 0);
-    }
-}
-
-TEST(streaming, a_lost_connection_is_a_send_error) {
-    arm_session s;
-    log_capture log;
     s.peer.close_current();
     int result = 0;
     for (int i = 0; i < 200 && result == 0; ++i, std::this_thread::sleep_for(10ms))
         result = ka_movej_follow(s.arm, joints);
     EXPECT_EQ(result, -1);
     EXPECT_TRUE(log.contains("[ka_movej_follow] movej_follow send error\n"));
+}
+
+TEST(streaming, six_joints_on_a_six_axis_arm_and_an_answer_is_never_read) {
+    // clang-format off
+    const wire_case six = {"6 dof", [](auto h) { return ka_movej_canfd(h, joints, false, 12.5f); }, R"({"command":"movej_canfd","joint":[1004,-30000,0,90000,-90000,45500],"follow":false,"expand":12500})", "", 0};
+    // clang-format on
+    for (int mode : {KA_THREAD_MODE_SINGLE, KA_THREAD_MODE_DUAL}) {
+        SCOPED_TRACE(mode);
+        arm_session s(mode);
+        s.peer.on("movej_canfd", {reply(R"({"command":"movej_canfd","state":true})")});
+        for (int i = 0; i < 3; ++i)
+            expect_wire(s, six); // the answer to the one before does not disturb it
+        s.peer.on_once("set_realtime_push", {reply(set_true)});
+        EXPECT_EQ(ka_set_realtime_push(s.arm, nothing_set), 0);
+    }
 }
 
 TEST(realtime_push, set_sends_only_the_parts_given) {
@@ -121,47 +95,35 @@ TEST(realtime_push, set_sends_only_the_parts_given) {
     auto set = [](ka_realtime_push_config_t c) {
         return [=](ka_robot_handle *h) { return ka_set_realtime_push(h, c); };
     };
+    // clang-format off
+    const wire_case force_arm_rows[] = {
+        {"force arm", set(full), full_line + R"("force_cordinate":1,)" + custom, set_true, 0},
+        {"frame 0", set(push(5, 8089, "192.168.1.10", 0, {1, 0, -1, 1})), full_line + custom, set_true, 0},
+    };
+    const wire_case rows[] = {
+        {"no sensor", set(full), full_line + custom, R"({"command":"set_realtime_push","state":false})", 1},
+        {"ip of 6", set(push(0, -1, "1.2.3.", 0, {0, 0, 0, 0})), head + R"("custom":{"joint_speed":false,"lift_state":false,"expand_state":false,"arm_current_status":false}})", set_true, 0},
+        {"ip of 7", set(push(0, 0, "1.2.3.4", 0, {-1, -1, 1, -1})), head + R"("ip":"1.2.3.4","custom":{"expand_state":true}})", set_true, 0},
+        {"ip of 15", set(push(0, 0, "192.168.100.100", 0, {-1, -1, -1, -1})), head + R"("ip":"192.168.100.100","custom":{}})", set_true, 0},
+        {"ip of 16", set(push(0, 0, "192.168.100.1000", 0, {-1, -1, -1, -1})), head + R"("custom":{}})", set_true, 0},
+        {"result under state only", set(full), full_line + custom, R"({"command":"set_realtime_push","set_state":true})", -3},
+    };
+    // clang-format on
     {
         arm_session sensor(KA_THREAD_MODE_DUAL, "KIVO-6F");
-        expect_wire(sensor, {"force arm", set(full), full_line + R"("force_cordinate":1,)" + custom,
-                             set_true, 0});
-        expect_wire(sensor, {"frame 0", set(push(5, 8089, "192.168.1.10", 0, {1, 0, -1, 1})),
-                             full_line + custom, set_true, 0});
+        for (const auto &row : force_arm_rows)
+            expect_wire(sensor, row);
     }
     arm_session s;
-    const wire_case rows[] = {
-        {"no sensor", set(full), full_line + custom,
-         R"({"command":"set_realtime_push","state":false})", 1},
-        {"nothing set", set(push(0, 0, "", 0, {-1, -1, -1, -1})), head + R"("custom":{}})",
-         set_true, 0},
-        {"ip of 6", set(push(0, -1, "1.2.3.", 0, {0, 0, 0, 0})),
-         head +
-             R"("custom":{"joint_speed":false,"lift_state":false,"expand_state":false,"arm_current_status":false}})",
-         set_true, 0},
-        {"ip of 7", set(push(0, 0, "1.2.3.4", 0, {-1, -1, 1, -1})),
-         head + R"("ip":"1.2.3.4","custom":{"expand_state":true}})", set_true, 0},
-        {"ip of 15", set(push(0, 0, "192.168.100.100", 0, {-1, -1, -1, -1})),
-         head + R"("ip":"192.168.100.100","custom":{}})", set_true, 0},
-        {"ip of 16", set(push(0, 0, "192.168.100.1000", 0, {-1, -1, -1, -1})),
-         head + R"("custom":{}})", set_true, 0},
-        {"result under state only", set(full), full_line + custom,
-         R"({"command":"set_realtime_push","set_state":true})", -3},
-    };
     for (const auto &row : rows)
         expect_wire(s, row);
 }
 
-TEST(realtime_push, set_waits_past_the_default_time_out_and_an_unknown_handle_sends_nothing) {
+TEST(realtime_push, set_waits_past_the_default_time_out) {
     arm_session s;
     log_capture log;
-    const ka_realtime_push_config_t c = push(0, 0, "", 0, {-1, -1, -1, -1});
     s.peer.on_once("set_realtime_push", {delay(600ms), reply(set_true)});
-    EXPECT_EQ(ka_set_realtime_push(s.arm, c), 0);
-    EXPECT_EQ(ka_set_realtime_push(s.arm, c), -2);
+    EXPECT_EQ(ka_set_realtime_push(s.arm, nothing_set), 0);
+    EXPECT_EQ(ka_set_realtime_push(s.arm, nothing_set), -2);
     EXPECT_TRUE(log.contains("[ka_set_realtime_push] set_realtime_push revice error\n"));
-    ka_robot_handle stranger{};
-    s.peer.clear_lines();
-    EXPECT_EQ(ka_set_realtime_push(&stranger, c), -1);
-    EXPECT_TRUE(log.contains("[ka_get_robot_info] handle is NULL!\n"));
-    EXPECT_FALSE(s.peer.wait_for_lines(1, 100ms));
 }

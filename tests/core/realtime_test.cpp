@@ -1,5 +1,5 @@
-// Realtime state push: the listener opened for an arm that pushes, the
-// datagram parser, the status names.
+// Realtime state push: the datagram parser, the status names, and the
+// listener that hears the arms pushing to a port.
 #include "core/realtime.h"
 #include "support/arm_fixture.h"
 
@@ -9,108 +9,16 @@
 #include <gtest/gtest.h>
 #include <mutex>
 #include <netinet/in.h>
-#include <string>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <vector>
 
 using namespace ka_test;
 using namespace std::chrono_literals;
 
 namespace {
 
-const char *full_state = R"({"arm_err":300,"sys_err":2,"arm_current_status":"move_J",
- "joint_status":{"joint_current":[1500,0,0,0,0,0],"joint_en_flag":[1,0,1,1,1,1],
-   "joint_err_code":[7,0,0,0,0,0],"joint_position":[12345,0,0,0,0,-90000],
-   "joint_temperature":[30000,0,0,0,0,0],"joint_voltage":[48000,0,0,0,0,0],
-   "joint_speed":[1000,0,0,0,0,0]},
- "six_force_sensor":{"force":[1000,2000,0,0,0,0],"zero_force":[0,0,0,0,0,500],"coordinate":1},
- "waypoint":{"position":[100000,0,-500000],"quat":[1000000,0,0,0],"euler":[3142,0,0]},
- "lift_state":{"pos":1500,"height":300,"current":5,"err_flag":0,"en_flag":1},
- "hand":{"hand_pos":10,"hand_force":3,"hand_state":1,"hand_err":0}})";
-
-std::mutex received_mutex;
-std::condition_variable received_cv;
-std::vector<ka_realtime_arm_joint_state_t> received;
-
-void on_state(ka_realtime_arm_joint_state_t state) {
-    std::lock_guard<std::mutex> lock(received_mutex);
-    received.push_back(state);
-    received_cv.notify_all();
-}
-
-void send_datagram(int port, const std::string &text) {
-    int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(static_cast<uint16_t>(port));
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::sendto(fd, text.data(), text.size(), 0, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
-    ::close(fd);
-}
-
-} // namespace
-
-TEST(realtime, an_arm_that_pushes_is_heard_on_its_port) {
-    int port = unused_local_port(SOCK_DGRAM);
-    ka_init(KA_THREAD_MODE_TRIPLE);
-    ka_realtime_arm_state_call_back(on_state);
-    test_peer peer;
-    serve_standard_arm(peer);
-    peer.on("get_realtime_push",
-            {reply(R"({"command":"get_realtime_push","cycle":1,"enable":true,"port":)" +
-                   std::to_string(port) + R"(,"ip":"127.0.0.1","custom":{}})")});
-    ka_robot_handle *arm = ka_create_robot_arm("127.0.0.1", peer.port());
-    ASSERT_EQ(arm->id, 1);
-    {
-        std::lock_guard<std::mutex> lock(received_mutex);
-        received.clear();
-    }
-    send_datagram(port, full_state);
-    send_datagram(port, "not json");
-    std::unique_lock<std::mutex> lock(received_mutex);
-    ASSERT_TRUE(received_cv.wait_for(lock, 5s, [] { return received.size() >= 2; }));
-    const auto &s = received[0];
-    EXPECT_EQ(s.errCode, 0);
-    EXPECT_STREQ(s.arm_ip, "127.0.0.1");
-    EXPECT_EQ(s.arm_err, 300);
-    EXPECT_EQ(s.arm_current_status, KA_ARM_STATUS_MOVE_J);
-    EXPECT_FLOAT_EQ(s.joint_speed[0], 6.0f); // thousandths of a revolution per minute
-    EXPECT_FLOAT_EQ(s.joint_position[5], -90.0f);
-    EXPECT_EQ(received[1].errCode, -3);
-    lock.unlock();
-    ka_destory();
-}
-
-TEST(realtime, required_parts_and_status_names) {
-    ka_realtime_arm_joint_state_t s;
-    std::string without_waypoint = full_state;
-    without_waypoint.replace(without_waypoint.find("\"waypoint\""), 8 + 2, "\"elsewhere\"");
-    EXPECT_EQ(parse_ka_realtime_arm_joint_state(without_waypoint.c_str(), &s), -3);
-    EXPECT_EQ(parse_ka_realtime_arm_joint_state(R"({"arm_err":0,"sys_err":0})", &s), -3);
-    EXPECT_EQ(parse_ka_realtime_arm_joint_state(full_state, &s), 0);
-    EXPECT_EQ(get_arm_status_from_string("tech_demonstration"), 14);
-    EXPECT_EQ(get_arm_status_from_string("Move_J"), 0); // exact, case-sensitive
-    EXPECT_EQ(get_arm_status_from_string(nullptr), 0);
-}
-
-TEST(realtime, ports_are_reference_counted) {
-    ka_udp_listener *listener = ka_udp_init();
-    int port = unused_local_port(SOCK_DGRAM);
-    EXPECT_EQ(ka_udp_add_port(listener, port), 0);
-    EXPECT_EQ(ka_udp_add_port(listener, port), 1);
-    EXPECT_EQ(ka_udp_delete_port(listener, port), 0);
-    EXPECT_EQ(ka_udp_add_port(listener, port), 1); // still open once
-    ka_udp_delete_port(listener, port);
-    ka_udp_delete_port(listener, port);
-    EXPECT_EQ(ka_udp_add_port(listener, port), 0); // closed, opened anew
-    ka_udp_delete_port(listener, port);
-}
-
-namespace {
-
 // Every part present, seven joints, a distinct value in every field.
-const std::string full_seven =
+const std::string full =
     R"({"arm_err":513,"sys_err":1027,"arm_current_status":"move_through_pose",)"
     R"("joint_status":{"joint_current":[1100,-2200,3300,-4400,5500,-6600,7700],)"
     R"("joint_en_flag":[1,0,1,0,1,0,2],"joint_err_code":[1,2,3,4,5,6,65535],)"
@@ -130,7 +38,17 @@ std::string with(std::string text, const std::string &from, const std::string &t
     return text.replace(text.find(from), from.size(), to);
 }
 
-void send_datagram_from(const char *source, int port, const std::string &text) {
+std::mutex received_mutex;
+std::condition_variable received_cv;
+std::vector<ka_realtime_arm_joint_state_t> received;
+
+void on_state(ka_realtime_arm_joint_state_t state) {
+    std::lock_guard<std::mutex> lock(received_mutex);
+    received.push_back(state);
+    received_cv.notify_all();
+}
+
+void send_datagram(const char *source, int port, const std::string &text) {
     int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
@@ -146,75 +64,63 @@ void send_datagram_from(const char *source, int port, const std::string &text) {
 
 TEST(realtime, every_part_of_a_full_datagram_lands_in_its_field) {
     ka_realtime_arm_joint_state_t s;
-    ASSERT_EQ(parse_ka_realtime_arm_joint_state(full_seven.c_str(), &s), 0);
+    ASSERT_EQ(parse_ka_realtime_arm_joint_state(full.c_str(), &s), 0);
     for (int i = 0; i < 7; ++i) {
-        float sign = i % 2 ? -1.0f : 1.0f;
-        EXPECT_FLOAT_EQ(s.joint_current[i], sign * 1.1f * static_cast<float>(i + 1));
+        const float k = static_cast<float>(i + 1), sign = i % 2 ? -1.0f : 1.0f;
+        EXPECT_FLOAT_EQ(s.joint_current[i], sign * 1.1f * k);
         EXPECT_EQ(s.joint_en_flag[i], i % 2 == 0);
-        EXPECT_FLOAT_EQ(s.joint_position[i], sign * 10.001f * static_cast<float>(i + 1));
+        EXPECT_EQ(s.joint_err_code[i], i < 6 ? i + 1 : 65535);
+        EXPECT_FLOAT_EQ(s.joint_position[i], sign * 10.001f * k);
         EXPECT_FLOAT_EQ(s.joint_temperature[i], 25.1f + 0.1f * static_cast<float>(i));
         EXPECT_FLOAT_EQ(s.joint_voltage[i], 48.1f + 0.1f * static_cast<float>(i));
-        EXPECT_FLOAT_EQ(s.joint_speed[i], sign * 6.0f * static_cast<float>(i + 1));
+        EXPECT_FLOAT_EQ(s.joint_speed[i], sign * 6.0f * k); // 1000 on the wire: 6 degrees/s
+        if (i == 6) continue; // the one-axis sensor overwrites the six-axis one
+        EXPECT_FLOAT_EQ(s.force[i], sign * (0.5f + k));
+        EXPECT_FLOAT_EQ(s.zero_force[i], 0.1f * k);
     }
-    EXPECT_EQ(s.joint_err_code[0], 1);
-    EXPECT_EQ(s.joint_err_code[6], 65535);
-    for (int i = 0; i < 6; ++i) { // the one-axis sensor overwrites the six-axis one
-        EXPECT_FLOAT_EQ(s.force[i], (i % 2 ? -1.0f : 1.0f) * (1.5f + static_cast<float>(i)));
-        EXPECT_FLOAT_EQ(s.zero_force[i], 0.1f * static_cast<float>(i + 1));
-    }
-    EXPECT_EQ(s.coordinate, 2);
-    EXPECT_EQ(s.arm_err, 513);
-    EXPECT_EQ(s.sys_err, 1027);
-    EXPECT_EQ(s.arm_current_status, KA_ARM_STATUS_MOVE_THROUGH_POSE);
-    const ka_pose_t &w = s.waypoint;
-    EXPECT_FLOAT_EQ(w.position.x, 0.123456f);
-    EXPECT_FLOAT_EQ(w.position.y, -0.234567f);
-    EXPECT_FLOAT_EQ(w.position.z, 0.345678f);
-    EXPECT_FLOAT_EQ(w.quaternion.w, 0.707107f); // w, x, y, z on the wire
-    EXPECT_FLOAT_EQ(w.quaternion.x, 0.0f);
-    EXPECT_FLOAT_EQ(w.quaternion.y, 0.707107f);
-    EXPECT_FLOAT_EQ(w.euler.rx, 1.571f);
-    EXPECT_FLOAT_EQ(w.euler.ry, -0.785f);
-    EXPECT_FLOAT_EQ(w.euler.rz, 3.142f);
-    EXPECT_EQ(std::vector<int>({s.lift_height, s.lift_current, s.lift_err_flag, s.lift_en_flag}),
-              std::vector<int>({567, 89, 3, 1}));
-    EXPECT_FLOAT_EQ(s.lift_pos, 1.234f);
-    EXPECT_FLOAT_EQ(s.expand_pos, -4.321f);
-    EXPECT_EQ(std::vector<int>({s.expand_current, s.expand_err_flag, s.expand_en_flag,
-                                s.expand_joint_id, s.expand_mode}),
-              std::vector<int>({76, 5, 1, 8, 2}));
-    EXPECT_EQ(std::vector<int>({s.hand_pos, s.hand_state, s.hand_err}),
-              std::vector<int>({321, 6, 7}));
-    EXPECT_FLOAT_EQ(s.hand_force, 45.0f); // not scaled
+    const ka_pose_t &w = s.waypoint; // quat is w, x, y, z on the wire
+    EXPECT_EQ(std::vector<float>({w.position.x, w.position.y, w.position.z, w.quaternion.w,
+                                  w.quaternion.x, w.quaternion.y, w.quaternion.z, w.euler.rx,
+                                  w.euler.ry, w.euler.rz}),
+              std::vector<float>({0.123456f, -0.234567f, 0.345678f, 0.707107f, 0, 0.707107f, 0,
+                                  1.571f, -0.785f, 3.142f}));
+    EXPECT_EQ(std::vector<float>({s.lift_pos, s.expand_pos, s.hand_force}),
+              std::vector<float>({1.234f, -4.321f, 45.0f}))
+        << "the hand force is not scaled";
+    EXPECT_EQ(
+        std::vector<int>({s.coordinate, s.arm_err, s.sys_err, s.arm_current_status, s.lift_height,
+                          s.lift_current, s.lift_err_flag, s.lift_en_flag, s.expand_current,
+                          s.expand_err_flag, s.expand_en_flag, s.expand_joint_id, s.expand_mode,
+                          s.hand_pos, s.hand_state, s.hand_err}),
+        std::vector<int>({2, 513, 1027, KA_ARM_STATUS_MOVE_THROUGH_POSE, 567, 89, 3, 1, 76, 5, 1, 8,
+                          2, 321, 6, 7}));
 }
 
-TEST(realtime, malformed_datagrams_fail_and_odd_arrays_stay_in_bounds) {
-    struct row {
-        const char *name;
-        std::string text;
-        int result;
-    };
-    const row rows[] = {
-        {"truncated", full_seven.substr(0, full_seven.size() / 2), -3},
+TEST(realtime, malformed_datagrams_fail_and_odd_arrays_and_names_stay_in_bounds) {
+    // clang-format off
+    struct { const char *name; std::string text; int result; } const rows[] = {
+        {"truncated", full.substr(0, full.size() / 2), -3},
         {"not JSON", "arm_err=1", -3},
-        {"status not a string", with(full_seven, R"("move_through_pose")", "5"), -3},
-        {"unknown status", with(full_seven, "move_through_pose", "flying"), 0},
-        {"hand value a string", with(full_seven, R"("hand_force":45)", R"("hand_force":"45")"), -3},
-        {"lift value null", with(full_seven, R"("height":567)", R"("height":null)"), -3},
-        {"expand mode missing", with(full_seven, R"(,"mode":2)", ""), -3},
-        {"no joint_status", with(full_seven, R"("joint_status")", R"("joint_statue")"), -3},
-        {"waypoint an array", with(full_seven, R"("waypoint")", R"("waypoint":[],"x")"), -3},
-        {"quat of 3", with(full_seven, "[707107,0,707107,0]", "[707107,0,707107]"), -3},
-        {"quat of 5", with(full_seven, "[707107,0,707107,0]", "[707107,0,707107,0,0]"), -3},
-        {"euler of 4", with(full_seven, "[1571,-785,3142]", "[1571,-785,3142,0]"), -3},
-        {"position of 2", with(full_seven, "[123456,-234567,345678]", "[123456,-234567]"), -3},
-        {"arm_err a string", with(full_seven, "513", R"("513")"), -3},
-        {"no sys_err", with(full_seven, R"("sys_err":1027,)", ""), -3},
-        {"long joint arrays", with(with(full_seven, "70007]", "70007,1,2]"), "0,2]", "0,2,1,1]"),
-         0},
-        {"long force array", with(full_seven, "-6500]", "-6500,9000,9000]"), 0},
-        {"short array", with(full_seven, "3300,-4400,5500,-6600,7700]", "3300]"), 0},
+        {"only the errors", R"({"arm_err":0,"sys_err":0})", -3},
+        {"no waypoint", with(full, R"("waypoint")", R"("elsewhere")"), -3},
+        {"waypoint an array", with(full, R"("waypoint")", R"("waypoint":[],"x")"), -3},
+        {"quat of 3", with(full, "[707107,0,707107,0]", "[707107,0,707107]"), -3},
+        {"quat of 5", with(full, "[707107,0,707107,0]", "[707107,0,707107,0,0]"), -3},
+        {"euler of 4", with(full, "[1571,-785,3142]", "[1571,-785,3142,0]"), -3},
+        {"position of 2", with(full, "[123456,-234567,345678]", "[123456,-234567]"), -3},
+        {"no joint_status", with(full, R"("joint_status")", R"("joint_statue")"), -3},
+        {"status not a string", with(full, R"("move_through_pose")", "5"), -3},
+        {"hand value a string", with(full, R"("hand_force":45)", R"("hand_force":"45")"), -3},
+        {"lift value null", with(full, R"("height":567)", R"("height":null)"), -3},
+        {"expand mode missing", with(full, R"(,"mode":2)", ""), -3},
+        {"arm_err a string", with(full, "513", R"("513")"), -3},
+        {"no sys_err", with(full, R"("sys_err":1027,)", ""), -3},
+        {"unknown status", with(full, "move_through_pose", "flying"), 0},
+        {"long joint arrays", with(with(full, "70007]", "70007,1,2]"), "0,2]", "0,2,1,1]"), 0},
+        {"long force array", with(full, "-6500]", "-6500,9000,9000]"), 0},
+        {"short array", with(full, "3300,-4400,5500,-6600,7700]", "3300]"), 0},
     };
+    // clang-format on
     for (const auto &r : rows) {
         SCOPED_TRACE(r.name);
         ka_realtime_arm_joint_state_t s;
@@ -230,9 +136,19 @@ TEST(realtime, malformed_datagrams_fail_and_odd_arrays_stay_in_bounds) {
         EXPECT_FLOAT_EQ(s.joint_current[3],
                         r.text.find("3300]") != std::string::npos ? 0.0f : -4.4f);
     }
+    // The last joint array too long, and no sensor part to overwrite what follows it.
+    const std::string bare =
+        with(with(with(full, "7000]", "7000,8000]"), "six_force", "six"), "one_force", "one");
+    ka_realtime_arm_joint_state_t s;
+    ASSERT_EQ(parse_ka_realtime_arm_joint_state(bare.c_str(), &s), 0);
+    EXPECT_EQ(s.force[0], 0.0f);
+    EXPECT_EQ(get_arm_status_from_string("tech_demonstration"), 14);
+    EXPECT_EQ(get_arm_status_from_string("Move_J"), 0); // exact, case-sensitive
+    EXPECT_EQ(get_arm_status_from_string(nullptr), 0);
 }
 
-TEST(realtime, two_arms_pushing_to_one_port_share_one_entry) {
+TEST(realtime, two_arms_pushing_to_one_port_are_heard_and_share_one_counted_entry) {
+    received.clear(); // no receive thread runs yet
     int port = unused_local_port(SOCK_DGRAM);
     ka_init(KA_THREAD_MODE_TRIPLE);
     ka_realtime_arm_state_call_back(on_state);
@@ -244,31 +160,37 @@ TEST(realtime, two_arms_pushing_to_one_port_share_one_entry) {
                        std::to_string(port) + R"(,"ip":"127.0.0.1","custom":{}})")});
         ASSERT_NE(ka_create_robot_arm("127.0.0.1", peer.port()), nullptr);
     }
-    {
-        std::lock_guard<std::mutex> lock(received_mutex);
-        received.clear();
-    }
     // Longer than a datagram is read: cut at 1024 bytes, it no longer parses.
-    const std::string oversized = with(full_seven, R"({"arm_err":513)",
-                                       R"({"pad":")" + std::string(300, 'x') + R"(","arm_err":3)");
+    const std::string oversized =
+        with(full, R"({"arm_err":513)", R"({"pad":")" + std::string(300, 'x') + R"(","arm_err":3)");
     ka_realtime_arm_joint_state_t whole;
     ASSERT_GT(oversized.size(), 1024u);
     ASSERT_EQ(parse_ka_realtime_arm_joint_state(oversized.c_str(), &whole), 0);
-    send_datagram_from("127.0.0.1", port, with(full_seven, "513", "1"));
-    send_datagram_from("127.0.0.2", port, with(full_seven, "513", "2"));
-    send_datagram_from("127.0.0.1", port, oversized);
+    send_datagram("127.0.0.1", port, with(full, "513", "1"));
+    send_datagram("127.0.0.2", port, with(full, "513", "2"));
+    send_datagram("127.0.0.1", port, oversized);
     std::unique_lock<std::mutex> lock(received_mutex);
     ASSERT_TRUE(received_cv.wait_for(lock, 5s, [] { return received.size() >= 3; }));
     std::vector<std::string> seen;
-    for (const auto &s : received)
+    for (const auto &s : received) {
         seen.push_back(std::string(s.arm_ip) + " " + std::to_string(s.arm_err) + " " +
                        std::to_string(s.errCode));
+        if (s.errCode == 0) EXPECT_FLOAT_EQ(s.joint_position[6], 70.007f) << "the parsed state";
+    }
     std::sort(seen.begin(), seen.end());
     EXPECT_EQ(seen, std::vector<std::string>({"127.0.0.1 0 -3", "127.0.0.1 1 0", "127.0.0.2 2 0"}));
     lock.unlock();
-    // One entry for both arms: four more ports still fit among the five.
-    EXPECT_EQ(ka_udp_add_port(ka_udp_init(), port), 1);
+    // One entry for both arms: four more ports fit among the five. The entry
+    // is counted: a removal leaves it open, the last one closes it.
+    ka_udp_listener *listener = ka_udp_init();
     for (int i = 0; i < 4; ++i)
-        EXPECT_EQ(ka_udp_add_port(ka_udp_init(), unused_local_port(SOCK_DGRAM)), 0);
+        EXPECT_EQ(ka_udp_add_port(listener, unused_local_port(SOCK_DGRAM)), 0);
+    EXPECT_EQ(ka_udp_add_port(listener, port), 1);
+    EXPECT_EQ(ka_udp_delete_port(listener, port), 0);
+    ka_udp_delete_port(listener, port);
+    EXPECT_EQ(ka_udp_add_port(listener, port), 1) << "still open once";
+    ka_udp_delete_port(listener, port);
+    ka_udp_delete_port(listener, port);
+    EXPECT_EQ(ka_udp_add_port(listener, port), 0) << "closed, opened anew";
     ka_destory();
 }
