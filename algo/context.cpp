@@ -263,6 +263,9 @@ kinematics_view context_kinematics() {
 int context_robot_type() { return robot.robot_type; }
 int context_dof() { return robot.dof; }
 const dh_table &context_dh() { return robot.dh; }
+const ka_matrix_t &context_install_matrix() { return robot.install_matrix; }
+const ka_matrix_t &context_tool_matrix() { return robot.tool_matrix; }
+const ka_matrix_t &context_work_to_base_matrix() { return robot.work_to_base; }
 
 // ------------------------------------------------------- inner layer
 

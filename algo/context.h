@@ -102,6 +102,10 @@ kinematics_view context_kinematics();
 int context_robot_type();
 int context_dof();
 const dh_table &context_dh();
+// The frames the forward transform is composed with.
+const ka_matrix_t &context_install_matrix();
+const ka_matrix_t &context_tool_matrix();
+const ka_matrix_t &context_work_to_base_matrix();
 
 // ------------------------------------------------------- exported layers
 extern "C" {

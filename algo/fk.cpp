@@ -246,10 +246,31 @@ ka_matrix_t flange(const float q[7]) {
     return as_matrix(T);
 }
 
-// Tool transform in the mounting frame: I * F * Tt.
+bool is_identity(const ka_matrix_t &M) {
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j)
+            if (M.data[i][j] != (i == j ? 1.0f : 0.0f)) return false;
+    return true;
+}
+
+// A * B. An identity factor (no tool, no work frame, a floor mounting: the
+// usual case) is passed over; the product would give the other factor bit
+// for bit.
+ka_matrix_t compose(const ka_matrix_t &A, const ka_matrix_t &B) {
+    if (is_identity(A)) return B;
+    if (is_identity(B)) return A;
+    return matrix_m(A, B);
+}
+
+// Tool transform in the mounting frame: I * F * Tt. The caller holds the
+// context.
 ka_matrix_t tool_in_world(const float q[7]) {
-    return matrix_m(matrix_m(libalgo_get_robot_install_angle_matrix(), flange(q)),
-                    libalgo_get_tool_cs_matrix());
+    return compose(compose(context_install_matrix(), flange(q)), context_tool_matrix());
+}
+
+// The same in the work frame: W^-1 * I * F * Tt.
+ka_matrix_t tool_in_work(const float q[7]) {
+    return compose(context_work_to_base_matrix(), tool_in_world(q));
 }
 
 } // namespace
@@ -434,8 +455,7 @@ void forward_kinematics_e(ka_matrix_t *T, const float q[7]) {
 }
 
 ka_pose_t forward_kinematics(const float q[7]) {
-    ka_matrix_t in_work = matrix_m(libalgo_get_work_cs_to_base_matrix(), tool_in_world(q));
-    return transformation_matrix_to_pose(in_work);
+    return transformation_matrix_to_pose(tool_in_work(q));
 }
 
 ka_pose_t forward_kinematics_for_unity(const float q[7]) {
@@ -458,7 +478,7 @@ ka_matrix_t forward_kinematics_rotate_flange(const float q[7]) {
 }
 
 ka_position_t forward_kinematics_pos(const float q[7]) {
-    ka_matrix_t T = matrix_m(libalgo_get_work_cs_to_base_matrix(), tool_in_world(q));
+    ka_matrix_t T = tool_in_work(q);
     return {T.data[0][3], T.data[1][3], T.data[2][3]};
 }
 
