@@ -5,6 +5,7 @@
 #include "algo/pose_math.h"
 
 #include <cmath>
+#include <cstring>
 #include <cstddef>
 #include <utility>
 
@@ -246,11 +247,11 @@ ka_matrix_t flange(const float q[7]) {
     return as_matrix(T);
 }
 
+constexpr float k_identity[4][4] = {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 1}};
+
+// Bitwise: a -0 entry counts as not the identity and takes the product.
 bool is_identity(const ka_matrix_t &M) {
-    for (int i = 0; i < 4; ++i)
-        for (int j = 0; j < 4; ++j)
-            if (M.data[i][j] != (i == j ? 1.0f : 0.0f)) return false;
-    return true;
+    return std::memcmp(M.data, k_identity, sizeof k_identity) == 0;
 }
 
 // A * B. An identity factor (no tool, no work frame, a floor mounting: the
