@@ -5,12 +5,24 @@
 #include "core/worker.h"
 
 #include <cstring>
+#include <memory>
 #include <thread>
 
 constexpr size_t datagram_capacity = 1024; // the controller's largest state datagram
 
+// An open datagram socket, closed when its last holder lets go. The receive
+// thread holds the sockets it reads from, so a port removed meanwhile cannot
+// hand its descriptor number to a new socket under that read.
+struct udp_socket {
+    explicit udp_socket(platform::socket_t s) : fd(s) {}
+    ~udp_socket() { ka_udp_close(fd); }
+    udp_socket(const udp_socket &) = delete;
+    udp_socket &operator=(const udp_socket &) = delete;
+    const platform::socket_t fd;
+};
+
 struct port_entry {
-    platform::socket_t socket = platform::invalid_socket;
+    std::shared_ptr<udp_socket> socket;
     int port = 0;
     int count = 0; // arms pushing to this port
 };
@@ -150,7 +162,7 @@ void deliver(const char *datagram, const char *from_ip) {
 }
 
 // A port removed while the thread was polling is not read any more.
-bool still_listening(ka_udp_listener &listener, platform::socket_t socket) {
+bool still_listening(ka_udp_listener &listener, const std::shared_ptr<udp_socket> &socket) {
     std::lock_guard<std::mutex> lock(listener.mutex);
     for (const auto &entry : listener.entries)
         if (entry.count > 0 && entry.socket == socket) return true;
@@ -162,18 +174,22 @@ void udp_loop(const worker_thread::stop_flag &stop) {
     ka_udp_listener *listener = ka_udp_init();
     while (!stop->load()) {
         platform::socket_t sockets[KA_MAX_ARMS + 1];
+        std::shared_ptr<udp_socket> held[KA_MAX_ARMS + 1];
         bool ready[KA_MAX_ARMS + 1];
         size_t count = 0;
         sockets[count++] = wake.read_end();
         {
             std::lock_guard<std::mutex> lock(listener->mutex);
             for (const auto &entry : listener->entries)
-                if (entry.count > 0 && entry.socket >= 0) sockets[count++] = entry.socket;
+                if (entry.count > 0 && entry.socket) {
+                    held[count] = entry.socket;
+                    sockets[count++] = entry.socket->fd;
+                }
         }
         if (platform::poll_readable(sockets, ready, count, -1) < 0) continue;
         if (ready[0]) wake.drain();
         for (size_t i = 1; i < count; ++i) {
-            if (!ready[i] || !still_listening(*listener, sockets[i])) continue;
+            if (!ready[i] || !still_listening(*listener, held[i])) continue;
             char datagram[datagram_capacity + 1];
             char from[16];
             long n;
@@ -194,10 +210,7 @@ void realtime_stop() {
     if (!udp().stop()) return;
     ka_udp_listener *listener = ka_udp_init();
     std::lock_guard<std::mutex> ports(listener->mutex);
-    for (auto &entry : listener->entries) {
-        ka_udp_close(entry.socket);
-        entry = port_entry{};
-    }
+    for (auto &entry : listener->entries) entry = port_entry{};
 }
 
 int realtime_add_port(int port) { return ka_udp_add_port(ka_udp_init(), port); }
@@ -245,10 +258,10 @@ int ka_udp_add_port(ka_udp_listener *listener, int port) {
         if (!free_entry) return -2;
         int socket = ka_udp_create_connect(port);
         if (socket > 0) {
-            *free_entry = port_entry{socket, port, 1};
+            *free_entry = port_entry{std::make_shared<udp_socket>(socket), port, 1};
             result = 0;
         } else {
-            free_entry->socket = platform::invalid_socket;
+            free_entry->socket.reset();
             result = -1;
         }
     }
@@ -262,10 +275,7 @@ int ka_udp_delete_port(ka_udp_listener *listener, int port) {
         std::lock_guard<std::mutex> lock(listener->mutex);
         for (auto &entry : listener->entries) {
             if (entry.count > 0 && entry.port == port) --entry.count;
-            if (entry.count < 1) {
-                ka_udp_close(entry.socket);
-                entry = port_entry{};
-            }
+            if (entry.count < 1) entry = port_entry{};
         }
     }
     udp().wake();
