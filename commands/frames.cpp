@@ -1,28 +1,23 @@
 // Tool and work frames.
 #include "algo/handover.h"
 #include "core/command.h"
-#include "core/transport.h"
 
 #include <algorithm>
 #include <cstring>
 #include <mutex>
-#include <string>
 
 namespace {
 
 // The six pose integers: x, y, z in micrometres, rx, ry, rz in milliradians.
 bool read_pose(const cJSON *array, ka_pose_t &pose) {
     if (!cJSON_IsArray(array) || cJSON_GetArraySize(array) < 6) return false;
-    int v[6];
+    int32_t v[6];
     for (int i = 0; i < 6; ++i) {
         const cJSON *item = cJSON_GetArrayItem(array, i);
         if (!cJSON_IsNumber(item)) return false;
         v[i] = json_int(item);
     }
-    pose.position = {scale::from_millionths(v[0]), scale::from_millionths(v[1]),
-                     scale::from_millionths(v[2])};
-    pose.euler = {scale::from_thousandths(v[3]), scale::from_thousandths(v[4]),
-                  scale::from_thousandths(v[5])};
+    cmd::pose_from_wire(v, pose);
     return true;
 }
 
@@ -334,19 +329,7 @@ int send_envelope(ka_robot_handle *handle, const ka_envelope_balls_list_t &list)
         cJSON_AddItemToArray(balls, ball);
     }
     // The controller takes this one command in the formatted print.
-    printed_ptr text(cJSON_Print(object.get()));
-    if (!text) return -1;
-    std::string line(text.get());
-    line += "\r\n";
-    arm_ptr arm = registry_find(handle);
-    if (!arm) return -1;
-    ka_log_debug("send is: %s\n", text.get());
-    if (!arm->connected.load() ||
-        socket_block_send(arm->socket.get(), line.data(), static_cast<int>(line.size())) != 0) {
-        ka_log_error("[%s] %s send error\n", function, "set_tool_envelope");
-        return -1;
-    }
-    return 0;
+    return cmd::send_formatted(function, "set_tool_envelope", handle, object.get(), true);
 }
 
 int parse_envelope(const char *text, ka_envelope_balls_list_t &list) {

@@ -4,13 +4,11 @@
 // the running trajectory that the blocking waits use.
 #include "commands/motion_wait.h"
 #include "core/command.h"
-#include "core/transport.h"
 
 #include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <optional>
-#include <string>
 
 namespace {
 
@@ -97,18 +95,6 @@ cJSON *pose_array(const ka_pose_t &pose) {
 // unlike every other motion's.
 int32_t arc_blend_radius(int r) { return scale::truncate(static_cast<double>(r) * 1000.0); }
 
-int send_text(const char *function, const char *command, ka_robot_handle *handle,
-              const std::string &line) {
-    arm_ptr arm = registry_find(handle);
-    if (!arm) return -1;
-    if (!arm->connected.load() ||
-        socket_block_send(arm->socket.get(), line.data(), static_cast<int>(line.size())) != 0) {
-        ka_log_error("[%s] %s send error\n", function, command);
-        return -1;
-    }
-    return 0;
-}
-
 // The arc is written by hand: its poses are nested in one object, and the
 // controller has always been sent it in cJSON's formatted print.
 int move_arc(ka_robot_handle *handle, const ka_pose_t &via, const ka_pose_t &to, int v, int r,
@@ -123,13 +109,10 @@ int move_arc(ka_robot_handle *handle, const ka_pose_t &via, const ka_pose_t &to,
     cJSON_AddNumberToObject(object.get(), "r", arc_blend_radius(r));
     cJSON_AddNumberToObject(object.get(), "loop", loop);
     cJSON_AddNumberToObject(object.get(), "trajectory_connect", connect);
-    printed_ptr text(cJSON_Print(object.get()));
-    if (!text) return -1;
-    const std::string line = std::string(text.get()) + "\r\n";
     return run_motion(
         movec_cmd, handle, connect, block, [&](const char *label, char *reply, int size) {
-            if (block) ka_log_debug("send is: %s\n", text.get());
-            if (send_text(label, movec_cmd.command, handle, line) != 0) return -1;
+            if (cmd::send_formatted(label, movec_cmd.command, handle, object.get(), block) != 0)
+                return -1;
             return ka_pack_lock_wait(label, handle, movec_cmd.command, reply, size, m_nOutTime);
         });
 }

@@ -1,6 +1,9 @@
 #include "core/command.h"
 
+#include "core/transport.h"
+
 #include <mutex>
+#include <string>
 
 namespace cmd {
 
@@ -78,6 +81,23 @@ int run(const value_query &q, ka_robot_handle *handle, int32_t &value) {
     if (r.unparsed) return r.length;
     if (r.status == 0) value = field.value.i;
     return r.status;
+}
+
+int send_formatted(const char *function, const char *command, ka_robot_handle *handle,
+                   const cJSON *object, bool log_text) {
+    printed_ptr text(cJSON_Print(object));
+    if (!text) return -1;
+    std::string line(text.get());
+    line += "\r\n";
+    arm_ptr arm = registry_find(handle);
+    if (!arm) return -1;
+    if (log_text) ka_log_debug("send is: %s\n", text.get());
+    if (!arm->connected.load() ||
+        socket_block_send(arm->socket.get(), line.data(), static_cast<int>(line.size())) != 0) {
+        ka_log_error("[%s] %s send error\n", function, command);
+        return -1;
+    }
+    return 0;
 }
 
 int disconnected(const char *function) {

@@ -170,6 +170,13 @@ struct value_query {
 // 0 with value written, the reply's length, or the exchange's code.
 int run(const value_query &q, ka_robot_handle *handle, int32_t &value);
 
+// The few commands the controller takes in cJSON's formatted print: prints
+// object, appends "\r\n" and sends it on the handle's connection (logging
+// the text at debug level when log_text). 0, or -1 for an unknown handle, an
+// unprintable object or a failed send (with the send-error line).
+int send_formatted(const char *function, const char *command, ka_robot_handle *handle,
+                   const cJSON *object, bool log_text);
+
 // Logs "[%s] The robotic arm has been disconnected\n" and gives -1.
 int disconnected(const char *function);
 
