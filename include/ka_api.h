@@ -782,11 +782,273 @@ KA_API int ka_clear_joint_odom(ka_robot_handle *handle);
 KA_API int ka_clear_system_err(ka_robot_handle *handle);
 
 /* =================================================================
- * Safety configuration
+ * Controller network configuration
+ *
+ * The Wi-Fi, USB and RS485 settings change the link itself: they are sent,
+ * never answered, and return 0 about 800 ms later (-1 when not sent).
  * ================================================================= */
 
-/* Install angles of the arm base, whole degrees. */
+KA_API int ka_set_NetIP(ka_robot_handle *handle, const char *ip); /* waits 2 s */
+KA_API int ka_set_wifi_ap(ka_robot_handle *handle, const char *wifi_name, const char *password);
+KA_API int ka_set_wifi_sta(ka_robot_handle *handle, const char *router_name,
+                           const char *password);
+KA_API int ka_set_usb(ka_robot_handle *handle, int baudrate);
+KA_API int ka_set_RS485(ka_robot_handle *handle, int baudrate);
+/* ip and mask: room for 16 characters, mac for 18. */
+KA_API int ka_get_wired_net(ka_robot_handle *handle, char *ip, char *mask, char *mac);
+KA_API int ka_get_wifi_net(ka_robot_handle *handle, ka_wifi_net_t *wifi_net);
+KA_API int ka_set_net_default(ka_robot_handle *handle); /* waits 4 s */
+KA_API int ka_set_wifi_close(ka_robot_handle *handle);  /* waits 2 s */
+
+/* =================================================================
+ * Controller and tool I/O (unscaled integers)
+ * ================================================================= */
+
+KA_API int ka_set_IO_mode(ka_robot_handle *handle, int io_num, int io_mode);
+KA_API int ka_set_DO_state(ka_robot_handle *handle, int io_num, int state);
+KA_API int ka_get_IO_state(ka_robot_handle *handle, int io_num, int *state, int *mode);
+KA_API int ka_get_IO_input(ka_robot_handle *handle, int *DI);  /* int[4] */
+KA_API int ka_get_IO_output(ka_robot_handle *handle, int *DO); /* int[4] */
+KA_API int ka_set_voltage(ka_robot_handle *handle, int voltage_type);
+KA_API int ka_get_voltage(ka_robot_handle *handle, int *voltage_type);
+KA_API int ka_set_tool_DO_state(ka_robot_handle *handle, int io_num, int state);
+KA_API int ka_set_tool_IO_mode(ka_robot_handle *handle, int io_num, int io_mode);
+KA_API int ka_get_tool_IO_state(ka_robot_handle *handle, int *mode, int *state); /* int[2] each */
+KA_API int ka_set_tool_voltage(ka_robot_handle *handle, int voltage_type);
+KA_API int ka_get_tool_voltage(ka_robot_handle *handle, int *voltage_type);
+/* modbus_timeout is 0 when the port is not in Modbus-RTU mode. */
+KA_API int ka_get_controller_RS485_mode(ka_robot_handle *handle, int *mode, int *baudrate,
+                                        int *modbus_timeout);
+KA_API int ka_get_tool_RS485_mode(ka_robot_handle *handle, int *mode, int *baudrate,
+                                  int *modbus_timeout);
+
+/* =================================================================
+ * End effectors: gripper and dexterous hand
+ *
+ * timeout in seconds. Gripper actions with block false and timeout 0 are
+ * sent and return 0 a second later; otherwise the accepting reply is read,
+ * and with block the end of the action is awaited:
+ *   gripper release        no report -4, report from another device -4;
+ *   gripper pick, pick on,
+ *   position               no report -4, another device -5;
+ *   hand posture, sequence no report -5, another device -4.
+ * A report with "trajectory_state" false gives 1.
+ * ================================================================= */
+
+KA_API int ka_set_gripper_route(ka_robot_handle *handle, int min_route, int max_route);
+KA_API int ka_set_gripper_release(ka_robot_handle *handle, int speed, bool block, int timeout);
+KA_API int ka_set_gripper_pick(ka_robot_handle *handle, int speed, int force, bool block,
+                               int timeout);
+KA_API int ka_set_gripper_pick_on(ka_robot_handle *handle, int speed, int force, bool block,
+                                  int timeout);
+KA_API int ka_set_gripper_position(ka_robot_handle *handle, int position, bool block,
+                                   int timeout);
+KA_API int ka_get_gripper_state(ka_robot_handle *handle, ka_gripper_state_t *state);
+KA_API int ka_set_hand_posture(ka_robot_handle *handle, int posture_num, bool block, int timeout);
+KA_API int ka_set_hand_seq(ka_robot_handle *handle, int seq_num, bool block, int timeout);
+KA_API int ka_set_hand_angle(ka_robot_handle *handle, const int *hand_angle); /* int[6] */
+/* Streams finger targets: sent, then a 1 s pause; never answered. */
+KA_API int ka_set_hand_follow_angle(ka_robot_handle *handle, const int *hand_angle);
+KA_API int ka_set_hand_speed(ka_robot_handle *handle, int speed);
+KA_API int ka_set_hand_force(ka_robot_handle *handle, int hand_force);
+
+/* =================================================================
+ * Force sensing, drag teaching and force-position control
+ *
+ * Forces are sent in newtons x 10 and read in thousandths.
+ * ================================================================= */
+
+KA_API int ka_get_force_data(ka_robot_handle *handle, ka_force_data_t *data);
+KA_API int ka_clear_force_data(ka_robot_handle *handle);
+KA_API int ka_set_force_sensor(ka_robot_handle *handle, bool block);
+/* Six-axis calibration from four postures, type 1..4 in turn (others -1);
+ * only type 4 with block waits (30 s) for the result. */
+KA_API int ka_manual_set_force(ka_robot_handle *handle, int type, float *joint, bool block);
+KA_API int ka_stop_set_force_sensor(ka_robot_handle *handle);
+/* One-axis sensor only: -2 on other arms. */
+KA_API int ka_get_Fz(ka_robot_handle *handle, ka_fz_data_t *data);
+KA_API int ka_clear_Fz(ka_robot_handle *handle);
+KA_API int ka_auto_set_Fz(ka_robot_handle *handle, bool block);
+KA_API int ka_manual_set_Fz(ka_robot_handle *handle, float *joint1, float *joint2, bool block);
+
+KA_API int ka_start_drag_teach(ka_robot_handle *handle, int trajectory_record);
+KA_API int ka_stop_drag_teach(ka_robot_handle *handle);
+KA_API int ka_start_multi_drag_teach(ka_robot_handle *handle, int mode, int singular_wall);
+KA_API int ka_start_multi_drag_teach_new(ka_robot_handle *handle,
+                                         const ka_multi_drag_teach_t *param);
+KA_API int ka_set_drag_teach_sensitivity(ka_robot_handle *handle, int grade);
+KA_API int ka_get_drag_teach_sensitivity(ka_robot_handle *handle, int *grade);
+/* Moves to the recorded trajectory's first point; block waits for the end
+ * of the motion as the planned motions do. */
+KA_API int ka_drag_trajectory_origin(ka_robot_handle *handle, int block);
+/* Replays the recorded trajectory; timeout in seconds, 0 only sends. */
+KA_API int ka_run_drag_trajectory(ka_robot_handle *handle, int timeout);
+KA_API int ka_pause_drag_trajectory(ka_robot_handle *handle);
+KA_API int ka_continue_drag_trajectory(ka_robot_handle *handle);
+KA_API int ka_stop_drag_trajectory(ka_robot_handle *handle);
+
+/* N is truncated to whole newtons before the x 10 scaling. */
+KA_API int ka_set_force_position(ka_robot_handle *handle, int sensor, int mode, int direction,
+                                 float N);
+KA_API int ka_set_force_position_new(ka_robot_handle *handle, const ka_force_position_t *param);
+KA_API int ka_stop_force_position(ka_robot_handle *handle);
+KA_API int ka_start_force_position_move(ka_robot_handle *handle);
+KA_API int ka_stop_force_position_move(ka_robot_handle *handle);
+/* Force-position passthrough: sent, never answered. */
+KA_API int ka_force_position_move_joint(ka_robot_handle *handle, const float *joint, int sensor,
+                                        int mode, int dir, float force, bool follow);
+KA_API int ka_force_position_move_pose(ka_robot_handle *handle, ka_pose_t pose, int sensor,
+                                       int mode, int dir, float force, bool follow);
+KA_API int ka_force_position_move(ka_robot_handle *handle, ka_force_position_move_t param);
+
+/* =================================================================
+ * Modbus RTU and TCP peripherals through the controller
+ *
+ * Register data travel as two integers per register, coil data as one
+ * integer per group of 8 coils.
+ * ================================================================= */
+
+KA_API int ka_set_modbus_mode(ka_robot_handle *handle, int port, int baudrate, int timeout);
+KA_API int ka_close_modbus_mode(ka_robot_handle *handle, int port);
+KA_API int ka_set_modbustcp_mode(ka_robot_handle *handle, const char *ip, int port, int timeout);
+KA_API int ka_close_modbustcp_mode(ka_robot_handle *handle);
+KA_API int ka_read_coils(ka_robot_handle *handle, ka_peripheral_read_write_params_t params,
+                         int *data);
+KA_API int ka_read_input_status(ka_robot_handle *handle, ka_peripheral_read_write_params_t params,
+                                int *data);
+KA_API int ka_read_holding_registers(ka_robot_handle *handle,
+                                     ka_peripheral_read_write_params_t params, int *data);
+KA_API int ka_read_input_registers(ka_robot_handle *handle,
+                                   ka_peripheral_read_write_params_t params, int *data);
+KA_API int ka_write_single_coil(ka_robot_handle *handle, ka_peripheral_read_write_params_t params,
+                                int data);
+KA_API int ka_write_single_register(ka_robot_handle *handle,
+                                    ka_peripheral_read_write_params_t params, int data);
+/* data: num x 2 integers. */
+KA_API int ka_write_registers(ka_robot_handle *handle, ka_peripheral_read_write_params_t params,
+                              int *data);
+/* data: num / 8 integers (rounded down). */
+KA_API int ka_write_coils(ka_robot_handle *handle, ka_peripheral_read_write_params_t params,
+                          int *data);
+/* Reads num / 8 groups rounded up and writes num / 8 rounded down: fewer
+ * than 8 coils leave data untouched. */
+KA_API int ka_read_multiple_coils(ka_robot_handle *handle,
+                                  ka_peripheral_read_write_params_t params, int *data);
+/* data: num x 2 integers. */
+KA_API int ka_read_multiple_holding_registers(ka_robot_handle *handle,
+                                              ka_peripheral_read_write_params_t params,
+                                              int *data);
+KA_API int ka_read_multiple_input_registers(ka_robot_handle *handle,
+                                            ka_peripheral_read_write_params_t params, int *data);
+
+/* =================================================================
+ * Lift and expansion axes
+ *
+ * block non-zero waits for the axis to finish: 0 done, 1 ended false, -3
+ * unparsable report, -4 report from another device.
+ * ================================================================= */
+
+KA_API int ka_set_lift_speed(ka_robot_handle *handle, int speed);
+KA_API int ka_set_lift_height(ka_robot_handle *handle, int speed, int height, int block);
+KA_API int ka_get_lift_state(ka_robot_handle *handle, ka_expand_state_t *state);
+KA_API int ka_set_expand_speed(ka_robot_handle *handle, int speed);
+KA_API int ka_set_expand_pos(ka_robot_handle *handle, int speed, int pos, int block);
+KA_API int ka_get_expand_state(ka_robot_handle *handle, ka_expand_state_t *state);
+
+/* =================================================================
+ * Online programming: projects and stored trajectories
+ * ================================================================= */
+
+KA_API int ka_run_project(ka_robot_handle *handle, ka_send_project_t *project, int file_size);
+/* Downloads the file at project->project_path (first project_path_len
+ * characters) and rewrites the path with the name sent. -4 a converted
+ * file's path without "/", -5 the file cannot be read; *errline -1, or the
+ * controller's first faulty line. */
+KA_API int ka_send_project(ka_robot_handle *handle, ka_send_project_t *project, int *errline);
+KA_API int ka_send_project_lock(ka_robot_handle *handle, const char *text, int len, int *errline);
+KA_API int ka_set_plan_speed(ka_robot_handle *handle, int speed);
+/* vague_search NULL lists everything; at most KA_PROGRAM_LIST_CAPACITY
+ * records are written. */
+KA_API int ka_get_program_trajectory_list(ka_robot_handle *handle, int page_num, int page_size,
+                                          const char *vague_search,
+                                          ka_program_trajectorys_t *list);
+KA_API int ka_get_program_run_state(ka_robot_handle *handle, ka_program_run_state_t *state);
+KA_API int ka_delete_program_trajectory(ka_robot_handle *handle, int id);
+KA_API int ka_update_program_trajectory(ka_robot_handle *handle, int id, int plan_speed,
+                                        const char *project_name);
+KA_API int ka_set_default_run_program(ka_robot_handle *handle, int id);
+KA_API int ka_get_default_run_program(ka_robot_handle *handle, int *id);
+/* Starts stored program id; timeout non-zero waits for it to finish (-4
+ * when no finish report for id arrives). speed 0 keeps the stored speed. */
+KA_API int ka_set_program_id_run(ka_robot_handle *handle, int id, int speed, int timeout);
+/* Saves the drag-taught trajectory into the file at path (one point line
+ * per text line). -4 the file cannot be created, -6 no points arrived. */
+KA_API int ka_save_trajectory(ka_robot_handle *handle, const char *path, int *num);
+
+/* Lines of a text file (a line longer than 1023 characters counts more
+ * than once); -1 when it cannot be read. */
+KA_API int countLinesInFile(const char *path);
+/* Writes the project header for the arm, then source's lines, to target.
+ * 0, or -1 when nothing could be written. */
+KA_API int add_lines_to_file(ka_robot_handle *handle, const char *source, const char *target);
+
+/* =================================================================
+ * Global waypoints
+ * ================================================================= */
+
+/* add and update overwrite waypoint->time with the current local time. */
+KA_API int ka_add_global_waypoint(ka_robot_handle *handle, ka_waypoint_t *waypoint);
+KA_API int ka_update_global_waypoint(ka_robot_handle *handle, ka_waypoint_t *waypoint);
+KA_API int ka_delete_global_waypoint(ka_robot_handle *handle, const char *point_name);
+KA_API int ka_get_given_global_waypoint(ka_robot_handle *handle, const char *point_name,
+                                        ka_waypoint_t *waypoint);
+/* At most KA_WAYPOINT_LIST_CAPACITY points are written. */
+KA_API int ka_get_global_waypoints_list(ka_robot_handle *handle, int page_num, int page_size,
+                                        const char *vague_search, ka_waypoint_list_t *list);
+
+/* =================================================================
+ * Safety configuration
+ *
+ * Geometry in metres, sent in millimetres (truncated). A cube is sent with
+ * its x_min_limit under "z_min_limit" as well, as the controller expects.
+ * ================================================================= */
+
+KA_API int ka_add_electronic_fence_config(ka_robot_handle *handle, ka_fence_config_t config);
+KA_API int ka_update_electronic_fence_config(ka_robot_handle *handle, ka_fence_config_t config);
+KA_API int ka_delete_electronic_fence_config(ka_robot_handle *handle, const char *form_name);
+/* names: room for KA_FENCE_LIST_CAPACITY entries; *len the listed count. */
+KA_API int ka_get_electronic_fence_list_names(ka_robot_handle *handle, ka_fence_names_t *names,
+                                              int *len);
+KA_API int ka_get_given_electronic_fence_config(ka_robot_handle *handle, const char *form_name,
+                                                ka_fence_config_t *config);
+/* list: room for KA_FENCE_LIST_CAPACITY entries. */
+KA_API int ka_get_electronic_fence_list_infos(ka_robot_handle *handle,
+                                              ka_fence_config_list_t *list, int *len);
+KA_API int ka_set_electronic_fence_enable(ka_robot_handle *handle,
+                                          ka_electronic_fence_enable_t state);
+KA_API int ka_get_electronic_fence_enable(ka_robot_handle *handle,
+                                          ka_electronic_fence_enable_t *state);
+/* Cube or plane. */
+KA_API int ka_set_electronic_fence_config(ka_robot_handle *handle, ka_fence_config_t config);
+KA_API int ka_get_electronic_fence_config(ka_robot_handle *handle, ka_fence_config_t *config);
+KA_API int ka_set_virtual_wall_enable(ka_robot_handle *handle, ka_electronic_fence_enable_t state);
+KA_API int ka_get_virtual_wall_enable(ka_robot_handle *handle,
+                                      ka_electronic_fence_enable_t *state);
+/* Cube or sphere. */
+KA_API int ka_set_virtual_wall_config(ka_robot_handle *handle, ka_fence_config_t config);
+KA_API int ka_get_virtual_wall_config(ka_robot_handle *handle, ka_fence_config_t *config);
+KA_API int ka_set_self_collision_enable(ka_robot_handle *handle, bool enable);
+KA_API int ka_get_self_collision_enable(ka_robot_handle *handle, bool *enable);
+KA_API int ka_set_arm_run_mode(ka_robot_handle *handle, int mode);
+KA_API int ka_get_arm_run_mode(ka_robot_handle *handle, int *mode);
+
+/* Install angles of the arm base, whole degrees (fractions are dropped on
+ * the way out). Setting re-reads them. */
+KA_API int ka_set_install_pose(ka_robot_handle *handle, float x, float y, float z);
 KA_API int ka_get_install_pose(ka_robot_handle *handle, float *x, float *y, float *z);
+/* version: DOF integers. */
+KA_API int ka_get_joint_software_version(ka_robot_handle *handle, int *version);
+KA_API int ka_get_tool_software_version(ka_robot_handle *handle, int *version);
 
 #ifdef __cplusplus
 }
