@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <vector>
 
 using namespace algo_test;
@@ -39,12 +41,13 @@ class Solver : public ::testing::TestWithParam<solver_case> {
     random_source rng{1000u + 10u * GetParam().type + GetParam().sensor};
 
     int solve_frame(const ik_frame &target, const double ref[7], double out[7],
-                    ik_redundancy r) const {
-        if (m.type == 1) return ik_solve_arm_angle(m.dh, target, ref, m.limits, r, out);
-        if (m.type == 7) return ik_solve_offset_elbow(m.dh, target, ref, m.limits, r, out);
+                    ik_redundancy r, const dh_table *table = nullptr) const {
+        const dh_table &dh = table ? *table : m.dh;
+        if (m.type == 1) return ik_solve_arm_angle(dh, target, ref, m.limits, r, out);
+        if (m.type == 7) return ik_solve_offset_elbow(dh, target, ref, m.limits, r, out);
         const bool parallel = m.type == 5 || m.type == 6 || m.type == 8;
-        return parallel ? ik_solve_parallel_axes(m.dh, target, ref, m.limits, out)
-                        : ik_solve_offset_wrist(m.dh, target, ref, m.limits, out);
+        return parallel ? ik_solve_parallel_axes(dh, target, ref, m.limits, out)
+                        : ik_solve_offset_wrist(dh, target, ref, m.limits, out);
     }
 
     // The solver's code; a solution must reach the target of q within the limits.
@@ -198,6 +201,71 @@ TEST_P(Solver, ExportedLayerReachesPosesThroughToolWorkAndInstallFrames) {
     }
     // Six-axis: every reachable target; seven-axis: at least 99.9 % of them.
     EXPECT_GE(solved, m.dof == 6 ? n : n - n / 1000 - 1) << solved << " of " << n;
+}
+
+TEST_P(Solver, FollowsAChangedTableAndRefusesMalformedGeometry) {
+    // Lengths changed at run time with the zero pattern kept: the solver
+    // reads the table it is given, not the model's defaults.
+    dh_table changed = m.dh;
+    if (m.dof == 6) {
+        changed.d[0] *= 1.1f;
+        changed.a[2] *= 0.9f;
+        changed.d[3] += 0.02f;
+        changed.d[5] += 0.05f;
+        changed.d[1] = 0.03f; // a lateral shoulder offset, allowed by both six-axis forms
+    } else {
+        changed.d[0] += 0.03f;
+        changed.d[2] *= 1.1f;
+        changed.d[4] *= 0.9f;
+        changed.d[6] += 0.04f;
+    }
+    const int n = 1000;
+    int solved = 0;
+    for (int k = 0; k < n; ++k) {
+        double q[7], ref[7], out[7];
+        rng.joints(m, q);
+        rng.near(m, q, 0.3, ref);
+        const ik_frame target = rounded(dh_product(changed, m.dof, q));
+        if (solve_frame(target, ref, out, k_near, &changed) != k_ik_ok) continue;
+        ++solved;
+        ASSERT_TRUE(frames_near(dh_product(changed, m.dof, out), target)) << joints_text(q, m.dof);
+    }
+    EXPECT_GE(solved, m.dof == 6 ? n : n - n / 500) << solved << " of " << n;
+
+    // A twist where the solver's form needs parallel or perpendicular axes,
+    // and a target that is not a number: refused, output untouched.
+    dh_table twisted = m.dh;
+    twisted.alpha[m.dof == 6 ? 2 : 3] = m.dof == 6 ? 0.3f : 0.0f;
+    const double q[7] = {0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7};
+    const ik_frame target = rounded(dh_product(m.dh, m.dof, q));
+    double out[7] = {9, 9, 9, 9, 9, 9, 9};
+    EXPECT_EQ(solve_frame(target, q, out, k_near, &twisted), k_ik_bad_geometry);
+    ik_frame not_a_number = target;
+    not_a_number.R[1][1] = NAN;
+    EXPECT_EQ(solve_frame(not_a_number, q, out, k_near), k_ik_bad_geometry);
+    EXPECT_EQ(out[0], 9.0);
+}
+
+TEST(SevenAxisWindow, QuilKeepsItsLastJointWithinTheTraversedWindow) {
+    // QUIL's redundancy parameter is its last joint: traversing ref +- range
+    // around a reference whose window holds the target's own last joint
+    // returns a solution from that window.
+    const model_under_test m = load_model(7);
+    random_source rng(800u);
+    const double range = 0.2;
+    for (int k = 0; k < 1000; ++k) {
+        double q[7], ref[7], out[7];
+        rng.joints(m, q);
+        rng.near(m, q, 0.3, ref);
+        ref[6] = std::clamp(q[6] + rng.uniform(-0.1, 0.1), double(m.limits.lo[6]),
+                            double(m.limits.hi[6]));
+        const ik_frame target = rounded(dh_product(m.dh, 7, q));
+        ASSERT_EQ(ik_solve_offset_elbow(m.dh, target, ref, m.limits,
+                                        ik_redundancy{float(range), 0}, out),
+                  k_ik_ok)
+            << joints_text(q, 7);
+        EXPECT_LE(std::fabs(out[6] - ref[6]), range + 1e-6) << joints_text(q, 7);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Models, Solver,
