@@ -1,0 +1,132 @@
+// Controller network configuration: the wired address, the Wi-Fi access
+// point and station modes, the USB and RS485 baud rates, the factory network
+// defaults. Several of these change the very link we talk over, so they are
+// sent without waiting for an answer, and the answered ones wait for their
+// own fixed time rather than the usual reply time-out.
+#include "core/command.h"
+
+#include <cstring>
+
+namespace {
+
+// Answered settings, each with its fixed time-out (ms).
+constexpr cmd::set_command net_ip{"ka_set_NetIP", "set_NetIP", "set_NetIP", "status", 2000};
+constexpr cmd::set_command net_default{"ka_set_net_default", "set_net_default", "set_net_default",
+                                       "net_default_state", 4000};
+constexpr cmd::set_command wifi_close{"ka_set_wifi_close", "set_wifi_close", "set_wifi_close",
+                                      "wifi_close_state", 2000};
+
+// Settings that take the link down or switch it over: sent, then the
+// controller is given this long (ms) before anything else goes out. Its
+// answer, if any, is left unread.
+constexpr int settle_ms = 800;
+
+struct notice {
+    const char *function;
+    const char *command;
+};
+constexpr notice wifi_ap{"ka_set_wifi_ap", "set_wifi_ap"};
+constexpr notice wifi_sta{"ka_set_wifi_sta", "set_wifi_sta"};
+constexpr notice usb{"ka_set_usb", "set_usb"};
+constexpr notice rs485{"ka_set_RS485", "set_RS485"};
+
+// 0 once sent and the pause is over; -1 unknown handle or send failure.
+int send_notice(const notice &n, ka_robot_handle *handle,
+                std::initializer_list<ka_request_field> fields) {
+    return cmd::exchange(n.function, handle, n.command, fields, nullptr, settle_ms, nullptr, 0);
+}
+
+constexpr cmd::query_command wired_net{"ka_get_wired_net", "get_wired_net", "get_wired_net"};
+constexpr cmd::query_command wifi_net{"ka_get_wifi_net", "get_wifi_net", "get_wifi_net"};
+
+// Copies at most n characters; text that fills the field is left without a
+// terminator, as the fixed-width network records have always been filled.
+void copy_bounded(char *field, const ka_reply_field &from, size_t n) {
+    std::strncpy(field, from.value.s, n);
+}
+template <size_t N> void copy_bounded(char (&field)[N], const ka_reply_field &from) {
+    copy_bounded(field, from, N);
+}
+
+} // namespace
+
+extern "C" {
+
+int ka_set_NetIP(ka_robot_handle *handle, const char *ip) {
+    if (!ip) return -1;
+    return cmd::run(net_ip, handle, {cmd::text("ip", ip)});
+}
+
+int ka_set_wifi_ap(ka_robot_handle *handle, const char *wifi_name, const char *password) {
+    if (!wifi_name || !password) return -1;
+    return send_notice(wifi_ap, handle,
+                       {cmd::text("wifi_name", wifi_name), cmd::text("password", password)});
+}
+
+int ka_set_wifi_sta(ka_robot_handle *handle, const char *router_name, const char *password) {
+    if (!router_name || !password) return -1;
+    return send_notice(wifi_sta, handle,
+                       {cmd::text("router_name", router_name), cmd::text("password", password)});
+}
+
+int ka_set_usb(ka_robot_handle *handle, int baudrate) {
+    return send_notice(usb, handle, {cmd::number("baudrate", baudrate)});
+}
+
+int ka_set_RS485(ka_robot_handle *handle, int baudrate) {
+    return send_notice(rs485, handle, {cmd::number("baudrate", baudrate)});
+}
+
+int ka_set_net_default(ka_robot_handle *handle) { return cmd::run(net_default, handle); }
+
+int ka_set_wifi_close(ka_robot_handle *handle) { return cmd::run(wifi_close, handle); }
+
+// Caller buffers: ip and mask 16 characters, mac 18.
+int ka_get_wired_net(ka_robot_handle *handle, char *ip, char *mask, char *mac) {
+    if (!ip || !mask || !mac) return -1;
+    ka_reply_field fields[] = {cmd::text_field("mask"), cmd::text_field("ip"),
+                               cmd::text_field("mac")};
+    cmd::query_result r = cmd::read(wired_net, handle, fields);
+    if (r.status != 0) return r.status;
+    copy_bounded(mask, fields[0], 16);
+    copy_bounded(ip, fields[1], 16);
+    copy_bounded(mac, fields[2], 18);
+    return 0;
+}
+
+// The addresses and mode always; the channel in access-point mode; the
+// network name and password unless Wi-Fi is off. In access-point mode the
+// name and password read decides the status, so a reply that lacks only the
+// channel still gives 0 (with the channel left as it was).
+int ka_get_wifi_net(ka_robot_handle *handle, ka_wifi_net_t *wifi) {
+    if (!wifi) return -1;
+    cmd::reply_text reply;
+    int n = cmd::run(wifi_net, handle, reply);
+    if (n < 1) return n;
+
+    ka_reply_field link[] = {cmd::text_field("mask"), cmd::text_field("ip"), cmd::text_field("mac"),
+                             cmd::text_field("mode")};
+    int status = common_json_parse(wifi_net.function, reply.text, link, 4);
+    if (status != 0) return status;
+    copy_bounded(wifi->mask, link[0]);
+    copy_bounded(wifi->ip, link[1]);
+    copy_bounded(wifi->mac, link[2]);
+    copy_bounded(wifi->mode, link[3]);
+    const char *mode = link[3].value.s;
+
+    if (std::strcmp(mode, "ap") == 0) {
+        ka_reply_field channel = cmd::int_field("channel");
+        status = common_json_parse(wifi_net.function, reply.text, &channel, 1);
+        if (status == 0) wifi->channel = channel.value.i;
+    }
+    if (std::strcmp(mode, "off") == 0) return status;
+
+    ka_reply_field login[] = {cmd::text_field("ssid"), cmd::text_field("password")};
+    status = common_json_parse(wifi_net.function, reply.text, login, 2);
+    if (status != 0) return status;
+    copy_bounded(wifi->ssid, login[0]);
+    copy_bounded(wifi->password, login[1]);
+    return 0;
+}
+
+} // extern "C"
