@@ -1,9 +1,458 @@
-// Safety configuration and arm-wide settings.
+// Safety configuration and arm-wide settings: electronic fences, the
+// virtual wall, self-collision detection, run mode, install angles and the
+// software versions of the joints and the tool board.
 #include "core/command.h"
 
+#include <algorithm>
+#include <cstring>
 #include <mutex>
+#include <span>
 
-extern "C" int ka_get_install_pose(ka_robot_handle *handle, float *x, float *y, float *z) {
+namespace {
+
+// ------------------------------------------------------------ zone geometry
+
+// Zone forms as the controller numbers them.
+constexpr int form_cube = 1;
+constexpr int form_plane = 2;
+constexpr int form_sphere = 3;
+
+constexpr unsigned form_bit(int form) {
+    return form >= form_cube && form <= form_sphere ? 1u << form : 0u;
+}
+constexpr unsigned any_form = form_bit(form_cube) | form_bit(form_plane) | form_bit(form_sphere);
+// The active electronic fence is a box or a plane; the virtual wall a box or
+// a sphere.
+constexpr unsigned fence_forms = form_bit(form_cube) | form_bit(form_plane);
+constexpr unsigned wall_forms = form_bit(form_cube) | form_bit(form_sphere);
+
+using coordinate = float &(*)(ka_fence_config_t &);
+
+// One coordinate of a zone on the wire (millimetres under `key`): the field
+// a reply's value fills and, when it differs, the field sent under the key.
+struct zone_key {
+    const char *key;
+    coordinate read;
+    coordinate sent = nullptr;
+};
+
+#define ZONE_FIELD(member) [](ka_fence_config_t &z) -> float & { return z.member; }
+constexpr zone_key cube_keys[] = {
+    {"x_max_limit", ZONE_FIELD(cube.x_max_limit)},
+    {"x_min_limit", ZONE_FIELD(cube.x_min_limit)},
+    {"y_max_limit", ZONE_FIELD(cube.y_max_limit)},
+    {"y_min_limit", ZONE_FIELD(cube.y_min_limit)},
+    {"z_max_limit", ZONE_FIELD(cube.z_max_limit)},
+    // The controller has always been sent the lower x bound under this key,
+    // by every sender; what it reports back is read as named.
+    {"z_min_limit", ZONE_FIELD(cube.z_min_limit), ZONE_FIELD(cube.x_min_limit)},
+};
+constexpr zone_key plane_keys[] = {
+    {"x1", ZONE_FIELD(plane.x1)}, {"y1", ZONE_FIELD(plane.y1)}, {"z1", ZONE_FIELD(plane.z1)},
+    {"x2", ZONE_FIELD(plane.x2)}, {"y2", ZONE_FIELD(plane.y2)}, {"z2", ZONE_FIELD(plane.z2)},
+    {"x3", ZONE_FIELD(plane.x3)}, {"y3", ZONE_FIELD(plane.y3)}, {"z3", ZONE_FIELD(plane.z3)},
+};
+constexpr zone_key sphere_keys[] = {
+    {"radius", ZONE_FIELD(sphere.radius)},
+    {"x", ZONE_FIELD(sphere.x)},
+    {"y", ZONE_FIELD(sphere.y)},
+    {"z", ZONE_FIELD(sphere.z)},
+};
+#undef ZONE_FIELD
+
+constexpr size_t max_zone_keys = std::size(plane_keys);
+
+// The keys of a form, in the order the controller takes them; none for a
+// form it does not know.
+std::span<const zone_key> zone_keys(int form) {
+    switch (form) {
+    case form_cube:
+        return cube_keys;
+    case form_plane:
+        return plane_keys;
+    case form_sphere:
+        return sphere_keys;
+    default:
+        return {};
+    }
+}
+
+// A zone name held in the record's fixed field, which a full name fills
+// without a terminator, as text for the wire.
+struct name_text {
+    char text[KA_NAME_SIZE + 1] = {};
+};
+name_text name_of(const char (&field)[KA_NAME_SIZE]) {
+    name_text t;
+    std::memcpy(t.text, field, strnlen(field, KA_NAME_SIZE));
+    return t;
+}
+
+// ------------------------------------------------------------ sending zones
+
+// A command that sends a zone: stored fences travel under their name, and
+// each sender takes only some forms.
+struct zone_sender {
+    cmd::set_command command;
+    bool named;
+    unsigned forms;
+};
+
+constexpr zone_sender add_fence{{"ka_add_electronic_fence_config", "add_electronic_fence_config",
+                                 "add_electronic_fence_config", "add_config"},
+                                true,
+                                any_form};
+constexpr zone_sender update_fence{{"ka_update_electronic_fence_config",
+                                    "update_electronic_fence_config",
+                                    "update_electronic_fence_config", "update_config"},
+                                   true,
+                                   any_form};
+constexpr zone_sender active_fence{{"ka_set_electronic_fence_config", "set_electronic_fence_config",
+                                    "set_electronic_fence_config", "set_config"},
+                                   false,
+                                   fence_forms};
+constexpr zone_sender virtual_wall{{"ka_set_virtual_wall_config", "set_virtual_wall_config",
+                                    "set_virtual_wall_config", "set_config"},
+                                   false,
+                                   wall_forms};
+
+// "command", "form", the name for stored fences, then the form's keys in
+// millimetres. A form the sender does not take leaves the request empty,
+// which the engine refuses with its send-error line (-1).
+int send_zone(const zone_sender &s, ka_robot_handle *handle, ka_fence_config_t zone) {
+    const name_text name = name_of(zone.form_name);
+    ka_request_field fields[3 + max_zone_keys];
+    int count = 0;
+    if (s.forms & form_bit(zone.form)) {
+        fields[count++] = cmd::text("command", s.command.command);
+        fields[count++] = cmd::number("form", zone.form);
+        if (s.named) fields[count++] = cmd::text("form_name", name.text);
+        for (const zone_key &k : zone_keys(zone.form))
+            fields[count++] =
+                cmd::number(k.key, scale::thousandths((k.sent ? k.sent : k.read)(zone)));
+    }
+    cmd::reply_text reply;
+    int n = ka_pack_lock_set(s.command.function, handle, fields, count, s.command.reply, reply.text,
+                             sizeof reply.text, s.command.timeout_ms);
+    if (n < 1) return n;
+    return parse_ka_set_command(s.command.function, reply.text, s.command.result_key);
+}
+
+// ------------------------------------------------------------ reading zones
+
+// Fills the coordinates of zone.form from the reply (millimetres); a form
+// outside `forms` is reported without geometry. 0, or -3 for a missing key.
+int read_coordinates(const char *function, const char *text, unsigned forms,
+                     ka_fence_config_t &zone) {
+    if (!(forms & form_bit(zone.form))) return 0;
+    const std::span<const zone_key> keys = zone_keys(zone.form);
+    ka_reply_field fields[max_zone_keys];
+    for (size_t i = 0; i < keys.size(); ++i)
+        fields[i] = cmd::int_field(keys[i].key);
+    if (int parsed = common_json_parse(function, text, fields, static_cast<int>(keys.size()));
+        parsed != 0)
+        return parsed;
+    for (size_t i = 0; i < keys.size(); ++i)
+        keys[i].read(zone) = scale::from_thousandths(fields[i].value.i);
+    return 0;
+}
+
+struct zone_reader {
+    const char *function;
+    const char *command;
+    const char *reply;
+    unsigned forms;
+};
+constexpr zone_reader active_fence_read{"ka_get_electronic_fence_config",
+                                        "get_electronic_fence_config",
+                                        "get_electronic_fence_config", fence_forms};
+constexpr zone_reader virtual_wall_read{"ka_get_virtual_wall_config", "get_virtual_wall_config",
+                                        "get_virtual_wall_config", wall_forms};
+
+// The caller's record is written only once the whole reply has been read.
+int read_active_zone(const zone_reader &r, ka_robot_handle *handle, ka_fence_config_t *out) {
+    if (!out) return -1;
+    cmd::reply_text reply;
+    int n = cmd::run(cmd::query_command{r.function, r.command, r.reply}, handle, reply);
+    if (n < 1) return n;
+    ka_reply_field form = cmd::int_field("form");
+    if (common_json_parse(r.function, reply.text, &form, 1) != 0) {
+        // Without a zone configured the controller answers "given_state": false.
+        return parse_ka_set_command(r.function, reply.text, "given_state") == 1 ? 1 : -3;
+    }
+    ka_fence_config_t zone = *out;
+    zone.form = form.value.i;
+    if (int parsed = read_coordinates(r.function, reply.text, r.forms, zone); parsed != 0)
+        return parsed;
+    *out = zone;
+    return 0;
+}
+
+// One element of the stored-fence list: a string name (a full name fills the
+// field without a terminator), an integer form and its integer coordinates.
+bool read_listed_zone(const cJSON *entry, ka_fence_config_list_t &zone) {
+    const cJSON *name = cJSON_GetObjectItem(entry, "form_name");
+    const cJSON *form = cJSON_GetObjectItem(entry, "form");
+    if (!cJSON_IsString(name) || !cJSON_IsNumber(form)) return false;
+    ka_fence_config_list_t read = zone;
+    std::strncpy(read.form_name, name->valuestring, KA_NAME_SIZE);
+    read.form = json_int(form);
+    for (const zone_key &k : zone_keys(read.form)) {
+        const cJSON *value = cJSON_GetObjectItem(entry, k.key);
+        if (!cJSON_IsNumber(value)) return false;
+        k.read(read) = scale::from_thousandths(json_int(value));
+    }
+    zone = read;
+    return true;
+}
+
+// ------------------------------------------------------- enables and modes
+
+// The electronic fence and the virtual wall are switched the same way.
+struct enable_command {
+    cmd::set_command set;
+    cmd::query_command get;
+};
+constexpr enable_command fence_enable{
+    {"ka_set_electronic_fence_enable", "set_electronic_fence_enable", "set_electronic_fence_enable",
+     "set_state"},
+    {"ka_get_electronic_fence_enable", "get_electronic_fence_enable",
+     "get_electronic_fence_enable"}};
+constexpr enable_command wall_enable{
+    {"ka_set_virtual_wall_enable", "set_virtual_wall_enable", "set_virtual_wall_enable",
+     "set_state"},
+    {"ka_get_virtual_wall_enable", "get_virtual_wall_enable", "get_virtual_wall_enable"}};
+
+constexpr cmd::set_command self_collision_set{"ka_set_self_collision_enable",
+                                              "set_self_collision_enable",
+                                              "set_self_collision_enable", "set_state"};
+constexpr cmd::query_command self_collision_get{
+    "ka_get_self_collision_enable", "get_self_collision_enable", "get_self_collision_enable"};
+constexpr cmd::set_command run_mode_set{"ka_set_arm_run_mode", "set_arm_run_mode",
+                                        "set_arm_run_mode", "mode"};
+constexpr cmd::query_command run_mode_get{"ka_get_arm_run_mode", "get_arm_run_mode",
+                                          "get_arm_run_mode"};
+// The controller stores the install angles before it answers.
+constexpr cmd::set_command install_pose_set{"ka_set_install_pose", "set_install_pose",
+                                            "set_install_pose", "set_state", m_nOutTime + 100};
+
+// The enable readers look the handle up before anything else; the line
+// names the lookup, as it always has.
+bool registered(ka_robot_handle *handle) {
+    if (registry_find(handle)) return true;
+    ka_log_error("[%s] handle is NULL!\n", "ka_get_robot_info");
+    return false;
+}
+
+// A non-boolean "enable_state" leaves the caller's value as it was.
+int get_enable(const enable_command &c, ka_robot_handle *handle,
+               ka_electronic_fence_enable_t *state) {
+    if (!registered(handle)) return -1;
+    if (!state) return -1;
+    ka_reply_field fields[] = {cmd::bool_field("enable_state"), cmd::int_field("in_out_side"),
+                               cmd::int_field("effective_region")};
+    fields[0].value.b = state->enable_state;
+    cmd::query_result r = cmd::read(c.get, handle, fields);
+    if (r.status != 0) return r.status;
+    state->enable_state = fields[0].value.b;
+    state->in_out_side = fields[1].value.i;
+    state->effective_region = fields[2].value.i;
+    return 0;
+}
+
+int set_enable(const enable_command &c, ka_robot_handle *handle,
+               const ka_electronic_fence_enable_t &state) {
+    return cmd::run(c.set, handle,
+                    {cmd::boolean("set_enable", state.enable_state),
+                     cmd::number("in_out_side", state.in_out_side),
+                     cmd::number("effective_region", state.effective_region)});
+}
+
+// A query of one integer under `key`: 0 with value written, or the
+// exchange's or the parse's code.
+int get_integer(const cmd::query_command &q, ka_robot_handle *handle, const char *key, int *value) {
+    if (!value) return -1;
+    ka_reply_field field = cmd::int_field(key);
+    cmd::query_result r = cmd::read(q, handle, {&field, 1});
+    if (r.status == 0) *value = field.value.i;
+    return r.status;
+}
+
+} // namespace
+
+extern "C" {
+
+// ------------------------------------------------------------ stored fences
+
+int ka_add_electronic_fence_config(ka_robot_handle *h, ka_fence_config_t config) {
+    if (!(any_form & form_bit(config.form))) {
+        ka_log_error("Configuration error for the form of the newly added electronic fence! "
+                     "Wrong form: %d\n",
+                     config.form);
+        return -4;
+    }
+    return send_zone(add_fence, h, config);
+}
+
+int ka_update_electronic_fence_config(ka_robot_handle *h, ka_fence_config_t config) {
+    return send_zone(update_fence, h, config);
+}
+
+int ka_delete_electronic_fence_config(ka_robot_handle *h, const char *form_name) {
+    if (!form_name) return -1;
+    return cmd::run(cmd::set_command{"ka_delete_electronic_fence_config",
+                                     "delete_electronic_fence_config",
+                                     "delete_electronic_fence_config", "delete_config"},
+                    h, {cmd::text("form_name", form_name)});
+}
+
+// At most KA_FENCE_LIST_CAPACITY names are written (the caller's room);
+// *len is the number written, so that a caller walking *len entries stays
+// inside its array.
+int ka_get_electronic_fence_list_names(ka_robot_handle *h, ka_fence_names_t *names, int *len) {
+    if (!names || !len) return -1;
+    cmd::reply_text reply;
+    int n = cmd::run(cmd::query_command{"ka_get_electronic_fence_list_names",
+                                        "get_electronic_fence_list_names",
+                                        "get_electronic_fence_list_names"},
+                     h, reply);
+    if (n < 1) return n;
+    json_ptr doc = json_parse(reply.text);
+    const cJSON *list = doc ? cJSON_GetObjectItem(doc.get(), "name_list") : nullptr;
+    if (!cJSON_IsArray(list)) {
+        ka_log_error("Get fence list names parse err\n");
+        return -3;
+    }
+    const int count = std::min(cJSON_GetArraySize(list), KA_FENCE_LIST_CAPACITY);
+    *len = count;
+    for (int i = 0; i < count; ++i) {
+        const cJSON *name = cJSON_GetArrayItem(list, i);
+        if (!cJSON_IsString(name)) {
+            ka_log_error("Get fence list names parse err\n");
+            return -3;
+        }
+        // A 12-character name fills its slot without a terminator.
+        std::strncpy(names[i].name, name->valuestring, KA_NAME_SIZE);
+    }
+    return 0;
+}
+
+int ka_get_given_electronic_fence_config(ka_robot_handle *h, const char *form_name,
+                                         ka_fence_config_t *config) {
+    constexpr const char *function = "ka_get_given_electronic_fence_config";
+    if (!form_name || !config) return -1;
+    cmd::reply_text reply;
+    int n = cmd::exchange(function, h, "given_electronic_fence_config",
+                          {cmd::text("form_name", form_name)}, "given_electronic_fence_config",
+                          m_nOutTime, reply.text, sizeof reply.text);
+    if (n < 1) return n;
+    if (parse_ka_set_command(function, reply.text, "given_state") == 1) {
+        ka_log_error("The given electronic fence name does not exist!\n");
+        return 1;
+    }
+    ka_reply_field fields[] = {cmd::int_field("form"), cmd::text_field("form_name")};
+    if (int parsed = common_json_parse(function, reply.text, fields, 2); parsed != 0) return parsed;
+    ka_fence_config_t zone = *config;
+    zone.form = fields[0].value.i;
+    // Names are at most ten characters; the field's last two bytes stay zero.
+    std::memset(zone.form_name, 0, sizeof zone.form_name);
+    std::strncpy(zone.form_name, fields[1].value.s, 10);
+    if (int parsed = read_coordinates(function, reply.text, any_form, zone); parsed != 0)
+        return parsed;
+    *config = zone;
+    return 0;
+}
+
+// At most KA_FENCE_LIST_CAPACITY entries are written (the caller's room);
+// *len is the number the call writes, set before the entries are read. The
+// first element with a missing or mistyped key ends the read with -3,
+// leaving it and the ones after it as they were.
+int ka_get_electronic_fence_list_infos(ka_robot_handle *h, ka_fence_config_list_t *list, int *len) {
+    if (!list || !len) return -1;
+    // The list of all stored fences needs a longer line than one reply.
+    char reply[2 * reply_buffer_size] = {};
+    int n =
+        cmd::exchange("ka_get_electronic_fence_list_infos", h, "get_electronic_fence_list_infos",
+                      {}, "get_electronic_fence_list_infos", m_nOutTime, reply, sizeof reply);
+    if (n < 1) return n;
+    json_ptr doc = json_parse(reply);
+    const cJSON *infos = doc ? cJSON_GetObjectItem(doc.get(), "info_list") : nullptr;
+    if (!cJSON_IsArray(infos)) return -3;
+    const int count = std::min(cJSON_GetArraySize(infos), KA_FENCE_LIST_CAPACITY);
+    *len = count;
+    for (int i = 0; i < count; ++i)
+        if (!read_listed_zone(cJSON_GetArrayItem(infos, i), list[i])) return -3;
+    return 0;
+}
+
+// ------------------------------------------------------ active zone, wall
+
+int ka_set_electronic_fence_enable(ka_robot_handle *h, ka_electronic_fence_enable_t state) {
+    return set_enable(fence_enable, h, state);
+}
+int ka_get_electronic_fence_enable(ka_robot_handle *h, ka_electronic_fence_enable_t *state) {
+    return get_enable(fence_enable, h, state);
+}
+
+int ka_set_electronic_fence_config(ka_robot_handle *h, ka_fence_config_t config) {
+    if (config.form == form_sphere) ka_log_error("electronic fence form check err!!");
+    return send_zone(active_fence, h, config);
+}
+int ka_get_electronic_fence_config(ka_robot_handle *h, ka_fence_config_t *config) {
+    return read_active_zone(active_fence_read, h, config);
+}
+
+int ka_set_virtual_wall_enable(ka_robot_handle *h, ka_electronic_fence_enable_t state) {
+    return set_enable(wall_enable, h, state);
+}
+int ka_get_virtual_wall_enable(ka_robot_handle *h, ka_electronic_fence_enable_t *state) {
+    return get_enable(wall_enable, h, state);
+}
+
+int ka_set_virtual_wall_config(ka_robot_handle *h, ka_fence_config_t config) {
+    if (config.form == form_plane) ka_log_error("virtual wall form check err!\n");
+    return send_zone(virtual_wall, h, config);
+}
+int ka_get_virtual_wall_config(ka_robot_handle *h, ka_fence_config_t *config) {
+    return read_active_zone(virtual_wall_read, h, config);
+}
+
+// ------------------------------------------------------ arm-wide settings
+
+int ka_set_self_collision_enable(ka_robot_handle *h, bool enable) {
+    return cmd::run(self_collision_set, h, {cmd::boolean("set_enable", enable)});
+}
+
+// A non-boolean "enable_state" leaves *enable as it was.
+int ka_get_self_collision_enable(ka_robot_handle *h, bool *enable) {
+    if (!registered(h)) return -1;
+    if (!enable) return -1;
+    ka_reply_field field = cmd::bool_field("enable_state");
+    field.value.b = *enable;
+    cmd::query_result r = cmd::read(self_collision_get, h, {&field, 1});
+    if (r.status == 0) *enable = field.value.b;
+    return r.status;
+}
+
+// The controller knows two run modes: any non-zero mode is sent as 1.
+int ka_set_arm_run_mode(ka_robot_handle *h, int mode) {
+    return cmd::run(run_mode_set, h, {cmd::number("mode", mode != 0 ? 1 : 0)});
+}
+int ka_get_arm_run_mode(ka_robot_handle *h, int *mode) {
+    return get_integer(run_mode_get, h, "mode", mode);
+}
+
+// Whole degrees on the wire, fractions dropped; on success the angles are
+// read back so that the handle's copy follows the controller.
+int ka_set_install_pose(ka_robot_handle *h, float x, float y, float z) {
+    const int32_t pose[3] = {scale::truncate(x), scale::truncate(y), scale::truncate(z)};
+    int result = cmd::run(install_pose_set, h, {cmd::numbers("pose", pose, 3)});
+    if (result != 0) return result;
+    float read[3] = {};
+    return ka_get_install_pose(h, &read[0], &read[1], &read[2]);
+}
+
+int ka_get_install_pose(ka_robot_handle *handle, float *x, float *y, float *z) {
     if (!x || !y || !z) return -1;
     cmd::reply_text reply;
     int n = cmd::run(cmd::query_command{"ka_get_install_pose", "get_install_pose", "install_pose"},
@@ -24,3 +473,26 @@ extern "C" int ka_get_install_pose(ka_robot_handle *handle, float *x, float *y, 
     arm->install[2] = *z;
     return 0;
 }
+
+// The DOF is checked before the query goes out; version receives DOF
+// integers.
+int ka_get_joint_software_version(ka_robot_handle *h, int *version) {
+    constexpr const char *function = "ka_get_joint_software_version";
+    if (!version) return -1;
+    const int dof = cmd::arm_dof(h);
+    if (!dof) return cmd::disconnected(function);
+    ka_reply_field field = cmd::ints_field("version", dof);
+    cmd::query_result r = cmd::read(
+        {function, "get_joint_software_version", "joint_software_version"}, h, {&field, 1});
+    if (r.status != 0) return r.status;
+    std::copy_n(field.value.a, dof, version);
+    return 0;
+}
+
+int ka_get_tool_software_version(ka_robot_handle *h, int *version) {
+    return get_integer(
+        {"ka_get_tool_software_version", "get_tool_software_version", "tool_software_version"}, h,
+        "version", version);
+}
+
+} // extern "C"
