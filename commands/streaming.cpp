@@ -8,33 +8,6 @@
 
 namespace {
 
-// A pose target in one of its two wire forms.
-struct wire_target {
-    const char *key;
-    int32_t v[7];
-    int count;
-};
-
-// The caller's quaternion decides the form: a (nearly) unit one is sent as
-// "pose_quat" (x, y, z in micrometres, then w, x, y, z in millionths), any
-// other as "pose" with the Euler angles. Squared norm in single precision,
-// bounds exclusive.
-wire_target pose_target(const ka_pose_t &p) {
-    const ka_quat_t &q = p.quaternion;
-    float norm = q.w * q.w + q.x * q.x + q.y * q.y + q.z * q.z;
-    if (norm > 0.99f && norm < 1.1f)
-        return {"pose_quat",
-                {scale::millionths(p.position.x), scale::millionths(p.position.y),
-                 scale::millionths(p.position.z), scale::millionths(q.w), scale::millionths(q.x),
-                 scale::millionths(q.y), scale::millionths(q.z)},
-                7};
-    cmd::wire_pose euler = cmd::pose_to_wire(p);
-    wire_target t{"pose", {}, 6};
-    for (int i = 0; i < 6; ++i)
-        t.v[i] = euler.v[i];
-    return t;
-}
-
 // Sends the line on the arm's socket and yields once. 0, or -1 after the
 // send-error line. fields[0] is "command".
 int stream(const char *function, arm_record &arm, const ka_request_field *fields, int count) {
@@ -91,7 +64,7 @@ int ka_movej_follow(ka_robot_handle *handle, const float *joint) {
 int ka_movep_canfd(ka_robot_handle *handle, ka_pose_t pose, bool follow) {
     arm_ptr arm = registry_find(handle);
     if (!arm) return -1;
-    wire_target target = pose_target(pose);
+    cmd::wire_target target = cmd::pose_target(pose);
     const ka_request_field fields[] = {cmd::text("command", "movep_canfd"),
                                        cmd::boolean("follow", follow),
                                        cmd::numbers(target.key, target.v, target.count)};
@@ -101,7 +74,7 @@ int ka_movep_canfd(ka_robot_handle *handle, ka_pose_t pose, bool follow) {
 int ka_movep_follow(ka_robot_handle *handle, ka_pose_t pose) {
     arm_ptr arm = registry_find(handle);
     if (!arm) return -1;
-    wire_target target = pose_target(pose);
+    cmd::wire_target target = cmd::pose_target(pose);
     const ka_request_field fields[] = {cmd::text("command", "movep_follow"),
                                        cmd::numbers(target.key, target.v, target.count)};
     return stream("ka_movep_follow", *arm, fields, 2);

@@ -77,6 +77,32 @@ inline void pose_from_wire(const int32_t *v, ka_pose_t &p) {
                scale::from_thousandths(v[5])};
 }
 
+// A pose target in one of its two wire forms. The caller's quaternion
+// decides: a (nearly) unit one is sent as "pose_quat" (x, y, z in
+// micrometres, then w, x, y, z in millionths), any other as "pose" with the
+// Euler angles. Squared norm in single precision, bounds exclusive, so a
+// norm of exactly 0.99 or 1.1 gives the Euler form.
+struct wire_target {
+    const char *key;
+    int32_t v[7];
+    int count;
+};
+inline wire_target pose_target(const ka_pose_t &p) {
+    const ka_quat_t &q = p.quaternion;
+    const float norm = q.w * q.w + q.x * q.x + q.y * q.y + q.z * q.z;
+    if (norm > 0.99f && norm < 1.1f)
+        return {"pose_quat",
+                {scale::millionths(p.position.x), scale::millionths(p.position.y),
+                 scale::millionths(p.position.z), scale::millionths(q.w), scale::millionths(q.x),
+                 scale::millionths(q.y), scale::millionths(q.z)},
+                7};
+    const wire_pose euler = pose_to_wire(p);
+    wire_target t{"pose", {}, 6};
+    for (int i = 0; i < 6; ++i)
+        t.v[i] = euler.v[i];
+    return t;
+}
+
 // A reply line, zeroed.
 struct reply_text {
     char text[reply_buffer_size] = {};

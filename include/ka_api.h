@@ -865,7 +865,7 @@ KA_API int ka_set_force_sensor(ka_robot_handle *handle, bool block);
  * only type 4 with block waits (30 s) for the result. */
 KA_API int ka_manual_set_force(ka_robot_handle *handle, int type, float *joint, bool block);
 KA_API int ka_stop_set_force_sensor(ka_robot_handle *handle);
-/* One-axis sensor only: -2 on other arms. */
+/* Answered on arms with the six-axis sensor ("-6F") only: -2 on others. */
 KA_API int ka_get_Fz(ka_robot_handle *handle, ka_fz_data_t *data);
 KA_API int ka_clear_Fz(ka_robot_handle *handle);
 KA_API int ka_auto_set_Fz(ka_robot_handle *handle, bool block);
