@@ -45,15 +45,7 @@ template <size_t N> void copy_text(char (&field)[N], const char *text, size_t li
 
 // The controller stores the time the waypoint was sent at, in local time.
 void stamp_local_time(char (&out)[KA_WAYPOINT_TIME_SIZE]) {
-    std::time_t now = std::time(nullptr);
-    std::tm local{};
-#if defined(_WIN32)
-    localtime_s(&local, &now);
-#else
-    localtime_r(&now, &local);
-#endif
-    std::snprintf(out, sizeof out, "%04d-%02d-%02d %02d:%02d:%02d", local.tm_year + 1900,
-                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+    platform::format_local_time(out, sizeof out, ':');
 }
 
 // Add and update: joints in millidegrees (DOF of them), pose as six wire

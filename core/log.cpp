@@ -1,4 +1,5 @@
 #include "core/log.h"
+#include "core/platform.h"
 
 #include <atomic>
 #include <cstdio>
@@ -19,17 +20,7 @@ struct file_closer {
 std::mutex log_file_mutex;
 std::unique_ptr<FILE, file_closer> log_file;
 
-void format_time(char *out, size_t size) {
-    std::time_t now = std::time(nullptr);
-    std::tm local{};
-#if defined(_WIN32)
-    localtime_s(&local, &now);
-#else
-    localtime_r(&now, &local);
-#endif
-    std::snprintf(out, size, "%04d-%02d-%02d %02d_%02d_%02d", local.tm_year + 1900,
-                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
-}
+void format_time(char *out, size_t size) { platform::format_local_time(out, size, '_'); }
 
 void pass(const char *format, va_list args) { log_sink.load()(format, args); }
 

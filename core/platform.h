@@ -5,6 +5,8 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <ctime>
 
 namespace platform {
 
@@ -59,5 +61,16 @@ class wake_channel {
 // limit). ready[i] is set for each readable (or hung-up) socket. Returns the
 // number ready, 0 on time-out, -1 on error.
 int poll_readable(const socket_t *sockets, bool *ready, size_t count, int timeout_ms);
+
+// The local time now as "YYYY-MM-DD hh?mm?ss", the time of day joined by
+// `separator`, cut to size - 1 characters.
+inline void format_local_time(char *out, size_t size, char separator) {
+    std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    std::snprintf(out, size, "%04d-%02d-%02d %02d%c%02d%c%02d", local.tm_year + 1900,
+                  local.tm_mon + 1, local.tm_mday, local.tm_hour, separator, local.tm_min,
+                  separator, local.tm_sec);
+}
 
 } // namespace platform

@@ -3,6 +3,7 @@
 // opened by the save command. One save at a time in the whole process.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <mutex>
@@ -16,10 +17,10 @@ struct trajectory_save_state {
     bool complete = false;           // all points written, or the stream went quiet
     int count = 0;                   // points written (threaded receive)
     int total = 0;                   // points announced by the controller
-    long silent_ms = 0;              // quiet time after the first point
+    std::chrono::steady_clock::time_point last_point{}; // when the latest point arrived
 };
 
 trajectory_save_state &trajectory_save();
 
 // The stream counts as finished after this much silence following a point.
-constexpr long save_quiet_ms = 1000;
+constexpr std::chrono::milliseconds save_quiet{1000};

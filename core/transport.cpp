@@ -72,7 +72,7 @@ void save_point_threaded(const char *line, size_t length, const cJSON *point) {
         std::fputs("\r\n", save.file);
         std::fflush(save.file);
         save.started = true;
-        save.silent_ms = 0;
+        save.last_point = std::chrono::steady_clock::now();
         ++save.count;
         ka_log_debug("drag_teach_count:  %d  drag_teach_total_num: %d\n", save.count, save.total);
         if (save.count != 0 && save.count == save.total) save.complete = true;
@@ -85,7 +85,7 @@ void save_point_direct(const arm_record &arm, const std::string &line) {
     auto &save = trajectory_save();
     std::lock_guard<std::mutex> lock(save.mutex);
     save.started = true;
-    save.silent_ms = 0;
+    save.last_point = std::chrono::steady_clock::now();
     if (save.file) {
         save.no_file = false;
         char copy[2048];
@@ -102,22 +102,22 @@ void save_point_direct(const arm_record &arm, const std::string &line) {
     save.changed.notify_all();
 }
 
-// Quiet time on the wire while a save is running ends the point stream.
-void save_account_silence(long quiet_ms) {
+// Silence after the latest point ends the stream of a running save. The
+// milliseconds left until it would end, or -1 when no save waits for it.
+// Measured from the latest point, so traffic on other arms cannot put the
+// end off.
+int save_check_silence() {
     auto &save = trajectory_save();
     std::lock_guard<std::mutex> lock(save.mutex);
-    if (!save.started || save.complete) return;
-    save.silent_ms += quiet_ms;
-    if (save.silent_ms >= save_quiet_ms) {
+    if (!save.started || save.complete) return -1;
+    auto quiet = std::chrono::steady_clock::now() - save.last_point;
+    if (quiet >= save_quiet) {
         save.complete = true;
         save.changed.notify_all();
+        return -1;
     }
-}
-
-bool save_waiting_for_silence() {
-    auto &save = trajectory_save();
-    std::lock_guard<std::mutex> lock(save.mutex);
-    return save.started && !save.complete;
+    return static_cast<int>(
+        std::chrono::ceil<std::chrono::milliseconds>(save_quiet - quiet).count());
 }
 
 // Takes the first queued line named `name`; the queue's mutex is held.
@@ -253,15 +253,9 @@ void receive_loop(const worker_thread::stop_flag &stop) {
                 polled[count] = arm.get();
                 sockets[count++] = arm->socket->fd;
             }
-        int timeout = save_waiting_for_silence() ? static_cast<int>(save_quiet_ms) : -1;
-        auto began = platform::clock::now();
-        int r = platform::poll_readable(sockets, ready, count, timeout);
-        if (r == 0) {
-            save_account_silence(static_cast<long>(
-                std::chrono::duration_cast<std::chrono::milliseconds>(platform::clock::now() - began)
-                    .count()));
-            continue;
-        }
+        // A quiet poll ends when a running save's silence would be long enough.
+        int r = platform::poll_readable(sockets, ready, count, save_check_silence());
+        if (r == 0) continue;
         if (ready[0]) wake.drain();
         for (size_t i = 1; i < count; ++i)
             if (ready[i]) read_available(*polled[i]);
@@ -319,7 +313,7 @@ int direct_wait(arm_record &arm, const char *name, char *out, int size, int time
             buffer.clear();
         }
     }
-    save_account_silence(timeout_ms);
+    save_check_silence();
     return -1;
 }
 
@@ -336,7 +330,17 @@ arm_record::~arm_record() {
 
 void receiver_start() { receiver().start(receive_loop); }
 
-void receiver_stop() { receiver().stop(); }
+// With the receive side stopped no point can arrive any more: a save file
+// left open is closed, and a save still waiting sees that it has no file.
+void receiver_stop() {
+    receiver().stop();
+    auto &save = trajectory_save();
+    std::lock_guard<std::mutex> lock(save.mutex);
+    if (save.file) std::fclose(save.file);
+    save.file = nullptr;
+    save.no_file = true;
+    save.changed.notify_all();
+}
 
 void receiver_wake() { receiver().wake(); }
 

@@ -1,0 +1,610 @@
+// Online programming: downloading a project file and starting it, the stored
+// programs (list, run state, update, delete, default program), starting a
+// stored program and waiting for it to finish, and saving a drag-taught
+// trajectory that the controller streams back into a local file.
+#include "commands/motion_wait.h"
+#include "core/command.h"
+#include "core/save_state.h"
+#include "core/transport.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+namespace {
+
+struct file_closer {
+    void operator()(FILE *file) const { std::fclose(file); }
+};
+using file_ptr = std::unique_ptr<FILE, file_closer>;
+
+constexpr const char *download_reply = "download_project";
+constexpr const char *finish_report = "program_run_finish";
+constexpr const char *send_function = "ka_send_project";
+constexpr const char *start_function = "ka_set_program_id_run";
+constexpr const char *start_command = "set_program_id_start";
+constexpr const char *save_function = "ka_save_trajectory";
+
+// A project file goes out raw after "run_project": 100-byte pieces with a
+// 2 ms pause after each; text the caller already holds goes in 10-byte
+// pieces without a pause.
+constexpr size_t file_piece = 100;
+constexpr size_t text_piece = 10;
+constexpr auto file_piece_pause = std::chrono::milliseconds(2);
+constexpr int file_download_ms = 2000;
+constexpr int text_download_ms = 10000;
+
+constexpr int list_reply_size = 10240;
+constexpr int save_reply_size = 2048;
+constexpr int line_read_size = 1024; // a longer line is read, and counted, in parts
+constexpr size_t search_echo_chars = 28;
+
+// The run wait of the threaded modes.
+constexpr int run_state_failures = 5; // failed run-state queries tolerated in all
+constexpr int running_pause_ms = 1000;
+constexpr int not_started_pause_ms = 100;
+constexpr int not_started_passes = 10;
+
+// The threaded save waits this long for the first point.
+constexpr auto first_point_wait = std::chrono::milliseconds(2000);
+constexpr int save_follow_ms = 1000; // one read of the single-thread save
+
+constexpr cmd::set_command run_project_cmd{"ka_run_project", "run_project", "run_project",
+                                           "project_state"};
+constexpr cmd::set_command plan_speed_cmd{"ka_set_plan_speed", "plan_speed", "plan_speed",
+                                          "plan_state"};
+constexpr cmd::set_command delete_program_cmd{"ka_delete_program_trajectory",
+                                              "delete_program_trajectory",
+                                              "delete_program_trajectory", "delete_state"};
+constexpr cmd::set_command update_program_cmd{"ka_update_program_trajectory",
+                                              "update_program_trajectory",
+                                              "update_program_trajectory", "update_state"};
+constexpr cmd::set_command set_default_cmd{"ka_set_default_run_program", "set_default_run_program",
+                                           "set_default_run_program", "set_state"};
+
+std::string system_error_text(int error) { return std::generic_category().message(error); }
+
+// The file name of a path: after the last "/", else after the last "\",
+// else the whole path; the stem stops at its last ".".
+std::string stem_of(const std::string &path) {
+    size_t slash = path.rfind('/');
+    if (slash == std::string::npos) slash = path.rfind('\\');
+    std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
+    size_t dot = base.rfind('.');
+    return dot == std::string::npos ? base : base.substr(0, dot);
+}
+
+// Local time as "YYYY-MM-DD hh_mm_ss".
+std::string time_stamp() {
+    char text[40];
+    platform::format_local_time(text, sizeof text, '_');
+    return text;
+}
+
+// Reads the whole file. 0, or -5 with the failure logged.
+int read_project_file(const std::string &path, std::vector<char> &text) {
+    file_ptr file(std::fopen(path.c_str(), "rb"));
+    if (!file) {
+        ka_log_error("File open failed\n");
+        return -5;
+    }
+    long size = std::fseek(file.get(), 0, SEEK_END) == 0 ? std::ftell(file.get()) : -1;
+    if (size < 0 || size > INT_MAX || std::fseek(file.get(), 0, SEEK_SET) != 0) {
+        ka_log_error("Failed to get file size\n");
+        return -5;
+    }
+    try {
+        text.assign(static_cast<size_t>(size), '\0');
+    } catch (const std::bad_alloc &) {
+        ka_log_error("Memory allocation failed\n");
+        return -5;
+    }
+    if (std::fread(text.data(), 1, text.size(), file.get()) != text.size()) {
+        ka_log_error("Failed to read entire file\n");
+        return -5;
+    }
+    return 0;
+}
+
+// A new download must not take the answer to an earlier one that came late.
+void forget_lines(const ka_robot_handle *handle, const char *name) {
+    if (arm_ptr arm = registry_find(handle)) purge_lines(*arm, name);
+}
+
+// Sends text raw on the arm's connection in pieces of `piece` bytes. Each
+// piece ends at its first NUL byte: the controller has always been sent the
+// text that way. No library lock is held, so other commands go on between
+// the pieces. 0, or -1 for an unknown arm or a failed send.
+int send_pieces(const char *function, ka_robot_handle *handle, const char *text, size_t length,
+                size_t piece, std::chrono::milliseconds pause) {
+    arm_ptr arm = registry_find(handle);
+    if (!arm) return -1;
+    char buffer[file_piece + 1];
+    piece = std::min(piece, file_piece);
+    for (size_t offset = 0; offset < length; offset += piece) {
+        std::memset(buffer, 0, sizeof buffer);
+        std::memcpy(buffer, text + offset, std::min(piece, length - offset));
+        int n = static_cast<int>(std::strlen(buffer));
+        if (n > 0 &&
+            (!arm->connected.load() || socket_block_send(arm->socket.get(), buffer, n) != 0)) {
+            ka_log_error("[%s] %s send error\n", function, download_reply);
+            return -1;
+        }
+        if (pause.count() > 0) std::this_thread::sleep_for(pause);
+    }
+    return 0;
+}
+
+// The controller's verdict on a downloaded text. *errline is -1 when it was
+// accepted, else the controller's first faulty line when it names one.
+int download_result(ka_robot_handle *handle, int timeout_ms, int *errline) {
+    cmd::reply_text reply;
+    int n = ka_pack_lock_wait(send_function, handle, download_reply, reply.text, sizeof reply.text,
+                              timeout_ms);
+    if (n < 1) return n;
+    int status = parse_ka_set_command(send_function, reply.text, "project_state");
+    if (status == 0) {
+        *errline = -1;
+        return 0;
+    }
+    json_ptr doc = json_parse(reply.text);
+    const cJSON *line = doc ? cJSON_GetObjectItem(doc.get(), "err_line") : nullptr;
+    if (cJSON_IsNumber(line)) *errline = json_int(line);
+    return status;
+}
+
+// Writes the integer under key into out when the object has one.
+void read_int(const cJSON *object, const char *key, int32_t &out) {
+    const cJSON *item = cJSON_GetObjectItem(object, key);
+    if (cJSON_IsNumber(item)) out = json_int(item);
+}
+
+// The elements of an integer array, at most `capacity` of them. Their count.
+int read_ints(const cJSON *array, int32_t *out, int capacity) {
+    int count = 0;
+    for (const cJSON *item = array ? array->child : nullptr; item && count < capacity;
+         item = item->next)
+        out[count++] = json_int(item);
+    return count;
+}
+
+// Starting a stored program and waiting for it. A finish report carries the
+// id of the program that ended.
+struct finish {
+    bool arrived = false;
+    bool readable = false;
+    int id = 0;
+};
+
+finish next_finish(ka_robot_handle *handle, int timeout_ms) {
+    finish f;
+    cmd::reply_text reply;
+    if (ka_pack_lock_wait(start_function, handle, finish_report, reply.text, sizeof reply.text,
+                          timeout_ms) < 1)
+        return f;
+    f.arrived = true;
+    json_ptr doc = json_parse(reply.text);
+    const cJSON *id = doc ? cJSON_GetObjectItem(doc.get(), "finish_id") : nullptr;
+    f.readable = cJSON_IsNumber(id);
+    if (f.readable) f.id = json_int(id);
+    return f;
+}
+
+// Thread mode 0: one read of up to `seconds` for the finish report.
+int wait_single(ka_robot_handle *handle, int id, int seconds) {
+    int timeout_ms = seconds > INT_MAX / 1000 ? INT_MAX : seconds * 1000;
+    finish f = next_finish(handle, timeout_ms);
+    return f.arrived && f.readable && f.id == id ? 0 : -4;
+}
+
+// Threaded modes: follows the run state until the program was seen running
+// and is idle again, then takes its finish report. A finish for another
+// program keeps the wait going. The pauses are spent waiting for the report,
+// so a finish ends them early.
+int follow_run_state(ka_robot_handle *handle, int id) {
+    int failures = 0;
+    int idle_passes = 0;
+    bool seen_running = false;
+    for (;;) {
+        ka_program_run_state_t state{};
+        int status = ka_get_program_run_state(handle, &state);
+        if (status != 0) {
+            if (++failures > run_state_failures) return status;
+            continue;
+        }
+        int pause_ms = 0;
+        if (state.run_state == 1) {
+            seen_running = true;
+            pause_ms = running_pause_ms;
+        } else if (state.run_state != 0) {
+            continue; // a state of the controller's own: ask again
+        } else if (!seen_running && ++idle_passes <= not_started_passes) {
+            pause_ms = not_started_pause_ms;
+        }
+        finish f = next_finish(handle, pause_ms ? pause_ms : m_nOutTime);
+        if (!f.arrived) {
+            if (pause_ms) continue;
+            return -4;
+        }
+        if (!f.readable) return -4;
+        if (f.id == id) return 0;
+    }
+}
+
+// The start was accepted: its finish report is now expected on the arm.
+void expect_finish(const ka_robot_handle *handle) {
+    if (arm_ptr arm = registry_find(handle)) arm->awaited_event.store(2);
+}
+
+// Saving a drag-taught trajectory. The save file and its flags are shared
+// with the receive side and touched only under the save state's mutex.
+void close_save_file(trajectory_save_state &save) {
+    if (save.file) std::fclose(save.file);
+    save.file = nullptr;
+}
+
+// Starts a save: fresh flags, the previous file closed, path created.
+bool begin_save(const char *path) {
+    auto &save = trajectory_save();
+    std::lock_guard<std::mutex> lock(save.mutex);
+    save.started = false;
+    save.no_file = false;
+    save.complete = false;
+    save.count = 0;
+    save.total = 0;
+    save.last_point = {};
+    close_save_file(save);
+    save.file = std::fopen(path, "w+");
+    return save.file != nullptr;
+}
+
+// Threaded modes: the receive thread writes the points; wait for the first,
+// then for the stream's end.
+int wait_save_threaded() {
+    auto &save = trajectory_save();
+    std::unique_lock<std::mutex> lock(save.mutex);
+    save.changed.wait_for(lock, first_point_wait, [&] { return save.started || save.no_file; });
+    if (!save.started || save.no_file) return -6;
+    save.changed.wait(lock, [&] { return save.complete || save.no_file; });
+    if (!save.complete) return -6;
+    close_save_file(save);
+    save.count = 0;
+    return 0;
+}
+
+bool save_flag(bool trajectory_save_state::*flag) {
+    auto &save = trajectory_save();
+    std::lock_guard<std::mutex> lock(save.mutex);
+    return save.*flag;
+}
+
+bool arm_connected(const ka_robot_handle *handle) {
+    arm_ptr arm = registry_find(handle);
+    return arm && arm->connected.load();
+}
+
+// Thread mode 0: the caller's thread reads, and the reading writes the
+// points. The reads end by time-out ("point" names no reply).
+int wait_save_single(ka_robot_handle *handle) {
+    char scratch[reply_buffer_size];
+    ka_pack_lock_wait(save_function, handle, "point", scratch, sizeof scratch, m_nOutTime);
+    auto &save = trajectory_save();
+    bool streaming =
+        save_flag(&trajectory_save_state::started) && !save_flag(&trajectory_save_state::no_file);
+    if (streaming) {
+        // A lost connection ends the stream as silence does.
+        while (!save_flag(&trajectory_save_state::complete) && arm_connected(handle))
+            ka_pack_lock_wait(save_function, handle, "point", scratch, sizeof scratch,
+                              save_follow_ms);
+        std::lock_guard<std::mutex> lock(save.mutex);
+        close_save_file(save);
+        return 0;
+    }
+    {
+        // Nothing arrived yet: the file stays open for points that come
+        // later; the next save (or closing the library) closes it.
+        std::lock_guard<std::mutex> lock(save.mutex);
+        if (save.file) return 0;
+    }
+    ka_log_error("The file is closed\n");
+    return -6;
+}
+
+} // namespace
+
+extern "C" {
+
+int ka_run_project(ka_robot_handle *handle, ka_send_project_t *project, int file_size) {
+    if (!project) return -1;
+    std::string name(project->project_path,
+                     strnlen(project->project_path, sizeof project->project_path));
+    return cmd::run(run_project_cmd, handle,
+                    {cmd::text("project_name", name.c_str()), cmd::number("file_size", file_size),
+                     cmd::number("plan_speed", project->plan_speed),
+                     cmd::number("step_flag", project->step_flag),
+                     cmd::number("only_save", project->only_save),
+                     cmd::number("save_id", project->save_id)});
+}
+
+int ka_send_project(ka_robot_handle *handle, ka_send_project_t *project, int *errline) {
+    if (!project || !errline) return -1;
+    size_t limit = static_cast<size_t>(
+        std::clamp(project->project_path_len, 0, static_cast<int>(sizeof project->project_path)));
+    std::string path(project->project_path, strnlen(project->project_path, limit));
+    std::string name = stem_of(path);
+    std::string file = path;
+    if (project->convert_flag) {
+        // A bare trajectory file is given the project header under a new,
+        // time-stamped name beside it.
+        name += time_stamp() + ".txt";
+        ka_log_info("Save As: [%s]\n", name.c_str());
+        size_t slash = path.rfind('/');
+        if (slash == std::string::npos) {
+            ka_log_error("File name check error!\n");
+            return -4;
+        }
+        // The doubled separator is how the controller tools have always
+        // named the converted file.
+        file = path.substr(0, slash + 1) + "/" + name;
+        add_lines_to_file(handle, path.c_str(), file.c_str());
+    }
+    std::vector<char> text;
+    if (int status = read_project_file(file, text); status != 0) return status;
+
+    std::memset(project->project_path, 0, sizeof project->project_path);
+    std::snprintf(project->project_path, sizeof project->project_path, "%s", name.c_str());
+    project->project_path_len = static_cast<int32_t>(std::strlen(project->project_path));
+
+    forget_lines(handle, download_reply);
+    int status = ka_run_project(handle, project, static_cast<int>(text.size()));
+    if (status != 0) {
+        ka_log_error("[ka_run_project] failed\n");
+        return status;
+    }
+    if (send_pieces(send_function, handle, text.data(), text.size(), file_piece,
+                    file_piece_pause) != 0)
+        return -1;
+    text = {};
+    return download_result(handle, file_download_ms, errline);
+}
+
+int ka_send_project_lock(ka_robot_handle *handle, const char *text, int len, int *errline) {
+    if (!text || !errline || len < 1) return -1;
+    forget_lines(handle, download_reply);
+    if (send_pieces(send_function, handle, text, static_cast<size_t>(len), text_piece,
+                    std::chrono::milliseconds(0)) != 0)
+        return -1;
+    return download_result(handle, text_download_ms, errline);
+}
+
+int ka_set_plan_speed(ka_robot_handle *handle, int speed) {
+    return cmd::run(plan_speed_cmd, handle, {cmd::number("speed", speed)});
+}
+
+// The list reply is long (up to 10240 bytes) and holds a record per program.
+int ka_get_program_trajectory_list(ka_robot_handle *handle, int page_num, int page_size,
+                                   const char *vague_search, ka_program_trajectorys_t *list) {
+    constexpr const char *function = "ka_get_program_trajectory_list";
+    constexpr const char *command = "get_program_trajectory_list";
+    if (!list) return -1;
+    ka_request_field fields[4];
+    int count = 0;
+    fields[count++] = cmd::text("command", command);
+    if (vague_search) fields[count++] = cmd::text("vague_search", vague_search);
+    fields[count++] = cmd::number("page_num", page_num);
+    fields[count++] = cmd::number("page_size", page_size);
+    std::vector<char> reply(list_reply_size, '\0');
+    int n = ka_pack_lock_set(function, handle, fields, count, command, reply.data(),
+                             static_cast<int>(reply.size()), m_nOutTime);
+    if (n < 1) return n;
+    json_ptr doc = json_parse(reply.data());
+    const cJSON *items = doc ? cJSON_GetObjectItem(doc.get(), "list") : nullptr;
+    if (!cJSON_IsArray(items)) {
+        ka_log_error("[%s] get program trajectory list parser error!\n", function);
+        return -3;
+    }
+    read_int(doc.get(), "page_num", list->page_num);
+    read_int(doc.get(), "page_size", list->page_size);
+    read_int(doc.get(), "total_size", list->total_size);
+    if (vague_search) {
+        if (const char *echo = MIO_JSON_GetObjectItemStr(doc.get(), "vague_search"))
+            std::snprintf(list->vague_search, search_echo_chars + 1, "%s", echo);
+    }
+    int index = 0;
+    for (const cJSON *item = items->child; item && index < KA_PROGRAM_LIST_CAPACITY;
+         item = item->next) {
+        ka_program_trajectory_data_t &record = list->list[index++];
+        record = {};
+        read_int(item, "id", record.id);
+        read_int(item, "size", record.size);
+        read_int(item, "speed", record.speed);
+        if (const char *name = MIO_JSON_GetObjectItemStr(item, "trajectory_name"))
+            std::snprintf(record.trajectory_name, sizeof record.trajectory_name, "%s", name);
+    }
+    return 0;
+}
+
+int ka_get_program_run_state(ka_robot_handle *handle, ka_program_run_state_t *state) {
+    constexpr const char *function = "ka_get_program_run_state";
+    if (!state) return -1;
+    cmd::reply_text reply;
+    int n = cmd::run(cmd::query_command{function, "get_program_run_state", "get_program_run_state"},
+                     handle, reply);
+    if (n < 1) return n;
+    json_ptr doc = json_parse(reply.text);
+    const cJSON *run = doc ? cJSON_GetObjectItem(doc.get(), "run_state") : nullptr;
+    const cJSON *loops = doc ? cJSON_GetObjectItem(doc.get(), "loop_num") : nullptr;
+    const cJSON *conts = doc ? cJSON_GetObjectItem(doc.get(), "loop_cont") : nullptr;
+    if (!cJSON_IsNumber(run) || (loops && !cJSON_IsArray(loops)) ||
+        (conts && !cJSON_IsArray(conts))) {
+        ka_log_error("[%s] get program run state parser error!\n", function);
+        return -3;
+    }
+    state->run_state = json_int(run);
+    read_int(doc.get(), "id", state->id);
+    read_int(doc.get(), "edit_id", state->edit_id);
+    read_int(doc.get(), "plan_num", state->plan_num);
+    read_int(doc.get(), "step_mode", state->step_mode);
+    read_int(doc.get(), "plan_speed", state->plan_speed);
+    if (loops) state->loop_count = read_ints(loops, state->loop_num, KA_PROGRAM_LOOPS);
+    if (conts) read_ints(conts, state->loop_cont, KA_PROGRAM_LOOPS);
+    return 0;
+}
+
+int ka_delete_program_trajectory(ka_robot_handle *handle, int id) {
+    return cmd::run(delete_program_cmd, handle, {cmd::number("id", id)});
+}
+
+int ka_update_program_trajectory(ka_robot_handle *handle, int id, int plan_speed,
+                                 const char *project_name) {
+    if (!project_name) return -1;
+    return cmd::run(update_program_cmd, handle,
+                    {cmd::number("id", id), cmd::number("plan_speed", plan_speed),
+                     cmd::text("project_name", project_name)});
+}
+
+int ka_set_default_run_program(ka_robot_handle *handle, int id) {
+    return cmd::run(set_default_cmd, handle, {cmd::number("id", id)});
+}
+
+int ka_get_default_run_program(ka_robot_handle *handle, int *id) {
+    if (!id) return -1;
+    ka_reply_field field = cmd::int_field("id");
+    cmd::query_result r = cmd::read(
+        {"ka_get_default_run_program", "get_default_run_program", "get_default_run_program"},
+        handle, {&field, 1});
+    if (r.status == 0) *id = field.value.i;
+    return r.status;
+}
+
+// Written out by hand: "speed" is sent only when given, and a blocking start
+// follows the program to its end.
+int ka_set_program_id_run(ka_robot_handle *handle, int id, int speed, int timeout) {
+    std::optional<motion::blocking_scope> scope;
+    if (timeout != 0) {
+        scope.emplace(handle);
+        forget_lines(handle, finish_report);
+    }
+    const ka_request_field fields[] = {cmd::text("command", start_command), cmd::number("id", id),
+                                       cmd::number("speed", speed)};
+    cmd::reply_text reply;
+    int length = ka_pack_lock_set(start_function, handle, fields, speed != 0 ? 3 : 2, start_command,
+                                  reply.text, sizeof reply.text, m_nOutTime);
+    if (length < 1) return length;
+    int status = parse_ka_set_command(start_function, reply.text, "start_state");
+    if (status != 0) return status;
+    expect_finish(handle);
+    if (timeout == 0) return 0;
+    switch (thread_mode()) {
+    case KA_THREAD_MODE_SINGLE:
+        return wait_single(handle, id, timeout);
+    case KA_THREAD_MODE_DUAL:
+    case KA_THREAD_MODE_TRIPLE:
+        return follow_run_state(handle, id);
+    default:
+        return length; // no reader: the start exchange's result, as always
+    }
+}
+
+int ka_save_trajectory(ka_robot_handle *handle, const char *path, int *num) {
+    if (!path || !num) return -1;
+    if (!begin_save(path)) {
+        ka_log_error("[%s] File open error!", save_function);
+        return -4;
+    }
+    std::string name = stem_of(path);
+    std::vector<char> reply(save_reply_size, '\0');
+    int n = cmd::exchange(save_function, handle, "save_trajectory",
+                          {cmd::text("trajectory_name", name.c_str())}, "save_trajectory",
+                          m_nOutTime, reply.data(), static_cast<int>(reply.size()));
+    if (n < 1) return n;
+    json_ptr doc = json_parse(reply.data());
+    if (!doc) {
+        ka_log_error("[%s] Save trajectory parse err\n", save_function);
+        return -3;
+    }
+    int saved = MIO_JSON_GetObjectItemBool(doc.get(), "save_state");
+    if (saved == 0) {
+        ka_log_error("[%s] Save state: false\n", save_function);
+        return 1;
+    }
+    if (saved != 1) {
+        ka_log_error("[%s] Save trajectory err\n", save_function);
+        return -3;
+    }
+    ka_log_info("[%s] Save state: true\n", save_function);
+    int total = MIO_JSON_GetObjectItemInt(doc.get(), "total_num");
+    *num = total;
+    {
+        auto &save = trajectory_save();
+        std::lock_guard<std::mutex> lock(save.mutex);
+        save.total = total;
+    }
+    if (total < 0) {
+        ka_log_error("[%s] Trajectory total num parse err\n", save_function);
+        return -3;
+    }
+    ka_log_info("[%s] Trajectory total num: %d\n", save_function, total);
+    return thread_mode() == KA_THREAD_MODE_SINGLE ? wait_save_single(handle) : wait_save_threaded();
+}
+
+int countLinesInFile(const char *path) {
+    file_ptr file(path ? std::fopen(path, "r") : nullptr);
+    if (!file) {
+        ka_log_error("打开文件失败: %s\n", system_error_text(path ? errno : EINVAL).c_str());
+        return -1;
+    }
+    char line[line_read_size];
+    int count = 0;
+    while (std::fgets(line, sizeof line, file.get()))
+        ++count;
+    return count;
+}
+
+int add_lines_to_file(ka_robot_handle *handle, const char *source, const char *target) {
+    if (!source || !target) return -1;
+    ka_robot_info_t info{};
+    if (ka_get_robot_info(handle, &info) != 0) {
+        ka_log_error("Failed to get robot info\n");
+        return -1;
+    }
+    if (info.arm_dof != 6 && info.arm_dof != 7) {
+        ka_log_error("Invalid degree of freedom, must be 6 or 7\n");
+        return -1;
+    }
+    int lines = countLinesInFile(source);
+    if (lines < 0) return -1; // nothing written: the download then finds no file
+    file_ptr out(std::fopen(target, "wb"));
+    if (!out) {
+        ka_log_error("Error opening file\n");
+        return -1;
+    }
+    std::fprintf(out.get(), "{\"file\":%d}\r\n", info.arm_dof);
+    std::fprintf(out.get(),
+                 "{\"name\":\"Folder\",\"num\":1,\"type\":%d,\"enabled\":true,"
+                 "\"parent_number\":0}\r\n",
+                 lines);
+    file_ptr in(std::fopen(source, "rb"));
+    if (!in) {
+        ka_log_error("Failed to open file: %s\n", source);
+        return -1;
+    }
+    char chunk[line_read_size];
+    size_t n = 0;
+    while ((n = std::fread(chunk, 1, sizeof chunk, in.get())) > 0)
+        std::fwrite(chunk, 1, n, out.get());
+    return 0;
+}
+
+} // extern "C"
