@@ -289,7 +289,6 @@ int ka_drag_trajectory_origin(ka_robot_handle *handle, int block) {
     if (block) scope.emplace(handle);
     int sent = send_only(function, handle, "drag_trajectory_origin", {}, sent_only_pause_ms);
     if (sent != 0) return sent;
-    motion::expect_completion(handle);
     if (!block) return 0;
     // The way to the first recorded point runs as a joint move.
     return motion::wait_for_completion(
