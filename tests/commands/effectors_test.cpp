@@ -8,6 +8,8 @@
 using namespace ka_test;
 using namespace std::chrono_literals;
 
+#define CALL(expr) [](ka_robot_handle *h) { return expr; }
+
 namespace {
 
 std::string answer(const std::string &command, const std::string &key, bool ok = true) {
@@ -36,21 +38,24 @@ TEST(effectors_wire, bad_arguments_send_nothing_and_every_command_sends_its_exac
     const std::string state_line = R"({"command":"get_gripper_state"})", gripper = "set_gripper";
     // Gripper actions with a time-out read the accepting reply, which always comes as "set_gripper".
     const wire_case rows[] = {
-        {"route", [](ka_robot_handle *h) { return ka_set_gripper_route(h, 10, 70); }, R"({"command":"set_gripper_route","min":10,"max":70})", answer("set_gripper_route", "state"), 0},
-        {"route judged on state", [](ka_robot_handle *h) { return ka_set_gripper_route(h, 10, 70); }, R"({"command":"set_gripper_route","min":10,"max":70})", answer("set_gripper_route", "set_state"), -3},
-        {"release", [](ka_robot_handle *h) { return ka_set_gripper_release(h, 500, false, 3); }, R"({"command":"set_gripper_release","speed":500,"block":false})", answer(gripper, "state"), 0},
-        {"pick refused", [](ka_robot_handle *h) { return ka_set_gripper_pick(h, 500, 200, false, 3); }, R"({"command":"set_gripper_pick","speed":500,"force":200,"block":false})", answer(gripper, "state", false), 1},
-        {"pick answered under its own name", [](ka_robot_handle *h) { return ka_set_gripper_pick(h, 500, 200, false, 3); }, R"({"command":"set_gripper_pick","speed":500,"force":200,"block":false})", answer("set_gripper_pick", "state"), -2},
-        {"pick on", [](ka_robot_handle *h) { return ka_set_gripper_pick_on(h, 1, -2, false, 1); }, R"({"command":"set_gripper_pick_on","speed":1,"force":-2,"block":false})", answer(gripper, "state"), 0},
-        {"position", [](ka_robot_handle *h) { return ka_set_gripper_position(h, 300, false, 2); }, R"({"command":"set_gripper_position","position":300,"block":false})", answer(gripper, "state"), 0},
+        {"route", CALL(ka_set_gripper_route(h, 10, 70)), R"({"command":"set_gripper_route","min":10,"max":70})", answer("set_gripper_route", "state"), 0},
+        {"route judged on state", CALL(ka_set_gripper_route(h, 10, 70)), R"({"command":"set_gripper_route","min":10,"max":70})", answer("set_gripper_route", "set_state"), -3},
+        // Neither block nor time-out: sent and paced; the refusal is never read, nor taken by the next action.
+        {"pick only sent", CALL(ka_set_gripper_pick(h, 500, 200, false, 0)), R"({"command":"set_gripper_pick","speed":500,"force":200,"block":false})", answer(gripper, "state", false), 0},
+        // Without block the acceptance is the result; the report that follows is not waited for.
+        {"release", CALL(ka_set_gripper_release(h, 500, false, 3)), R"({"command":"set_gripper_release","speed":500,"block":false})", answer(gripper, "state") + "\r\n" + report(0), 0},
+        {"pick refused", CALL(ka_set_gripper_pick(h, 500, 200, false, 3)), R"({"command":"set_gripper_pick","speed":500,"force":200,"block":false})", answer(gripper, "state", false), 1},
+        {"pick answered under its own name", CALL(ka_set_gripper_pick(h, 500, 200, false, 3)), R"({"command":"set_gripper_pick","speed":500,"force":200,"block":false})", answer("set_gripper_pick", "state"), -2},
+        {"pick on", CALL(ka_set_gripper_pick_on(h, 1, -2, false, 1)), R"({"command":"set_gripper_pick_on","speed":1,"force":-2,"block":false})", answer(gripper, "state"), 0},
+        {"position", CALL(ka_set_gripper_position(h, 300, false, 2)), R"({"command":"set_gripper_position","position":300,"block":false})", answer(gripper, "state"), 0},
         {"gripper state", state, state_line, R"({"command":"get_gripper_state","enable":1,"status":2,"error":3,"mode":4,"current_force":5,"temperature":6,"actpos":7})", 1234567},
         {"gripper state without actpos", state, state_line, R"({"command":"get_gripper_state","enable":1,"status":2,"error":3,"mode":4,"current_force":5,"temperature":6})", -3},
-        {"hand posture", [](ka_robot_handle *h) { return ka_set_hand_posture(h, 3, false, 5); }, R"({"command":"set_hand_posture","posture_num":3,"block":false})", answer("set_hand_posture", "set_state"), 0},
-        {"hand sequence refused", [](ka_robot_handle *h) { return ka_set_hand_seq(h, 12, false, 0); }, R"({"command":"set_hand_seq","seq_num":12,"block":false})", answer("set_hand_seq", "set_state", false), 1},
-        {"hand angle", [](ka_robot_handle *h) { return ka_set_hand_angle(h, fingers); }, R"({"command":"set_hand_angle","hand_angle":[0,-1,1000,65535,-32768,7]})", answer("set_hand_angle", "set_state"), 0},
-        {"hand follow angle, never answered", [](ka_robot_handle *h) { return ka_set_hand_follow_angle(h, fingers); }, R"({"command":"hand_follow_angle","hand_angle":[0,-1,1000,65535,-32768,7]})", "", 0},
-        {"hand speed", [](ka_robot_handle *h) { return ka_set_hand_speed(h, 800); }, R"({"command":"set_hand_speed","speed":800})", answer("set_hand_speed", "set_state"), 0},
-        {"hand force", [](ka_robot_handle *h) { return ka_set_hand_force(h, 150); }, R"({"command":"set_hand_force","hand_force":150})", answer("set_hand_force", "set_state", false), 1},
+        {"hand posture", CALL(ka_set_hand_posture(h, 3, false, 5)), R"({"command":"set_hand_posture","posture_num":3,"block":false})", answer("set_hand_posture", "set_state"), 0},
+        {"hand sequence refused", CALL(ka_set_hand_seq(h, 12, false, 0)), R"({"command":"set_hand_seq","seq_num":12,"block":false})", answer("set_hand_seq", "set_state", false), 1},
+        {"hand angle", CALL(ka_set_hand_angle(h, fingers)), R"({"command":"set_hand_angle","hand_angle":[0,-1,1000,65535,-32768,7]})", answer("set_hand_angle", "set_state"), 0},
+        {"hand follow angle, never answered", CALL(ka_set_hand_follow_angle(h, fingers)), R"({"command":"hand_follow_angle","hand_angle":[0,-1,1000,65535,-32768,7]})", "", 0},
+        {"hand speed", CALL(ka_set_hand_speed(h, 800)), R"({"command":"set_hand_speed","speed":800})", answer("set_hand_speed", "set_state"), 0},
+        {"hand force", CALL(ka_set_hand_force(h, 150)), R"({"command":"set_hand_force","hand_force":150})", answer("set_hand_force", "set_state", false), 1},
     };
     // clang-format on
     for (const auto &row : rows)
@@ -59,58 +64,43 @@ TEST(effectors_wire, bad_arguments_send_nothing_and_every_command_sends_its_exac
 
 // Every blocking action against its own device, another device (an arm
 // motion's report ends a gripper wait too), a report that ended false, an
-// unparsable report and no report at all; and without block.
+// unparsable report and no report at all.
 TEST(effectors_blocking, each_action_ends_with_its_own_codes) {
     arm_session s;
-    struct action_row {
-        const char *function, *command, *accept, *key;
-        std::function<int(ka_robot_handle *)> call; // block, 1 s
-        int device, no_report, other_device;
-    };
     // clang-format off
-    const action_row actions[] = {
-        {"ka_set_gripper_release", "set_gripper_release", "set_gripper", "state", [](ka_robot_handle *h) { return ka_set_gripper_release(h, 500, true, 1); }, 1, -4, -4},
-        {"ka_set_gripper_pick", "set_gripper_pick", "set_gripper", "state", [](ka_robot_handle *h) { return ka_set_gripper_pick(h, 500, 200, true, 1); }, 1, -4, -5},
-        {"ka_set_gripper_pick_on", "set_gripper_pick_on", "set_gripper", "state", [](ka_robot_handle *h) { return ka_set_gripper_pick_on(h, 500, 200, true, 1); }, 1, -4, -5},
-        {"ka_set_gripper_position", "set_gripper_position", "set_gripper", "state", [](ka_robot_handle *h) { return ka_set_gripper_position(h, 100, true, 1); }, 1, -4, -5},
-        {"ka_set_hand_posture", "set_hand_posture", "set_hand_posture", "set_state", [](ka_robot_handle *h) { return ka_set_hand_posture(h, 2, true, 1); }, 2, -5, -4},
-        {"ka_set_hand_seq", "set_hand_seq", "set_hand_seq", "set_state", [](ka_robot_handle *h) { return ka_set_hand_seq(h, 2, true, 1); }, 2, -5, -4},
+    // Block, 1 s; the gripper (device 1) accepts as "set_gripper" on "state", the hand on its own name and "set_state".
+    const std::tuple<const char *, std::function<int(ka_robot_handle *)>, int, int, int> actions[] = {
+        {"set_gripper_release", CALL(ka_set_gripper_release(h, 500, true, 1)), 1, -4, -4},
+        {"set_gripper_pick", CALL(ka_set_gripper_pick(h, 500, 200, true, 1)), 1, -4, -5},
+        {"set_gripper_pick_on", CALL(ka_set_gripper_pick_on(h, 500, 200, true, 1)), 1, -4, -5},
+        {"set_gripper_position", CALL(ka_set_gripper_position(h, 100, true, 1)), 1, -4, -5},
+        {"set_hand_posture", CALL(ka_set_hand_posture(h, 2, true, 1)), 2, -5, -4},
+        {"set_hand_seq", CALL(ka_set_hand_seq(h, 2, true, 1)), 2, -5, -4},
     };
     // clang-format on
-    const std::string unparsable =
-        R"({"state":"current_trajectory_state","trajectory_state":true})";
-    for (const auto &a : actions) {
-        SCOPED_TRACE(a.function);
-        const std::string accepted = answer(a.accept, a.key), label = std::string("[") + a.function;
-        const int other = a.device == 1 ? 0 : 1;
-        // The report in the same segment as the acceptance is not lost.
-        s.peer.on(a.command, {raw(accepted + "\r\n" + report(a.device) + "\r\n")});
-        EXPECT_EQ(a.call(s.arm), 0);
-        s.peer.on(a.command, {reply(accepted), delay(20ms), reply(report(a.device, false))});
-        EXPECT_EQ(a.call(s.arm), 1);
-        s.peer.on(a.command, {reply(accepted), delay(20ms), reply(unparsable)});
-        EXPECT_EQ(a.call(s.arm), -3);
-        {
-            log_capture log;
-            s.peer.on(a.command, {reply(accepted), delay(20ms), reply(report(other))});
-            EXPECT_EQ(a.call(s.arm), a.other_device);
-            EXPECT_TRUE(
-                log.contains(label + "] current device is: " + std::to_string(other) + " \n"));
-        }
+    for (const auto &[command, call, device, no_report, other_device] : actions) {
+        SCOPED_TRACE(command);
+        const std::string name = device == 1 ? "set_gripper" : command,
+                          key = device == 1 ? "state" : "set_state";
+        const std::string accepted = answer(name, key), label = std::string("[ka_") + command;
+        const int other = device == 1 ? 0 : 1;
+        // clang-format off
+        const std::pair<std::vector<action>, int> cases[] = {
+            {{raw(accepted + "\r\n" + report(device) + "\r\n")}, 0}, // the report in the acceptance's segment is not lost
+            {{reply(accepted), delay(20ms), reply(report(device, false))}, 1},
+            {{reply(accepted), delay(20ms), reply(R"({"state":"current_trajectory_state","trajectory_state":true})")}, -3},
+            {{reply(accepted), delay(20ms), reply(report(other))}, other_device},
+            {{reply(accepted)}, no_report},
+            {{reply(answer(name, key, false))}, 1}, // refused: not waited for (the wait would end without a report)
+        };
+        // clang-format on
         log_capture log;
-        s.peer.on(a.command, {reply(accepted)});
-        EXPECT_EQ(a.call(s.arm), a.no_report);
+        for (const auto &[script, result] : cases) {
+            s.peer.on(command, script);
+            EXPECT_EQ(call(s.arm), result) << script.back().bytes;
+        }
+        EXPECT_TRUE(log.contains(label + "] current device is: " + std::to_string(other) + " \n"));
         EXPECT_EQ(log.contains(label + "] timeout error\n"),
-                  a.function == std::string("ka_set_gripper_position"));
-        // A refused action is not waited for (the wait would end without a report).
-        s.peer.on(a.command, {reply(answer(a.accept, a.key, false))});
-        EXPECT_EQ(a.call(s.arm), 1);
+                  command == std::string("set_gripper_position"));
     }
-    // Neither block nor time-out: sent and paced; the refusal is never read,
-    // nor taken by the next action. Without block the acceptance is the
-    // result and the report that follows is not waited for.
-    s.peer.on("set_gripper_pick", {reply(answer("set_gripper", "state", false))});
-    EXPECT_EQ(ka_set_gripper_pick(s.arm, 500, 200, false, 0), 0);
-    s.peer.on("set_gripper_release", {reply(answer("set_gripper", "state")), reply(report(0))});
-    EXPECT_EQ(ka_set_gripper_release(s.arm, 500, false, 3), 0);
 }

@@ -5,9 +5,12 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <optional>
 
 using namespace ka_test;
 using namespace std::chrono_literals;
+
+#define CALL(expr) [](ka_robot_handle *h) { return expr; }
 
 namespace {
 
@@ -37,17 +40,16 @@ TEST(lift_wire, bad_arguments_send_nothing_and_every_command_sends_its_exact_lin
     auto lift = [&](ka_robot_handle *h) { int r = ka_get_lift_state(h, &a); return r ? r : a.pos * 1000 + a.current * 100 + a.err_flag * 10 + a.mode; };
     auto expand = [&](ka_robot_handle *h) { int r = ka_get_expand_state(h, &a); return r ? r : a.pos * 1000 + a.current * 100 + a.err_flag * 10 + a.mode; };
     const wire_case rows[] = {
-        {"lift speed", [](ka_robot_handle *h) { return ka_set_lift_speed(h, 40); }, R"({"command":"set_lift_speed","speed":40})", answer("set_lift_speed", "set_state"), 0},
-        {"lift speed refused", [](ka_robot_handle *h) { return ka_set_lift_speed(h, -1); }, R"({"command":"set_lift_speed","speed":-1})", answer("set_lift_speed", "set_state", false), 1},
+        {"lift speed", CALL(ka_set_lift_speed(h, 40)), R"({"command":"set_lift_speed","speed":40})", answer("set_lift_speed", "set_state"), 0},
         // Never answered: no reply is awaited, so silence is no time-out.
-        {"lift height", [](ka_robot_handle *h) { return ka_set_lift_height(h, 50, 300, 0); }, R"({"command":"set_lift_height","speed":50,"height":300})", "", 0},
+        {"lift height", CALL(ka_set_lift_height(h, 50, 300, 0)), R"({"command":"set_lift_height","speed":50,"height":300})", "", 0},
         {"lift state", lift, R"({"command":"get_lift_state"})", R"({"command":"lift_state","height":7,"current":3,"err_flag":1,"mode":2})", 7312},
         {"lift state without err_flag", lift, R"({"command":"get_lift_state"})", R"({"command":"lift_state","height":7,"current":3,"mode":2})", -3},
         {"lift state named like the axis's", lift, R"({"command":"get_lift_state"})", R"({"command":"lift_state","pos":7,"current":3,"err_flag":1,"mode":2})", -3},
-        {"expand speed", [](ka_robot_handle *h) { return ka_set_expand_speed(h, 30); }, R"({"command":"expand_set_speed","speed":30})", answer("expand_set_speed", "set_speed_state"), 0},
-        {"expand speed judged on its own key", [](ka_robot_handle *h) { return ka_set_expand_speed(h, 30); }, R"({"command":"expand_set_speed","speed":30})", answer("expand_set_speed", "set_state"), -3},
-        {"expand pos", [](ka_robot_handle *h) { return ka_set_expand_pos(h, 30, -20, 0); }, R"({"command":"expand_set_pos","speed":30,"pos":-20})", expand_ok, 0},
-        {"expand pos refused, not waited for", [](ka_robot_handle *h) { return ka_set_expand_pos(h, 30, -20, 1); }, R"({"command":"expand_set_pos","speed":30,"pos":-20})", answer("expand_set_pos", "set_pos_state", false), 1},
+        {"expand speed", CALL(ka_set_expand_speed(h, 30)), R"({"command":"expand_set_speed","speed":30})", answer("expand_set_speed", "set_speed_state"), 0},
+        {"expand speed judged on its own key", CALL(ka_set_expand_speed(h, 30)), R"({"command":"expand_set_speed","speed":30})", answer("expand_set_speed", "set_state"), -3},
+        {"expand pos", CALL(ka_set_expand_pos(h, 30, -20, 0)), R"({"command":"expand_set_pos","speed":30,"pos":-20})", expand_ok, 0},
+        {"expand pos refused, not waited for", CALL(ka_set_expand_pos(h, 30, -20, 1)), R"({"command":"expand_set_pos","speed":30,"pos":-20})", answer("expand_set_pos", "set_pos_state", false), 1},
         {"expand state", expand, R"({"command":"expand_get_state"})", R"({"command":"expand_state","pos":-4,"current":0,"err_flag":0,"mode":1})", -3999},
     };
     // clang-format on
@@ -56,34 +58,32 @@ TEST(lift_wire, bad_arguments_send_nothing_and_every_command_sends_its_exact_lin
 }
 
 // The report decides once it comes; connected segments are waited through.
+// Thread mode 0 reads for `block` seconds, one report per second.
 TEST(lift_blocking, the_report_decides_the_result) {
-    arm_session s;
     log_capture log;
-    struct row {
-        std::function<int(ka_robot_handle *)> call;
-        const char *command;
-        std::vector<std::string> reports;
-        int result;
-    };
     // clang-format off
-    const row rows[] = {
-        {lift_height, "set_lift_height", {report(3)}, 0},
-        {lift_height, "set_lift_height", {report(4, true, 1), report(3)}, 0},
-        {lift_height, "set_lift_height", {report(3, false)}, 1},
-        {lift_height, "set_lift_height", {R"({"state":"current_trajectory_state","trajectory_state":true,"device":3})"}, -3},
-        {lift_height, "set_lift_height", {report(4)}, -4},
-        {lift_height, "set_lift_height", {report(3, true, 2)}, -4},
-        {expand_pos, "expand_set_pos", {report(4)}, 0},
-        {expand_pos, "expand_set_pos", {report(3)}, -4},
+    const std::tuple<int, int (*)(ka_robot_handle *), std::vector<std::string>, int> rows[] = {
+        {KA_THREAD_MODE_DUAL, lift_height, {report(4, true, 1), report(3)}, 0},
+        {KA_THREAD_MODE_DUAL, lift_height, {report(3, false)}, 1},
+        {KA_THREAD_MODE_DUAL, lift_height, {R"({"state":"current_trajectory_state","trajectory_state":true,"device":3})"}, -3},
+        {KA_THREAD_MODE_DUAL, lift_height, {report(4)}, -4},
+        {KA_THREAD_MODE_DUAL, lift_height, {report(3, true, 2)}, -4},
+        {KA_THREAD_MODE_DUAL, expand_pos, {report(4)}, 0},
+        {KA_THREAD_MODE_DUAL, expand_pos, {report(3)}, -4},
+        {KA_THREAD_MODE_SINGLE, lift_height, {report(3)}, 0},
+        {KA_THREAD_MODE_SINGLE, expand_pos, {report(3)}, -5},
     };
     // clang-format on
-    for (const auto &r : rows) {
+    std::optional<arm_session> s;
+    int open_mode = -1;
+    for (const auto &[mode, call, reports, result] : rows) {
+        if (mode != open_mode) s.emplace(open_mode = mode);
         std::vector<action> lines;
-        if (r.command == std::string("expand_set_pos")) lines.push_back(reply(expand_ok));
-        for (const auto &line : r.reports)
+        if (call == expand_pos) lines.push_back(reply(expand_ok));
+        for (const auto &line : reports)
             lines.insert(lines.end(), {delay(20ms), reply(line)});
-        s.peer.on(r.command, lines);
-        EXPECT_EQ(r.call(s.arm), r.result) << r.reports.back();
+        s->peer.on(call == expand_pos ? "expand_set_pos" : "set_lift_height", lines);
+        EXPECT_EQ(call(s->arm), result) << mode << " " << reports.back();
     }
     EXPECT_TRUE(log.contains("[ka_set_lift_height] current device is: 4 \n"));
     EXPECT_TRUE(log.contains("[ka_set_expand_pos] current device is: 3 \n"));
@@ -114,12 +114,4 @@ TEST(lift_blocking, a_late_report_is_followed_through_the_state_reads) {
               {reply(R"({"command":"lift_state","height":7,"current":3,"mode":1})")});
     EXPECT_EQ(lift_height(s.arm), -3);
     EXPECT_EQ(std::ranges::count(s.peer.commands(), "get_lift_state"), 6);
-}
-
-TEST(lift_single_thread, block_counts_seconds_of_reading) {
-    arm_session s(KA_THREAD_MODE_SINGLE);
-    s.peer.on("set_lift_height", {delay(20ms), reply(report(3))});
-    EXPECT_EQ(lift_height(s.arm), 0);
-    s.peer.on("expand_set_pos", {reply(expand_ok), delay(20ms), reply(report(3))});
-    EXPECT_EQ(expand_pos(s.arm), -5);
 }
