@@ -496,11 +496,6 @@ std::vector<std::string> test_peer::commands() const {
     return names;
 }
 
-std::string test_peer::last_line() const {
-    std::lock_guard lock(state_->mutex);
-    return state_->log.empty() ? std::string() : state_->log.back().text;
-}
-
 void test_peer::clear_lines() {
     std::lock_guard lock(state_->mutex);
     state_->log.clear();
@@ -509,17 +504,6 @@ void test_peer::clear_lines() {
 bool test_peer::wait_for_lines(std::size_t n, std::chrono::milliseconds timeout) {
     std::unique_lock lock(state_->mutex);
     return state_->events_cv.wait_for(lock, timeout, [&] { return state_->log.size() >= n; });
-}
-
-std::size_t test_peer::connection_count() const {
-    std::lock_guard lock(state_->mutex);
-    return state_->connections.size();
-}
-
-bool test_peer::wait_for_connection(std::size_t n, std::chrono::milliseconds timeout) {
-    std::unique_lock lock(state_->mutex);
-    return state_->events_cv.wait_for(lock, timeout,
-                                      [&] { return state_->connections.size() >= n; });
 }
 
 bool test_peer::wait_for_disconnect(std::size_t connection, std::chrono::milliseconds timeout) {

@@ -87,16 +87,11 @@ class test_peer {
     std::vector<received_line> received() const;
     // The "command" value of each received line; empty for lines without one.
     std::vector<std::string> commands() const;
-    // Empty when nothing has been received.
-    std::string last_line() const;
     void clear_lines();
     // True once at least n lines are recorded (counting from the last
     // clear_lines()), false on time-out.
     bool wait_for_lines(std::size_t n, std::chrono::milliseconds timeout);
 
-    // Connections accepted so far, including ones since closed.
-    std::size_t connection_count() const;
-    bool wait_for_connection(std::size_t n, std::chrono::milliseconds timeout);
     // True once the given connection has been closed by either side.
     bool wait_for_disconnect(std::size_t connection, std::chrono::milliseconds timeout);
 
