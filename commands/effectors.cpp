@@ -43,7 +43,7 @@ int run_action(const effector_action &a, ka_robot_handle *handle,
     if (block) scope.emplace(handle);
     // An answer nobody read (a gripper action that was only sent, or one
     // that came after its time-out) must not be taken for this one's.
-    if (arm_ptr arm = registry_find(handle)) purge_lines(*arm, a.accept.reply);
+    cmd::forget(handle, a.accept.reply);
     int status = cmd::run(a.accept, handle, fields);
     if (status != 0) return status;
     if (!block) return status;

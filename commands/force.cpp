@@ -37,7 +37,7 @@ int calibrate(const char *function, ka_robot_handle *handle, const char *command
     if (!block) return send_only(function, handle, command, fields, sent_only_pause_ms);
     // A verdict left unread by an earlier call without block must not stand
     // for this calibration.
-    if (arm_ptr arm = registry_find(handle)) purge_lines(*arm, calibration_reply);
+    cmd::forget(handle, calibration_reply);
     return cmd::run(
         cmd::set_command{function, command, calibration_reply, "set_state", calibration_timeout_ms},
         handle, fields);

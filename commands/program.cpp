@@ -45,7 +45,6 @@ constexpr auto file_piece_pause = std::chrono::milliseconds(2);
 constexpr int file_download_ms = 2000;
 constexpr int text_download_ms = 10000;
 
-constexpr int list_reply_size = 10240;
 constexpr int save_reply_size = 2048;
 constexpr int line_read_size = 1024; // a longer line is read, and counted, in parts
 constexpr size_t search_echo_chars = 28;
@@ -115,11 +114,6 @@ int read_project_file(const std::string &path, std::vector<char> &text) {
         return -5;
     }
     return 0;
-}
-
-// A new download must not take the answer to an earlier one that came late.
-void forget_lines(const ka_robot_handle *handle, const char *name) {
-    if (arm_ptr arm = registry_find(handle)) purge_lines(*arm, name);
 }
 
 // Sends text raw on the arm's connection in pieces of `piece` bytes. Each
@@ -366,7 +360,7 @@ int ka_send_project(ka_robot_handle *handle, ka_send_project_t *project, int *er
     std::snprintf(project->project_path, sizeof project->project_path, "%s", name.c_str());
     project->project_path_len = static_cast<int32_t>(std::strlen(project->project_path));
 
-    forget_lines(handle, download_reply);
+    cmd::forget(handle, download_reply);
     int status = ka_run_project(handle, project, static_cast<int>(text.size()));
     if (status != 0) {
         ka_log_error("[ka_run_project] failed\n");
@@ -381,7 +375,7 @@ int ka_send_project(ka_robot_handle *handle, ka_send_project_t *project, int *er
 
 int ka_send_project_lock(ka_robot_handle *handle, const char *text, int len, int *errline) {
     if (!text || !errline || len < 1) return -1;
-    forget_lines(handle, download_reply);
+    cmd::forget(handle, download_reply);
     if (send_pieces(send_function, handle, text, static_cast<size_t>(len), text_piece,
                     std::chrono::milliseconds(0)) != 0)
         return -1;
@@ -395,18 +389,12 @@ int ka_set_plan_speed(ka_robot_handle *handle, int speed) {
 // The list reply is long (up to 10240 bytes) and holds a record per program.
 int ka_get_program_trajectory_list(ka_robot_handle *handle, int page_num, int page_size,
                                    const char *vague_search, ka_program_trajectorys_t *list) {
-    constexpr const char *function = "ka_get_program_trajectory_list";
-    constexpr const char *command = "get_program_trajectory_list";
+    constexpr cmd::page_query page{"ka_get_program_trajectory_list",
+                                   "get_program_trajectory_list"};
+    constexpr const char *function = page.function;
     if (!list) return -1;
-    ka_request_field fields[4];
-    int count = 0;
-    fields[count++] = cmd::text("command", command);
-    if (vague_search) fields[count++] = cmd::text("vague_search", vague_search);
-    fields[count++] = cmd::number("page_num", page_num);
-    fields[count++] = cmd::number("page_size", page_size);
-    std::vector<char> reply(list_reply_size, '\0');
-    int n = ka_pack_lock_set(function, handle, fields, count, command, reply.data(),
-                             static_cast<int>(reply.size()), m_nOutTime);
+    std::vector<char> reply;
+    int n = cmd::run(page, handle, page_num, page_size, vague_search, reply);
     if (n < 1) return n;
     json_ptr doc = json_parse(reply.data());
     const cJSON *items = doc ? cJSON_GetObjectItem(doc.get(), "list") : nullptr;
@@ -494,7 +482,7 @@ int ka_set_program_id_run(ka_robot_handle *handle, int id, int speed, int timeou
     std::optional<motion::blocking_scope> scope;
     if (timeout != 0) {
         scope.emplace(handle);
-        forget_lines(handle, finish_report);
+        cmd::forget(handle, finish_report);
     }
     const ka_request_field fields[] = {cmd::text("command", start_command), cmd::number("id", id),
                                        cmd::number("speed", speed)};

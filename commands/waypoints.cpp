@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstring>
 #include <ctime>
-#include <memory>
 
 namespace {
 
@@ -19,10 +18,8 @@ constexpr const char *given_function = "ka_get_given_global_waypoint";
 constexpr const char *given_command = "given_global_waypoint";
 constexpr const char *list_function = "ka_get_global_waypoints_list";
 constexpr const char *list_command = "get_global_waypoints_list";
-// A page of waypoints is slow to gather and long: two seconds, and a reply
-// buffer for the longest line the receive side files.
+// A page of waypoints is slow to gather: two seconds.
 constexpr int list_wait = m_nOutTime_max + 1000;
-constexpr int list_reply_size = static_cast<int>(queue_line_capacity) + 1;
 
 // A record's text field, which may fill the field without a terminator, as
 // text for the wire.
@@ -210,21 +207,15 @@ int ka_get_global_waypoints_list(ka_robot_handle *h, int page_num, int page_size
     if (!list) return -1;
     int dof = cmd::arm_dof(h);
     if (!dof) return cmd::disconnected(list_function);
-    ka_request_field fields[4];
-    int count = 0;
-    fields[count++] = cmd::text("command", list_command);
-    if (vague_search) fields[count++] = cmd::text("vague_search", vague_search);
-    fields[count++] = cmd::number("page_num", page_num);
-    fields[count++] = cmd::number("page_size", page_size);
-    auto reply = std::make_unique<char[]>(list_reply_size);
-    int n = ka_pack_lock_set(list_function, h, fields, count, list_command, reply.get(),
-                             list_reply_size, list_wait);
+    std::vector<char> reply;
+    int n = cmd::run(cmd::page_query{list_function, list_command, list_wait}, h, page_num,
+                     page_size, vague_search, reply);
     if (n < 1) return n;
     // The reply does not echo the request: the record takes it from the call.
     list->page_num = page_num;
     list->page_size = page_size;
     copy_text(list->vague_search, vague_search ? vague_search : "", KA_SEARCH_TEXT_SIZE - 1);
-    return waypoints::parse_list(reply.get(), dof, *list);
+    return waypoints::parse_list(reply.data(), dof, *list);
 }
 
 } // extern "C"

@@ -100,6 +100,23 @@ int send_formatted(const char *function, const char *command, ka_robot_handle *h
     return 0;
 }
 
+int run(const page_query &q, ka_robot_handle *handle, int page_num, int page_size,
+        const char *vague_search, std::vector<char> &reply) {
+    ka_request_field fields[4];
+    int count = 0;
+    fields[count++] = text("command", q.command);
+    if (vague_search) fields[count++] = text("vague_search", vague_search);
+    fields[count++] = number("page_num", page_num);
+    fields[count++] = number("page_size", page_size);
+    reply.assign(queue_line_capacity + 1, '\0');
+    return ka_pack_lock_set(q.function, handle, fields, count, q.command, reply.data(),
+                            static_cast<int>(reply.size()), q.timeout_ms);
+}
+
+void forget(const ka_robot_handle *handle, const char *name) {
+    if (arm_ptr arm = registry_find(handle)) purge_lines(*arm, name);
+}
+
 int disconnected(const char *function) {
     ka_log_error("[%s] The robotic arm has been disconnected\n", function);
     return -1;

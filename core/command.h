@@ -8,6 +8,7 @@
 
 #include <initializer_list>
 #include <span>
+#include <vector>
 
 namespace cmd {
 
@@ -138,6 +139,20 @@ struct query_command {
 // The reply's length (> 0) or the exchange's code.
 int run(const query_command &q, ka_robot_handle *handle, reply_text &reply);
 
+// A page of a stored list: {"command", ["vague_search"], "page_num",
+// "page_size"} answered under the command's own name with a reply as long as
+// the receive side files (10240 bytes). The search text is left out when
+// null.
+struct page_query {
+    const char *function;
+    const char *command;
+    int timeout_ms = m_nOutTime;
+};
+// Fills reply (resized to hold the longest line) and gives the reply's
+// length (> 0) or the exchange's code.
+int run(const page_query &q, ka_robot_handle *handle, int page_num, int page_size,
+        const char *vague_search, std::vector<char> &reply);
+
 // Count of a reply array with one entry per joint of the arm; the DOF is
 // only known once the reply is in.
 constexpr int32_t per_joint = -1;
@@ -202,6 +217,11 @@ int run(const value_query &q, ka_robot_handle *handle, int32_t &value);
 // unprintable object or a failed send (with the send-error line).
 int send_formatted(const char *function, const char *command, ka_robot_handle *handle,
                    const cJSON *object, bool log_text);
+
+// Drops the lines named `name` still queued on the handle's arm, so that an
+// answer nobody read (a late one, or one to a call that did not wait) is
+// never taken for the answer to the next request.
+void forget(const ka_robot_handle *handle, const char *name);
 
 // Logs "[%s] The robotic arm has been disconnected\n" and gives -1.
 int disconnected(const char *function);

@@ -12,14 +12,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-std::string answer(const std::string &command, const std::string &key, bool ok = true) {
-    return R"({"command":")" + command + R"(",")" + key + R"(":)" + (ok ? "true" : "false") + "}";
-}
-std::string report(int device, bool ok = true) {
-    return R"({"state":"current_trajectory_state","trajectory_state":)" +
-           std::string(ok ? "true" : "false") + R"(,"device":)" + std::to_string(device) +
-           R"(,"trajectory_connect":0})";
-}
 const int fingers[6] = {0, -1, 1000, 65535, -32768, 7};
 
 } // namespace
@@ -43,7 +35,7 @@ TEST(effectors_wire, bad_arguments_send_nothing_and_every_command_sends_its_exac
         // Neither block nor time-out: sent and paced; the refusal is never read, nor taken by the next action.
         {"pick only sent", CALL(ka_set_gripper_pick(h, 500, 200, false, 0)), R"({"command":"set_gripper_pick","speed":500,"force":200,"block":false})", answer(gripper, "state", false), 0},
         // Without block the acceptance is the result; the report that follows is not waited for.
-        {"release", CALL(ka_set_gripper_release(h, 500, false, 3)), R"({"command":"set_gripper_release","speed":500,"block":false})", answer(gripper, "state") + "\r\n" + report(0), 0},
+        {"release", CALL(ka_set_gripper_release(h, 500, false, 3)), R"({"command":"set_gripper_release","speed":500,"block":false})", answer(gripper, "state") + "\r\n" + completion_report(0), 0},
         {"pick refused", CALL(ka_set_gripper_pick(h, 500, 200, false, 3)), R"({"command":"set_gripper_pick","speed":500,"force":200,"block":false})", answer(gripper, "state", false), 1},
         {"pick answered under its own name", CALL(ka_set_gripper_pick(h, 500, 200, false, 3)), R"({"command":"set_gripper_pick","speed":500,"force":200,"block":false})", answer("set_gripper_pick", "state"), -2},
         {"pick on", CALL(ka_set_gripper_pick_on(h, 1, -2, false, 1)), R"({"command":"set_gripper_pick_on","speed":1,"force":-2,"block":false})", answer(gripper, "state"), 0},
@@ -86,10 +78,10 @@ TEST(effectors_blocking, each_action_ends_with_its_own_codes) {
         const int other = device == 1 ? 0 : 1;
         // clang-format off
         const std::pair<std::vector<action>, int> cases[] = {
-            {{raw(accepted + "\r\n" + report(device) + "\r\n")}, 0}, // the report in the acceptance's segment is not lost
-            {{reply(accepted), delay(20ms), reply(report(device, false))}, 1},
+            {{raw(accepted + "\r\n" + completion_report(device) + "\r\n")}, 0}, // the report in the acceptance's segment is not lost
+            {{reply(accepted), delay(20ms), reply(completion_report(device, false))}, 1},
             {{reply(accepted), delay(20ms), reply(R"({"state":"current_trajectory_state","trajectory_state":true})")}, -3},
-            {{reply(accepted), delay(20ms), reply(report(other))}, other_device},
+            {{reply(accepted), delay(20ms), reply(completion_report(other))}, other_device},
             {{reply(accepted)}, no_report},
             {{reply(answer(name, key, false))}, 1}, // refused: not waited for (the wait would end without a report)
         };

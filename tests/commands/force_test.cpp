@@ -10,18 +10,11 @@ using namespace std::chrono_literals;
 
 // clang-format off
 namespace {
-std::string answer(const std::string &command, const std::string &key, bool ok = true) {
-    return R"({"command":")" + command + R"(",")" + key + R"(":)" + (ok ? "true" : "false") + "}";
-}
 // A reply to the running-trajectory query, then `then`.
 std::vector<action> poll(const std::string &type, std::vector<action> then = {}) {
     then.insert(then.begin(), reply(R"({"command":"arm_current_trajectory","type":")" + type +
                                     R"(","data":[0,0,0,0,0,0]})"));
     return then;
-}
-std::string report(int device) {
-    return R"({"state":"current_trajectory_state","trajectory_state":true,"device":)" +
-           std::to_string(device) + R"(,"trajectory_connect":0})";
 }
 const std::string verdict_false = answer("set_force_sensor", "set_state", false);
 // 1.005 degrees is 1004 millidegrees in double precision but 1005 in single precision.
@@ -168,7 +161,7 @@ TEST(drag_origin, a_blocking_move_to_the_origin_waits_for_the_arm) {
     for (int device : {0, 2}) {
         arm_session s;
         s.peer.on_once("get_arm_current_trajectory", poll("movej"));
-        s.peer.on("get_arm_current_trajectory", poll("none", {delay(20ms), reply(report(device))}));
+        s.peer.on("get_arm_current_trajectory", poll("none", {delay(20ms), reply(completion_report(device))}));
         EXPECT_EQ(ka_drag_trajectory_origin(s.arm, 1), device == 0 ? 0 : -4);
         EXPECT_EQ(s.peer.commands().front(), "drag_trajectory_origin");
     }
@@ -177,7 +170,7 @@ TEST(drag_origin, a_blocking_move_to_the_origin_waits_for_the_arm) {
     // Single-thread mode: the origin's report, or only the replay's verdict.
     arm_session single(KA_THREAD_MODE_SINGLE);
     EXPECT_EQ(ka_drag_trajectory_origin(single.arm, 1), -5); // no report within one second
-    single.peer.on("drag_trajectory_origin", {delay(20ms), reply(report(0))});
+    single.peer.on("drag_trajectory_origin", {delay(20ms), reply(completion_report(0))});
     EXPECT_EQ(ka_drag_trajectory_origin(single.arm, 2), 0);
     single.peer.clear_lines();
     single.peer.on("run_drag_trajectory",

@@ -15,9 +15,6 @@ namespace {
 // Every reading lands in its own slot of `got`, in the order of the table below.
 int got[36];
 
-std::string line(const std::string &command, const std::string &rest = "") {
-    return R"({"command":")" + command + "\"" + (rest.empty() ? "" : "," + rest) + "}";
-}
 
 } // namespace
 

@@ -8,15 +8,8 @@ using namespace ka_test;
 using namespace std::chrono_literals;
 
 namespace {
-std::string answer(const std::string &command, const std::string &key, bool ok = true) {
-    return R"({"command":")" + command + R"(",")" + key + R"(":)" + (ok ? "true" : "false") + "}";
-}
 std::string running(const std::string &type) {
     return R"({"command":"arm_current_trajectory","type":")" + type + R"(","data":[0,0,0,0,0,0]})";
-}
-std::string report(int device = 0) {
-    return R"({"state":"current_trajectory_state","trajectory_state":true,"device":)" +
-           std::to_string(device) + R"(,"trajectory_connect":0})";
 }
 } // namespace
 
@@ -74,7 +67,7 @@ TEST(jogging_steps, a_blocking_step_waits_for_its_trajectory_and_report) {
         for (int i = 0; i < 2; ++i)
             s.peer.on_once("get_arm_current_trajectory", {reply(running(r.kind))});
         s.peer.on("get_arm_current_trajectory",
-                  {reply(running("none")), delay(30ms), reply(report(r.device))});
+                  {reply(running("none")), delay(30ms), reply(completion_report(r.device))});
         EXPECT_EQ(r.call(s.arm), r.result) << r.command;
         EXPECT_EQ(s.peer.commands().size(), 4u) << r.command; // the step, three queries
     }
@@ -86,6 +79,6 @@ TEST(jogging_steps, single_thread_mode_gives_up_after_block_seconds) {
     s.peer.on("set_joint_step", {reply(answer("set_joint_step", "receive_state"))});
     EXPECT_EQ(ka_set_joint_step(s.arm, 1, 2, 20, 1), -5);
     s.peer.on("set_joint_step",
-              {reply(answer("set_joint_step", "receive_state")), delay(20ms), reply(report())});
+              {reply(answer("set_joint_step", "receive_state")), delay(20ms), reply(completion_report())});
     EXPECT_EQ(ka_set_joint_step(s.arm, 1, 2, 20, 2), 0);
 }

@@ -14,14 +14,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-std::string answer(const std::string &command, const std::string &key, bool ok = true) {
-    return R"({"command":")" + command + R"(",")" + key + R"(":)" + (ok ? "true" : "false") + "}";
-}
-std::string report(int device, bool ok = true, int connect = 0) {
-    return R"({"state":"current_trajectory_state","trajectory_state":)" +
-           std::string(ok ? "true" : "false") + R"(,"device":)" + std::to_string(device) +
-           R"(,"trajectory_connect":)" + std::to_string(connect) + "}";
-}
 const std::string expand_ok = answer("expand_set_pos", "set_pos_state");
 int lift_height(ka_robot_handle *h) { return ka_set_lift_height(h, 50, 300, 1); }
 int expand_pos(ka_robot_handle *h) { return ka_set_expand_pos(h, 50, -20, 1); }
@@ -63,15 +55,15 @@ TEST(lift_blocking, the_report_decides_the_result) {
     log_capture log;
     // clang-format off
     const std::tuple<int, int (*)(ka_robot_handle *), std::vector<std::string>, int> rows[] = {
-        {KA_THREAD_MODE_DUAL, lift_height, {report(4, true, 1), report(3)}, 0},
-        {KA_THREAD_MODE_DUAL, lift_height, {report(3, false)}, 1},
+        {KA_THREAD_MODE_DUAL, lift_height, {completion_report(4, true, 1), completion_report(3)}, 0},
+        {KA_THREAD_MODE_DUAL, lift_height, {completion_report(3, false)}, 1},
         {KA_THREAD_MODE_DUAL, lift_height, {R"({"state":"current_trajectory_state","trajectory_state":true,"device":3})"}, -3},
-        {KA_THREAD_MODE_DUAL, lift_height, {report(4)}, -4},
-        {KA_THREAD_MODE_DUAL, lift_height, {report(3, true, 2)}, -4},
-        {KA_THREAD_MODE_DUAL, expand_pos, {report(4)}, 0},
-        {KA_THREAD_MODE_DUAL, expand_pos, {report(3)}, -4},
-        {KA_THREAD_MODE_SINGLE, lift_height, {report(3)}, 0},
-        {KA_THREAD_MODE_SINGLE, expand_pos, {report(3)}, -5},
+        {KA_THREAD_MODE_DUAL, lift_height, {completion_report(4)}, -4},
+        {KA_THREAD_MODE_DUAL, lift_height, {completion_report(3, true, 2)}, -4},
+        {KA_THREAD_MODE_DUAL, expand_pos, {completion_report(4)}, 0},
+        {KA_THREAD_MODE_DUAL, expand_pos, {completion_report(3)}, -4},
+        {KA_THREAD_MODE_SINGLE, lift_height, {completion_report(3)}, 0},
+        {KA_THREAD_MODE_SINGLE, expand_pos, {completion_report(3)}, -5},
     };
     // clang-format on
     std::optional<arm_session> s;
@@ -97,7 +89,7 @@ TEST(lift_blocking, a_late_report_is_followed_through_the_state_reads) {
     const std::string moving =
         R"({"command":"lift_state","height":3,"current":1,"err_flag":0,"mode":1})";
     s.peer.on_once("get_lift_state", {reply(moving)});
-    s.peer.on("get_lift_state", {reply(moving), delay(30ms), reply(report(3))});
+    s.peer.on("get_lift_state", {reply(moving), delay(30ms), reply(completion_report(3))});
     EXPECT_EQ(lift_height(s.arm), 0);
     EXPECT_EQ(s.peer.commands(),
               (std::vector<std::string>{"set_lift_height", "get_lift_state", "get_lift_state"}));
@@ -105,7 +97,7 @@ TEST(lift_blocking, a_late_report_is_followed_through_the_state_reads) {
     s.peer.on("expand_set_pos", {reply(expand_ok)});
     s.peer.on_once(
         "expand_get_state",
-        {reply(report(4)), delay(20ms),
+        {reply(completion_report(4)), delay(20ms),
          reply(R"({"command":"expand_state","pos":1,"current":0,"err_flag":0,"mode":1})")});
     EXPECT_EQ(expand_pos(s.arm), 0); // a dropped report leaves the next reads unanswered: -2
 

@@ -17,12 +17,6 @@ uint8_t bytes[7];
 int stage;
 const float pose[7] = {0.0019f, -90.5f, 45, 0, 1, -1.0009f, 99};
 
-std::string line(const std::string &command, const std::string &rest = "") {
-    return R"({"command":")" + command + "\"" + (rest.empty() ? "" : "," + rest) + "}";
-}
-std::string set_reply(const std::string &name, const std::string &key, bool ok = true) {
-    return line(name, "\"" + key + "\":" + (ok ? "true" : "false"));
-}
 
 } // namespace
 
@@ -86,13 +80,13 @@ TEST(limits, every_command_sends_its_exact_line_and_scales_both_ways) {
     s.peer.on_once("get_joint_max_speed",
                    {reply(line("joint_max_speed", R"("joint_speed":[0,0,0,0,0,6000])"))});
     expect_wire(s, {"reread", CALL(ka_set_joint_max_speed(h, 1, 36.0f)), max_speed,
-                    set_reply("set_joint_max_speed", "joint_max_speed"), 0});
+                    answer("set_joint_max_speed", "joint_max_speed"), 0});
     EXPECT_FLOAT_EQ(registry_find(s.arm)->joint_max_speed[5], 36.0f);
     expect_wire(s, {"refused", CALL(ka_set_joint_max_speed(h, 1, 36.0f)), max_speed,
-                    set_reply("set_joint_max_speed", "joint_max_speed", false), 1});
+                    answer("set_joint_max_speed", "joint_max_speed", false), 1});
     EXPECT_EQ(s.peer.commands().size(), 1u);
     // The automatic limit returns the status of the maximum's reread.
-    s.peer.on("auto_set_joint_limit", {reply(set_reply("auto_set_joint_limit ", "limit_mode"))});
+    s.peer.on("auto_set_joint_limit", {reply(answer("auto_set_joint_limit ", "limit_mode"))});
     s.peer.on_once("get_joint_max_pos", {reply(line("joint_max_pos"))});
     EXPECT_EQ(ka_auto_set_joint_limit(s.arm, 2), -3);
     s.peer.on_once("get_joint_min_pos", {reply(line("joint_min_pos"))});
@@ -125,7 +119,7 @@ TEST(limits, malformed_replies_bad_arguments_and_the_dof_bound_what_is_written) 
     EXPECT_FLOAT_EQ(out[6], 7.0f);
     expect_wire(s, {"7 joints", CALL(ka_set_init_pose(h, pose)),
                     line("set_init_pose", R"("init_pose":[1,-90500,45000,0,1000,-1000,99000])"),
-                    set_reply("set_init_pose", "init_pose"), 0});
+                    answer("set_init_pose", "init_pose"), 0});
 
     s.peer.clear_lines();
     EXPECT_EQ(ka_get_joint_max_speed(s.arm, nullptr), -1);

@@ -16,9 +16,6 @@ const ka_peripheral_read_write_params_t p{1, 10, 2, 16};
 int regs[6] = {1, 2, 3, 4, 5, 6};
 int out[251];
 
-std::string line(const std::string &command, const std::string &rest) {
-    return R"({"command":")" + command + "\"" + (rest.empty() ? "" : "," + rest) + "}";
-}
 ka_peripheral_read_write_params_t with_num(int num) { return {p.port, p.address, p.device, num}; }
 
 } // namespace

@@ -17,11 +17,6 @@ const char *flag(bool ok) { return ok ? "true" : "false"; }
 std::string accept(const std::string &command, bool ok = true) {
     return R"({"command":")" + command + R"(","receive_state":)" + flag(ok) + "}";
 }
-std::string report(bool ok = true, int device = 0, int connect = 0) {
-    return std::string(R"({"state":"current_trajectory_state","trajectory_state":)") + flag(ok) +
-           R"(,"device":)" + std::to_string(device) + R"(,"trajectory_connect":)" +
-           std::to_string(connect) + "}";
-}
 std::string running(const std::string &type, const std::string &data = "[0,0,0,0,0,0]") {
     return R"({"command":"arm_current_trajectory","type":")" + type + R"(","data":)" + data + "}";
 }
@@ -92,10 +87,10 @@ TEST(motion_blocking, the_report_or_the_trajectory_query_decides_the_result) {
     EXPECT_EQ(s.peer.commands(), std::vector<std::string>{"movej"});
     // clang-format off
     struct report_row { const char *name; std::vector<std::string> reports; int result; } reports[] = {
-        {"finished", {report()}, 0},
-        {"ended false", {report(false)}, 1},
-        {"connected motions follow", {report(true, 0, 1), report(false)}, 1},
-        {"another device finished", {report(true, 1, 0), report(false)}, 1},
+        {"finished", {completion_report()}, 0},
+        {"ended false", {completion_report(0, false)}, 1},
+        {"connected motions follow", {completion_report(0, true, 1), completion_report(0, false)}, 1},
+        {"another device finished", {completion_report(1), completion_report(0, false)}, 1},
         {"unparsable", {R"({"state":"current_trajectory_state","trajectory_state":true})"}, -3},
     };
     struct late_row { std::function<int(ka_robot_handle *)> call; const char *command, *kind; int device, result; const char *logged; } late[] = {
@@ -116,10 +111,10 @@ TEST(motion_blocking, the_report_or_the_trajectory_query_decides_the_result) {
     // non-blocking motion is purged before the blocking one is sent.
     s.peer.on("get_arm_current_trajectory", {reply(running("movej"))});
     for (const char *command : {"movel", "movec"})
-        s.peer.on(command, {reply(accept(command)), delay(20ms), reply(report())});
+        s.peer.on(command, {reply(accept(command)), delay(20ms), reply(completion_report())});
     s.peer.on("movej", {reply(accept("movej"))});
     ASSERT_EQ(movej(s.arm, 0), 0);
-    s.peer.push({reply(report(false))});
+    s.peer.push({reply(completion_report(0, false))});
     std::this_thread::sleep_for(50ms); // filed by the receive thread
     EXPECT_EQ(ka_movel(s.arm, target, 30, 0, 0, 1), 0);
     EXPECT_EQ(ka_movec(s.arm, target, target, 30, 0, 0, 0, 1), 0);
@@ -127,7 +122,7 @@ TEST(motion_blocking, the_report_or_the_trajectory_query_decides_the_result) {
         s.peer.on(r.command, {reply(accept(r.command))});
         s.peer.on_once("get_arm_current_trajectory", {reply(running(r.kind))});
         s.peer.on("get_arm_current_trajectory",
-                  {reply(running("none")), delay(30ms), reply(report(true, r.device))});
+                  {reply(running("none")), delay(30ms), reply(completion_report(r.device))});
         EXPECT_EQ(r.call(s.arm), r.result) << r.command;
         if (r.logged) EXPECT_TRUE(log.contains(r.logged));
     }
@@ -144,7 +139,7 @@ TEST(motion_blocking, a_report_arriving_during_the_own_query_is_not_lost) {
     arm_session s;
     s.peer.on("movej", {reply(accept("movej"))});
     s.peer.on_once("get_arm_current_trajectory",
-                   {reply(report()), delay(20ms), reply(running("none"))});
+                   {reply(completion_report()), delay(20ms), reply(running("none"))});
     s.peer.on("get_arm_current_trajectory", {reply(running("none"))});
     done = std::async(std::launch::async, [&] { return movej(s.arm, 1); });
     ASSERT_EQ(done.wait_for(20s), std::future_status::ready) << "the wait hangs";
@@ -156,9 +151,9 @@ TEST(motion_single_thread, block_counts_seconds_of_reading) {
     s.peer.on("movej", {reply(accept("movej"))});
     EXPECT_EQ(ka_movej_block(s.arm, joints, 20, 0, 0, 0), -5);
     EXPECT_EQ(movej(s.arm, 2), -5);
-    s.peer.on("movej", {reply(accept("movej")), delay(20ms), reply(report(true, 1)), delay(20ms),
-                        reply(report())});
+    s.peer.on("movej", {reply(accept("movej")), delay(20ms), reply(completion_report(1)), delay(20ms),
+                        reply(completion_report())});
     EXPECT_EQ(movej(s.arm, 2), 0);
-    s.peer.on("movej", {reply(accept("movej")), delay(20ms), reply(report(false))});
+    s.peer.on("movej", {reply(accept("movej")), delay(20ms), reply(completion_report(0, false))});
     EXPECT_EQ(movej(s.arm, 1), 1);
 }

@@ -20,9 +20,6 @@ char ip[16], mask[16], mac[18];
 struct { ka_wifi_net_t net; char guard[8]; } guarded_wifi;
 struct { char ip[16], g1[4], mask[16], g2[4], mac[18], g3[4]; } guarded_wired;
 
-std::string line(const std::string &command, const std::string &rest = "") {
-    return R"({"command":")" + command + "\"" + (rest.empty() ? "" : "," + rest) + "}";
-}
 std::string x(std::size_t n) { return std::string(n, 'x'); }
 // "k1":"xx...","k2":"xx...",... with 40 x each.
 std::string x40(std::initializer_list<const char *> keys) {

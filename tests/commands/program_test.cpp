@@ -31,12 +31,6 @@ guarded<ka_program_run_state_t> state;
 int int_out;
 std::string save_path;
 
-std::string line(const std::string &command, const std::string &rest = "") {
-    return R"({"command":")" + command + "\"" + (rest.empty() ? "" : "," + rest) + "}";
-}
-std::string verdict(const std::string &name, const std::string &key, bool ok = true) {
-    return line(name, "\"" + key + "\":" + (ok ? "true" : "false"));
-}
 std::string finished(int id) {
     return R"({"state":"program_run_finish","finish_id":)" + std::to_string(id) + "}";
 }
@@ -81,7 +75,7 @@ TEST(program_wire, every_command_sends_its_exact_line_and_reads_its_reply) {
     const std::string list_line = R"({"command":"get_program_trajectory_list","vague_search":"pick","page_num":1,"page_size":10})";
     const std::string state_line = R"({"command":"get_program_run_state"})", save_line = R"({"command":"save_trajectory","trajectory_name":"drag1"})";
     struct row { wire_case wire; std::function<void()> check = nullptr; } const rows[] = {
-        {{"plan_speed", CALL(ka_set_plan_speed(h, 40)), R"({"command":"plan_speed","speed":40})", verdict("plan_speed", "plan_state"), 0}},
+        {{"plan_speed", CALL(ka_set_plan_speed(h, 40)), R"({"command":"plan_speed","speed":40})", answer("plan_speed", "plan_state"), 0}},
         {{"list", CALL(ka_get_program_trajectory_list(h, 1, 10, "pick", &list.out)), list_line, line("get_program_trajectory_list", R"("total_size":2,"vague_search":"pick","list":[{"id":1},{"id":2,"size":30,"speed":60,"trajectory_name":"pick_b"}])"), 0}, [] { EXPECT_EQ(std::tuple(list.out.total_size, std::string(list.out.vague_search), list.out.list[1].id, list.out.list[1].size, list.out.list[1].speed, std::string(list.out.list[1].trajectory_name)), std::tuple(2, "pick", 2, 30, 60, "pick_b")); }},
         {{"list without search", CALL(ka_get_program_trajectory_list(h, 2, 5, nullptr, &list.out)), R"({"command":"get_program_trajectory_list","page_num":2,"page_size":5})", line("get_program_trajectory_list", R"("list":[])"), 0}},
         {{"list not an array", CALL(ka_get_program_trajectory_list(h, 1, 10, "pick", &list.out)), list_line, line("get_program_trajectory_list", R"("list":{})"), -3}},
@@ -90,15 +84,15 @@ TEST(program_wire, every_command_sends_its_exact_line_and_reads_its_reply) {
         {{"run state missing", CALL(ka_get_program_run_state(h, &state.out)), state_line, line("get_program_run_state", R"("id":4)"), -3}},
         // loop_cont[0] would hold a 101st loop_num.
         {{"loops past the capacity", CALL(ka_get_program_run_state(h, &state.out)), state_line, line("get_program_run_state", R"("run_state":0,"loop_num":[)" + loops + R"(],"loop_cont":[)" + loops + "]"), 0}, [] { EXPECT_EQ(std::tuple(state.out.loop_count, state.out.loop_num[KA_PROGRAM_LOOPS - 1], state.out.loop_cont[0], state.intact()), std::tuple(KA_PROGRAM_LOOPS, KA_PROGRAM_LOOPS, 1, true)); }},
-        {{"delete", CALL(ka_delete_program_trajectory(h, 7)), R"({"command":"delete_program_trajectory","id":7})", verdict("delete_program_trajectory", "delete_state"), 0}},
-        {{"update", CALL(ka_update_program_trajectory(h, 7, 30, "weld")), R"({"command":"update_program_trajectory","id":7,"plan_speed":30,"project_name":"weld"})", verdict("update_program_trajectory", "update_state", false), 1}},
-        {{"set default", CALL(ka_set_default_run_program(h, 4)), R"({"command":"set_default_run_program","id":4})", verdict("set_default_run_program", "set_state"), 0}},
+        {{"delete", CALL(ka_delete_program_trajectory(h, 7)), R"({"command":"delete_program_trajectory","id":7})", answer("delete_program_trajectory", "delete_state"), 0}},
+        {{"update", CALL(ka_update_program_trajectory(h, 7, 30, "weld")), R"({"command":"update_program_trajectory","id":7,"plan_speed":30,"project_name":"weld"})", answer("update_program_trajectory", "update_state", false), 1}},
+        {{"set default", CALL(ka_set_default_run_program(h, 4)), R"({"command":"set_default_run_program","id":4})", answer("set_default_run_program", "set_state"), 0}},
         {{"get default", CALL(ka_get_default_run_program(h, &int_out)), R"({"command":"get_default_run_program"})", line("get_default_run_program", R"("id":9)"), 0}, [] { EXPECT_EQ(int_out, 9); }},
-        {{"start, speed 0 not sent", CALL(ka_set_program_id_run(h, 3, 0, 0)), R"({"command":"set_program_id_start","id":3})", verdict("set_program_id_start", "start_state"), 0}},
-        {{"start with speed", CALL(ka_set_program_id_run(h, 3, 20, 0)), R"({"command":"set_program_id_start","id":3,"speed":20})", verdict("set_program_id_start", "start_state"), 0}},
-        {{"start refused", CALL(ka_set_program_id_run(h, 3, 20, 5)), R"({"command":"set_program_id_start","id":3,"speed":20})", verdict("set_program_id_start", "start_state", false), 1}},
-        {{"save refused", CALL(ka_save_trajectory(h, save_path.c_str(), &int_out)), save_line, verdict("save_trajectory", "save_state", false), 1}},
-        {{"save total missing", CALL(ka_save_trajectory(h, save_path.c_str(), &int_out)), save_line, verdict("save_trajectory", "save_state"), -3}},
+        {{"start, speed 0 not sent", CALL(ka_set_program_id_run(h, 3, 0, 0)), R"({"command":"set_program_id_start","id":3})", answer("set_program_id_start", "start_state"), 0}},
+        {{"start with speed", CALL(ka_set_program_id_run(h, 3, 20, 0)), R"({"command":"set_program_id_start","id":3,"speed":20})", answer("set_program_id_start", "start_state"), 0}},
+        {{"start refused", CALL(ka_set_program_id_run(h, 3, 20, 5)), R"({"command":"set_program_id_start","id":3,"speed":20})", answer("set_program_id_start", "start_state", false), 1}},
+        {{"save refused", CALL(ka_save_trajectory(h, save_path.c_str(), &int_out)), save_line, answer("save_trajectory", "save_state", false), 1}},
+        {{"save total missing", CALL(ka_save_trajectory(h, save_path.c_str(), &int_out)), save_line, answer("save_trajectory", "save_state"), -3}},
     };
     // clang-format on
     for (const auto &r : rows) {
@@ -123,7 +117,7 @@ TEST(program_download, pieces_conversion_and_path_rules) {
     fs::current_path(dir);
     const std::string converted = "{\"file\":7}\r\n{\"name\":\"Folder\",\"num\":1,\"type\":3,"
                                   "\"enabled\":true,\"parent_number\":0}\r\na\r\nbb\r\nccc\r\n";
-    const std::string accepted = verdict("download_project", "project_state"),
+    const std::string accepted = answer("download_project", "project_state"),
                       missing = (dir / "gone.txt").string();
     std::string lines; // five lines of 50 bytes
     for (char c = 'a'; c < 'f'; ++c)
@@ -154,7 +148,7 @@ TEST(program_download, pieces_conversion_and_path_rules) {
         if (!r.content.empty()) write_file(r.path, r.content);
         // run_project is answered, the streamed lines pass, the last gets the verdict.
         if (!r.streamed.empty())
-            s.peer.answer_next({reply(verdict("run_project", "project_state"))});
+            s.peer.answer_next({reply(answer("run_project", "project_state"))});
         for (size_t at = r.streamed.find("\r\n"); at != std::string::npos;
              at = r.streamed.find("\r\n", at + 2))
             s.peer.answer_next(at + 2 < r.streamed.size() ? std::vector<action>{}
@@ -206,7 +200,7 @@ TEST(program_download, pieces_conversion_and_path_rules) {
 // Threaded modes follow the run state and take their own program's finish
 // only; single-thread mode reads one finish report.
 TEST(program_run, only_the_own_programs_finish_ends_the_wait) {
-    const std::string accept = verdict("set_program_id_start", "start_state");
+    const std::string accept = answer("set_program_id_start", "start_state");
     const std::string running = line("get_program_run_state", R"("run_state":1)"),
                       broken = line("get_program_run_state");
     // clang-format off

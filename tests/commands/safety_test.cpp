@@ -12,9 +12,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-std::string line(const std::string &command, const std::string &rest = "") {
-    return R"({"command":")" + command + "\"" + (rest.empty() ? "" : "," + rest) + "}";
-}
 
 ka_fence_config_t zone(int form, const char *name = "") {
     ka_fence_config_t z{form, {}, {-0.5f, 0.5f, -0.4f, 0.4f, 0.1f, 0.9f}};

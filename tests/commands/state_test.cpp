@@ -20,9 +20,6 @@ ka_current_arm_state_t arm_state;
 ka_arm_all_state_t all;
 ka_arm_software_version_t software;
 
-std::string line(const std::string &command, const std::string &rest = "") {
-    return R"({"command":")" + command + "\"" + (rest.empty() ? "" : "," + rest) + "}";
-}
 
 } // namespace
 

@@ -26,9 +26,6 @@ const ka_waypoint_t blank{"keep", {0, 0, 0, 0, 0, 0, -7}, {{}, {9}}};
 const std::string joints6 = "[10500,-20001,0,0,0,1]", G = "given_global_waypoint",
                   L = "get_global_waypoints_list";
 
-std::string line(const std::string &command, const std::string &rest) {
-    return R"({"command":")" + command + "\"" + (rest.empty() ? "" : "," + rest) + "}";
-}
 // One waypoint's keys, as a reply's fields or, in braces, a list entry.
 std::string fields(const std::string &name, const std::string &joints = joints6,
                    const std::string &frame = "World",

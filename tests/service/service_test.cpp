@@ -12,10 +12,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-std::string line(const std::string &command, const std::string &rest) {
-    return R"({"command":")" + command + "\"," + rest + "}";
-}
-
 template <typename T> bool same_bytes(const T &a, const T &b) {
     return std::memcmp(&a, &b, sizeof(T)) == 0;
 }

@@ -75,4 +75,18 @@ bool log_capture::contains(const std::string &text) const {
     return false;
 }
 
+std::string line(const std::string &command, const std::string &rest) {
+    return R"({"command":")" + command + "\"" + (rest.empty() ? "" : "," + rest) + "}";
+}
+
+std::string answer(const std::string &command, const std::string &key, bool ok) {
+    return line(command, "\"" + key + "\":" + (ok ? "true" : "false"));
+}
+
+std::string completion_report(int device, bool ok, int connect) {
+    return std::string(R"({"state":"current_trajectory_state","trajectory_state":)") +
+           (ok ? "true" : "false") + R"(,"device":)" + std::to_string(device) +
+           R"(,"trajectory_connect":)" + std::to_string(connect) + "}";
+}
+
 } // namespace ka_test

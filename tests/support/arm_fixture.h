@@ -38,6 +38,15 @@ struct wire_case {
 // Runs one row against an open session and checks line and result.
 void expect_wire(arm_session &session, const wire_case &row);
 
+// Lines as the controller writes them.
+// {"command":"<command>"} followed by rest, a list of "key":value pairs.
+std::string line(const std::string &command, const std::string &rest = "");
+// {"command":"<command>","<key>":true|false}: a set command's verdict.
+std::string answer(const std::string &command, const std::string &key, bool ok = true);
+// The report that ends a move: "current_trajectory_state" with its
+// outcome, the device that moved and "trajectory_connect".
+std::string completion_report(int device = 0, bool ok = true, int connect = 0);
+
 // A loopback port nothing listens on (SOCK_STREAM or SOCK_DGRAM).
 int unused_local_port(int socket_type);
 
