@@ -3,6 +3,7 @@
 #include "algo/context.h"
 #include "algo/matrix.h"
 #include "algo/pose_math.h"
+#include "algo/trig.h"
 
 #include <cmath>
 #include <cstring>
@@ -63,28 +64,45 @@ constexpr chain_shape<7> quil_chain{{
     {P, false, true, true}}};
 // clang-format on
 
-// Cosine and sine of the joint angle plus its offset.
-template <link_shape L> inline void joint_cs(float q, float &c, float &s) {
-    float sq = std::sin(q), cq = std::cos(q);
-    if constexpr (L.half_pi_offset) {
-        c = -sq; // cos(q + pi/2)
-        s = cq;  // sin(q + pi/2)
-    } else {
-        c = cq;
-        s = sq;
+// Cosine and sine of every joint angle plus its offset, taken together before
+// the chain is walked, so that no call splits the product (each would spill
+// the partial transform around it).
+template <auto Shape> struct joint_trig {
+    float c[Shape.size];
+    float s[Shape.size];
+    explicit joint_trig(const float *q) {
+        // An even count fills whole pairs of lanes.
+        constexpr std::size_t lanes = (Shape.size + 1) & ~std::size_t{1};
+        float angle[lanes] = {}, sq[lanes], cq[lanes];
+        for (std::size_t i = 0; i < Shape.size; ++i)
+            angle[i] = q[i];
+        trig::sines_cosines(angle, sq, cq);
+        [&]<std::size_t... I>(std::index_sequence<I...>) { (take<I>(sq[I], cq[I]), ...); }
+        (std::make_index_sequence<Shape.size>{});
     }
-}
+    template <std::size_t I> void take(float sq, float cq) {
+        if constexpr (Shape.link[I].half_pi_offset) {
+            c[I] = -sq; // cos(q + pi/2)
+            s[I] = cq;  // sin(q + pi/2)
+        } else {
+            c[I] = cq;
+            s[I] = sq;
+        }
+    }
+};
 
 // R <- R * Rx(alpha) for alpha in {0, +pi/2, -pi/2}: columns 1 and 2 swap
 // with a sign.
 template <twist T> inline void twist_columns(float (&R)[3][3]) {
     if constexpr (T == twist::plus) {
+        #pragma GCC unroll 3
         for (int r = 0; r < 3; ++r) {
             float c1 = R[r][1];
             R[r][1] = R[r][2];
             R[r][2] = -c1;
         }
     } else if constexpr (T == twist::minus) {
+        #pragma GCC unroll 3
         for (int r = 0; r < 3; ++r) {
             float c1 = R[r][1];
             R[r][1] = -R[r][2];
@@ -95,6 +113,7 @@ template <twist T> inline void twist_columns(float (&R)[3][3]) {
 
 // R <- R * Rz(theta): columns 0 and 1 rotate in their plane.
 inline void rotate_z_columns(float (&R)[3][3], float c, float s) {
+    #pragma GCC unroll 3
     for (int r = 0; r < 3; ++r) {
         float c0 = R[r][0], c1 = R[r][1];
         R[r][0] = c0 * c + c1 * s;
@@ -122,10 +141,10 @@ template <link_shape L> inline void first_link(float (&R)[3][3], float c, float 
 }
 
 template <auto Shape, std::size_t I>
-inline void full_step(float (&R)[3][3], float (&p)[3], const dh_table &dh, const float *q) {
+inline void full_step(float (&R)[3][3], float (&p)[3], const dh_table &dh,
+                      const joint_trig<Shape> &t) {
     constexpr link_shape L = Shape.link[I];
-    float c, s;
-    joint_cs<L>(q[I], c, s);
+    const float c = t.c[I], s = t.s[I];
     if constexpr (I == 0) {
         first_link<L>(R, c, s);
         p[0] = 0.0f;
@@ -135,21 +154,23 @@ inline void full_step(float (&R)[3][3], float (&p)[3], const dh_table &dh, const
     } else {
         twist_columns<L.tw>(R);
         if constexpr (L.uses_a) {
+            #pragma GCC unroll 3
             for (int r = 0; r < 3; ++r)
                 p[r] += dh.a[I] * R[r][0];
         }
         rotate_z_columns(R, c, s);
     }
     if constexpr (L.uses_d) {
+        #pragma GCC unroll 3
         for (int r = 0; r < 3; ++r)
             p[r] += dh.d[I] * R[r][2];
     }
 }
 
-template <auto Shape, std::size_t I> inline void rotation_step(float (&R)[3][3], const float *q) {
+template <auto Shape, std::size_t I>
+inline void rotation_step(float (&R)[3][3], const joint_trig<Shape> &t) {
     constexpr link_shape L = Shape.link[I];
-    float c, s;
-    joint_cs<L>(q[I], c, s);
+    const float c = t.c[I], s = t.s[I];
     if constexpr (I == 0) {
         first_link<L>(R, c, s);
     } else {
@@ -161,11 +182,10 @@ template <auto Shape, std::size_t I> inline void rotation_step(float (&R)[3][3],
 // Position only, from the flange back to the base: a point is carried
 // through Tz(d), Rz(theta), Tx(a) and Rx(alpha) of each link in turn.
 template <auto Shape, std::size_t I>
-inline void position_step(float (&p)[3], const dh_table &dh, const float *q) {
+inline void position_step(float (&p)[3], const dh_table &dh, const joint_trig<Shape> &t) {
     constexpr std::size_t K = Shape.size - 1 - I;
     constexpr link_shape L = Shape.link[K];
-    float c, s;
-    joint_cs<L>(q[K], c, s);
+    const float c = t.c[K], s = t.s[K];
     if constexpr (L.uses_d) p[2] += dh.d[K];
     float x = c * p[0] - s * p[1];
     float y = s * p[0] + c * p[1];
@@ -183,10 +203,12 @@ inline void position_step(float (&p)[3], const dh_table &dh, const float *q) {
 }
 
 template <auto Shape> void chain_transform(const dh_table &dh, const float *q, float T[4][4]) {
+    const joint_trig<Shape> t(q);
     float R[3][3];
     float p[3];
-    [&]<std::size_t... I>(std::index_sequence<I...>) { (full_step<Shape, I>(R, p, dh, q), ...); }
+    [&]<std::size_t... I>(std::index_sequence<I...>) { (full_step<Shape, I>(R, p, dh, t), ...); }
     (std::make_index_sequence<Shape.size>{});
+    #pragma GCC unroll 3
     for (int r = 0; r < 3; ++r) {
         T[r][0] = R[r][0];
         T[r][1] = R[r][1];
@@ -200,8 +222,9 @@ template <auto Shape> void chain_transform(const dh_table &dh, const float *q, f
 }
 
 template <auto Shape> void chain_rotation(const float *q, float R[3][3]) {
+    const joint_trig<Shape> t(q);
     float r[3][3];
-    [&]<std::size_t... I>(std::index_sequence<I...>) { (rotation_step<Shape, I>(r, q), ...); }
+    [&]<std::size_t... I>(std::index_sequence<I...>) { (rotation_step<Shape, I>(r, t), ...); }
     (std::make_index_sequence<Shape.size>{});
     for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 3; ++j)
@@ -209,8 +232,9 @@ template <auto Shape> void chain_rotation(const float *q, float R[3][3]) {
 }
 
 template <auto Shape> void chain_position(const dh_table &dh, const float *q, float out[3]) {
+    const joint_trig<Shape> t(q);
     float p[3] = {0.0f, 0.0f, 0.0f};
-    [&]<std::size_t... I>(std::index_sequence<I...>) { (position_step<Shape, I>(p, dh, q), ...); }
+    [&]<std::size_t... I>(std::index_sequence<I...>) { (position_step<Shape, I>(p, dh, t), ...); }
     (std::make_index_sequence<Shape.size>{});
     out[0] = p[0];
     out[1] = p[1];
@@ -227,6 +251,7 @@ ka_matrix_t as_matrix(const float T[4][4]) {
 
 ka_matrix_t rotation_matrix(const float R[3][3]) {
     ka_matrix_t m = zero_matrix(3, 3);
+    #pragma GCC unroll 3
     for (int r = 0; r < 3; ++r)
         for (int c = 0; c < 3; ++c)
             m.data[r][c] = R[r][c];
@@ -239,12 +264,12 @@ void joints_to_radians(const float *deg, int dof, float (&rad)[7]) {
         rad[i] = i < dof ? deg_to_rad(deg[i]) : 0.0f;
 }
 
-// Flange transform of the active model from a copy of the context's DH table.
+// Flange transform of the active model, written straight into the record.
 ka_matrix_t flange(const float q[7]) {
-    const dh_table robot_dh = context_dh();
-    float T[4][4];
-    fk_flange(context_robot_type(), robot_dh, q, T);
-    return as_matrix(T);
+    ka_matrix_t m;
+    m.rows = m.columns = 4;
+    fk_flange(context_robot_type(), context_dh(), q, m.data);
+    return m;
 }
 
 constexpr float k_identity[4][4] = {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 1}};

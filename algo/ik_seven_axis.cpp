@@ -416,7 +416,7 @@ template <class Arm> class redundancy_search {
                 std::copy(qm, qm + 7, q);
             }
         }
-        return true;
+        return best < k_inf; // false when every member came out non-finite
     }
 
     // The member of group g at p nearest to the reference.
@@ -446,7 +446,7 @@ template <class Arm> class redundancy_search {
                 for (int i = 0; i < 7; ++i)
                     J[i] = ik_wrap_pi(sp.q[i] - prev_q[i]) / span;
             } else {
-                double qh[7];
+                double qh[7] = {};
                 double h = k_diff_step;
                 if (clamp_param(sp.p + h) != sp.p + h || !follow(sp.p + h, sp.g, sp.q, qh)) {
                     h = -h;

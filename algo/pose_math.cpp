@@ -1,6 +1,7 @@
 #include "algo/pose_math.h"
 
 #include "algo/matrix.h"
+#include "algo/trig.h"
 
 #include <cmath>
 
@@ -25,16 +26,16 @@ float wrap(float angle) { return angle < k_wrap_threshold ? angle + k_two_pi : a
 // Euler angles from the nine rotation entries.
 ka_euler_t euler_from_rotation(const rot3 &r) {
     ka_euler_t e{};
-    e.ry = std::atan2(-r[2][0], std::sqrt(r[0][0] * r[0][0] + r[1][0] * r[1][0]));
+    e.ry = trig::arc_tangent2(-r[2][0], std::sqrt(r[0][0] * r[0][0] + r[1][0] * r[1][0]));
     if (r[2][0] > k_gimbal_lock) {
-        e.rx = -std::atan2(r[0][1], r[1][1]);
+        e.rx = -trig::arc_tangent2(r[0][1], r[1][1]);
         e.rz = 0.0f;
     } else if (r[2][0] < -k_gimbal_lock) {
-        e.rx = std::atan2(r[0][1], r[1][1]);
+        e.rx = trig::arc_tangent2(r[0][1], r[1][1]);
         e.rz = 0.0f;
     } else {
-        e.rx = std::atan2(r[2][1], r[2][2]);
-        e.rz = std::atan2(r[1][0], r[0][0]);
+        e.rx = trig::arc_tangent2(r[2][1], r[2][2]);
+        e.rz = trig::arc_tangent2(r[1][0], r[0][0]);
     }
     e.rx = wrap(e.rx);
     e.ry = wrap(e.ry);
@@ -42,35 +43,29 @@ ka_euler_t euler_from_rotation(const rot3 &r) {
     return e;
 }
 
+// The four cases by trace and largest diagonal entry. Case k has
+// S = 2 sqrt(1 + the signed diagonal sum of that case); its own component
+// (w, x, y, z for k = 0..3) is S/4 and the other three are the case's
+// numerators over S, in component order. The case is picked by index rather
+// than by branches: for an arbitrary pose it is unpredictable.
 ka_quat_t quat_from_rotation(const rot3 &r) {
-    ka_quat_t q{};
-    float t = r[0][0] + r[1][1] + r[2][2];
-    if (t > 0.0f) {
-        float s = 2.0f * std::sqrt(t + 1.0f);
-        q.w = s / 4.0f;
-        q.x = (r[2][1] - r[1][2]) / s;
-        q.y = (r[0][2] - r[2][0]) / s;
-        q.z = (r[1][0] - r[0][1]) / s;
-    } else if (r[0][0] > r[1][1] && r[0][0] > r[2][2]) {
-        float s = 2.0f * std::sqrt(1.0f + r[0][0] - r[1][1] - r[2][2]);
-        q.w = (r[2][1] - r[1][2]) / s;
-        q.x = s / 4.0f;
-        q.y = (r[0][1] + r[1][0]) / s;
-        q.z = (r[0][2] + r[2][0]) / s;
-    } else if (r[1][1] > r[2][2]) {
-        float s = 2.0f * std::sqrt(1.0f + r[1][1] - r[0][0] - r[2][2]);
-        q.w = (r[0][2] - r[2][0]) / s;
-        q.x = (r[0][1] + r[1][0]) / s;
-        q.y = s / 4.0f;
-        q.z = (r[1][2] + r[2][1]) / s;
-    } else {
-        float s = 2.0f * std::sqrt(1.0f + r[2][2] - r[0][0] - r[1][1]);
-        q.w = (r[1][0] - r[0][1]) / s;
-        q.x = (r[0][2] + r[2][0]) / s;
-        q.y = (r[1][2] + r[2][1]) / s;
-        q.z = s / 4.0f;
-    }
-    return q;
+    const float t = r[0][0] + r[1][1] + r[2][2];
+    const int k = t > 0.0f                                    ? 0
+                  : (r[0][0] > r[1][1] && r[0][0] > r[2][2]) ? 1
+                  : r[1][1] > r[2][2]                        ? 2
+                                                             : 3;
+    const float sum[4] = {t + 1.0f, 1.0f + r[0][0] - r[1][1] - r[2][2],
+                          1.0f + r[1][1] - r[0][0] - r[2][2], 1.0f + r[2][2] - r[0][0] - r[1][1]};
+    const float s = 2.0f * std::sqrt(sum[k]);
+    const float d0 = r[2][1] - r[1][2], d1 = r[0][2] - r[2][0], d2 = r[1][0] - r[0][1];
+    const float e01 = r[0][1] + r[1][0], e02 = r[0][2] + r[2][0], e12 = r[1][2] + r[2][1];
+    const float numerator[4][4] = {
+        {d0, d1, d2, 0.0f}, {d0, e01, e02, 0.0f}, {d1, e01, e12, 0.0f}, {d2, e02, e12, 0.0f}};
+    float q[4];
+    for (int j = 0; j < 4; ++j)
+        q[j] = numerator[k][j - (j > k)] / s;
+    q[k] = s / 4.0f;
+    return {q[0], q[1], q[2], q[3]};
 }
 
 void rotation_from_quat(ka_quat_t q, rot3 &r) {

@@ -4,9 +4,12 @@
 
 #include "algo/matrix.h"
 #include "algo/pose_math.h"
+#include "algo/trig.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstring>
 #include <initializer_list>
 
 using namespace algo_test;
@@ -25,6 +28,59 @@ namespace {
 }
 
 } // namespace
+
+// ------------------------------------------------------------ trigonometry
+
+namespace {
+
+// Distance in representable floats (0 for equal values, +0 and -0 apart).
+std::int64_t ulps_apart(float a, float b) {
+    std::int32_t ia, ib;
+    std::memcpy(&ia, &a, sizeof ia);
+    std::memcpy(&ib, &b, sizeof ib);
+    const auto ordered = [](std::int32_t i) -> std::int64_t {
+        return i < 0 ? std::int64_t{INT32_MIN} - i - 1 : i;
+    };
+    return std::llabs(ordered(ia) - ordered(ib));
+}
+
+} // namespace
+
+TEST(Trigonometry, AgreesWithTheDoubleResultRoundedOnce) {
+    // Every quadrant, both signs of zero, the axes, angles just off the
+    // quadrant boundaries, and magnitudes beyond the reduction's range.
+    random_source rng(9);
+    for (int i = 0; i < 200000; ++i) {
+        const float y = i % 7 == 0 ? 0.0f : rng.uf(-2.0f, 2.0f);
+        const float x = i % 5 == 0 ? -0.0f : rng.uf(-2.0f, 2.0f);
+        const float a = trig::arc_tangent2(y, x);
+        ASSERT_LE(ulps_apart(a, static_cast<float>(std::atan2(double{y}, double{x}))), 1)
+            << y << ", " << x;
+        ASSERT_EQ(std::signbit(a), std::signbit(std::atan2(y, x))) << y << ", " << x;
+    }
+    for (float y : {0.0f, -0.0f})
+        for (float x : {0.0f, -0.0f, 1.0f, -1.0f})
+            EXPECT_EQ(trig::arc_tangent2(y, x), std::atan2(y, x)) << y << ", " << x;
+
+    float angle[8], s[8], c[8];
+    for (int i = 0; i < 50000; ++i) {
+        for (float &v : angle)
+            v = rng.uf(-40.0f, 40.0f);
+        angle[0] = static_cast<float>(i % 9) * static_cast<float>(k_pi_f / 4) * (i % 2 ? -1 : 1);
+        trig::sines_cosines(angle, s, c);
+        for (int k = 0; k < 8; ++k) {
+            ASSERT_LE(ulps_apart(s[k], static_cast<float>(std::sin(double{angle[k]}))), 1) << angle[k];
+            ASSERT_LE(ulps_apart(c[k], static_cast<float>(std::cos(double{angle[k]}))), 1) << angle[k];
+        }
+    }
+    const float large[2] = {3.0e5f, -7.0e7f};
+    float ls[2], lc[2];
+    trig::sines_cosines(large, ls, lc);
+    for (int k = 0; k < 2; ++k) {
+        EXPECT_LE(ulps_apart(ls[k], static_cast<float>(std::sin(double{large[k]}))), 1);
+        EXPECT_LE(ulps_apart(lc[k], static_cast<float>(std::cos(double{large[k]}))), 1);
+    }
+}
 
 // ------------------------------------------------------------ pose maths
 

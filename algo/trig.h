@@ -1,0 +1,96 @@
+// Single-precision arc tangent and sine/cosine for the pose and transform
+// paths that run once per call of the exported kinematics.
+//
+// Both are evaluated in double and rounded once to float, so they are within
+// an ulp of the exact value (nearly always the correctly rounded float, which
+// the maths library's single-precision functions are not always). They have
+// no data-dependent branches: a random pose falls in a random octant, and
+// mispredicted octant branches cost more than the arithmetic. Both zeros,
+// infinities, NaN and angles too large for the two-part reduction take the
+// maths library's path.
+#pragma once
+
+#include <cmath>
+#include <cstddef>
+
+namespace trig {
+
+inline constexpr double k_pi = 3.14159265358979323846;
+inline constexpr double k_half_pi = 1.57079632679489661923;
+inline constexpr double k_quarter_pi = 0.78539816339744830962;
+
+// atan(n / d) for 0 <= n <= d, d > 0: above n/d = 0.66 through
+// atan(t) = pi/4 + atan((t-1)/(t+1)), which is (n-d)/(n+d) in one division;
+// then a rational approximation (Cephes' atan) good to about 1e-16.
+inline double octant_arc_tangent(double n, double d) {
+    const bool upper = n > 0.66 * d;
+    const double u = (upper ? n - d : n) / (upper ? n + d : d);
+    const double z = u * u;
+    const double p =
+        (((-8.750608600031904122785e-1 * z - 1.615753718733365076637e1) * z -
+          7.500855792314704667340e1) * z - 1.228866684490136173410e2) * z -
+        6.485021904942025371773e1;
+    const double q =
+        ((((z + 2.485846490142306297962e1) * z + 1.650270098316988542046e2) * z +
+          4.328810604912902668951e2) * z + 4.853903996359136964868e2) * z +
+        1.945506571482613964425e2;
+    const double r = u + u * z * p / q;
+    return upper ? k_quarter_pi + r : r;
+}
+
+// atan2(y, x) in [-pi, pi], the same quadrant rules as std::atan2.
+inline float arc_tangent2(float y, float x) {
+    if (!std::isfinite(x) || !std::isfinite(y) || (x == 0.0f && y == 0.0f))
+        return std::atan2(y, x);
+    const double ax = std::fabs(static_cast<double>(x));
+    const double ay = std::fabs(static_cast<double>(y));
+    const bool steep = ay > ax;
+    double r = octant_arc_tangent(steep ? ax : ay, steep ? ay : ax);
+    r = steep ? k_half_pi - r : r;
+    r = std::signbit(x) ? k_pi - r : r;
+    return static_cast<float>(std::copysign(r, static_cast<double>(y)));
+}
+
+// Beyond this magnitude the two-part reduction by pi/2 loses digits.
+inline constexpr float k_reduction_limit = 1.0e5f;
+
+// sin and cos of n angles. The quadrant comes from the nearest multiple of
+// pi/2; the remainder (|r| <= pi/4) goes through two short polynomials.
+template <std::size_t N> inline void sines_cosines(const float (&angle)[N], float (&s)[N], float (&c)[N]) {
+    bool tame = true;
+    for (std::size_t i = 0; i < N; ++i)
+        tame = tame && std::fabs(angle[i]) <= k_reduction_limit;
+    if (!tame) {
+        for (std::size_t i = 0; i < N; ++i) {
+            s[i] = std::sin(angle[i]);
+            c[i] = std::cos(angle[i]);
+        }
+        return;
+    }
+    constexpr double two_over_pi = 0.63661977236758134308;
+    // pi/2 split after 33 bits, so that j * hi is exact for every |j| < 2^20.
+    constexpr double half_pi_hi = 1.5707963267341256;
+    constexpr double half_pi_lo = 6.077100506506192e-11;
+    for (std::size_t i = 0; i < N; ++i) {
+        const double x = angle[i];
+        const int j = static_cast<int>(x * two_over_pi + std::copysign(0.5, x));
+        const double r = (x - j * half_pi_hi) - j * half_pi_lo;
+        const double z = r * r;
+        // Taylor series to r^11 and r^12: within 7e-12 on |r| <= pi/4.
+        const double sr =
+            r + r * z * (-1.0 / 6 + z * (1.0 / 120 + z * (-1.0 / 5040 +
+                                                     z * (1.0 / 362880 - z * (1.0 / 39916800)))));
+        const double cr =
+            1.0 - 0.5 * z +
+            z * z * (1.0 / 24 + z * (-1.0 / 720 + z * (1.0 / 40320 +
+                                                        z * (-1.0 / 3628800 + z * (1.0 / 479001600)))));
+        // Quadrant j mod 4: (s, c) = (sr, cr), (cr, -sr), (-sr, -cr), (-cr, sr).
+        // The choice is made by exact multiplications with 0, 1 and -1, which
+        // keeps the loop free of branches and open to vectorisation.
+        const double odd = j & 1, even = 1 - odd;
+        s[i] = static_cast<float>((sr * even + cr * odd) * (1 - (j & 2)));
+        c[i] = static_cast<float>((cr * even + sr * odd) * (1 - ((j + 1) & 2)));
+    }
+}
+
+} // namespace trig
