@@ -182,7 +182,7 @@ struct offset_elbow_arm {
     static constexpr int groups = 4;
     static constexpr int members = 2;
     double a3 = 0, a4 = 0, a6 = 0, d2 = 0, d4 = 0, d6 = 0;
-    double K0 = 0, Kn = 0, Kphi = 0;
+    double K0 = 0, Kn = 0, Kphi = 0, cKphi = 1, sKphi = 0;
     v3 S{}, P{}, fx{}, fy{}, zf{}; // flange position and axes
     double lo6 = 0, hi6 = 0;
 
@@ -207,6 +207,8 @@ struct offset_elbow_arm {
         Kn = std::hypot(K1, K2);
         if (Kn < k_pattern_tol) return k_ik_bad_geometry;
         Kphi = std::atan2(K2, K1);
+        cKphi = K1 / Kn;
+        sKphi = K2 / Kn;
         S = {0.0, 0.0, dh.d[0]};
         P = {F.p[0], F.p[1], F.p[2]};
         fx = column(F.R, 0);
@@ -263,8 +265,10 @@ struct offset_elbow_arm {
         // +-90 degrees, where the two choices of y3 meet) still has one.
         double c = (dist * dist - K0) / Kn;
         if (!ik_clamp_cosine(&c, Kn / (2.0 * dist), k_rounding_slack)) return false;
+        // t3 = Kphi + e acos(c); its cosine and sine by the sum formulas.
         const double t3 = Kphi + e * std::acos(c);
-        const double c3 = std::cos(t3), s3 = std::sin(t3);
+        const double se = e * std::sqrt((1.0 - c) * (1.0 + c));
+        const double c3 = cKphi * c - sKphi * se, s3 = sKphi * c + cKphi * se;
         const double ux = a3 * c3 + a4 + d2 * s3;
         const double uy = d4 + d2 * c3 - a3 * s3;
         if (std::fabs(ux) < 1e-10) return false;
@@ -312,6 +316,12 @@ constexpr double k_fine_step = 0.02;
 constexpr double k_diff_step = 1e-6;
 // Smallest outward probe step of strategy 1, radians.
 constexpr double k_min_probe = 0.02;
+// First step and reach of strategy 1's probe for a start of a group other
+// than the reference's own, radians of the parameter.
+constexpr double k_near_probe = 0.08;
+constexpr double k_near_reach = 0.64;
+// Where strategy 1 looks beside each refined start, radians of the parameter.
+constexpr double k_near_offsets[] = {-0.25, 0.25};
 
 // A point of the search: parameter, group and the joints of the member
 // followed there.
@@ -577,10 +587,10 @@ template <class Arm> class redundancy_search {
     // A group's start: its reference parameter, or when it has no solution
     // there the nearest parameter that has one, probing outward in steps of
     // `step`, doubling.
-    bool start_or_probe(int g, double step, search_point *sp) const {
+    bool start_or_probe(int g, double step, search_point *sp, double max_reach = k_inf) const {
         const double pg = clamp_param(arm_.reference_parameter(ref_t_, g));
         if (start(pg, g, sp)) return true;
-        const double span = highest(pg) - lowest(pg);
+        const double span = std::min(highest(pg) - lowest(pg), max_reach);
         for (double reach = step; reach <= span; reach *= 2.0)
             for (double probe : {pg - reach, pg + reach})
                 if (clamp_param(probe) == probe && start(probe, g, sp)) return true;
@@ -595,10 +605,12 @@ template <class Arm> class redundancy_search {
         search_point starts[Arm::groups];
         bool ok[Arm::groups] = {}, done[Arm::groups] = {};
         const int own = arm_.reference_group(ref_t_);
+        // Another group without a solution at its reference parameter may
+        // have one a little way off: the reference's group is read from its
+        // joints, and near the boundary between groups the target's can differ.
         for (int g = 0; g < Arm::groups; ++g)
-            ok[g] = g == own
-                        ? start_or_probe(g, step, &starts[g])
-                        : start(clamp_param(arm_.reference_parameter(ref_t_, g)), g, &starts[g]);
+            ok[g] = g == own ? start_or_probe(g, step, &starts[g])
+                             : start_or_probe(g, k_near_probe, &starts[g], k_near_reach);
         const double own_best = ok[own] ? starts[own].cost : k_inf;
         auto refine_in_order = [&](auto wanted) {
             int order[Arm::groups], n = 0;
@@ -615,6 +627,16 @@ template <class Arm> class redundancy_search {
             }
         };
         refine_in_order([&](int g) { return g == own || starts[g].cost < 1.5 * own_best; });
+        // The distance along the parameter need not fall steadily towards
+        // the nearest solution: another member's path can pass nearer a
+        // little way off. Points of the own group on either side that already
+        // beat the best found are refined too.
+        for (double offset : k_near_offsets) {
+            search_point side;
+            if (ok[own] && start(clamp_param(starts[own].p + offset), own, &side) &&
+                side.cost < best_cost_)
+                refine_near(side);
+        }
         if (found_) return;
         for (int g = 0; g < Arm::groups; ++g)
             if (!ok[g]) ok[g] = start_or_probe(g, step, &starts[g]);

@@ -39,17 +39,26 @@ inline double octant_arc_tangent(double n, double d) {
 }
 
 // atan2(y, x) in [-pi, pi], the same quadrant rules as std::atan2.
-inline float arc_tangent2(float y, float x) {
-    if (!std::isfinite(x) || !std::isfinite(y) || (x == 0.0f && y == 0.0f))
+inline double arc_tangent2(double y, double x) {
+    if (!std::isfinite(x) || !std::isfinite(y) || (x == 0.0 && y == 0.0))
         return std::atan2(y, x);
-    const double ax = std::fabs(static_cast<double>(x));
-    const double ay = std::fabs(static_cast<double>(y));
+    const double ax = std::fabs(x), ay = std::fabs(y);
     const bool steep = ay > ax;
     double r = octant_arc_tangent(steep ? ax : ay, steep ? ay : ax);
     r = steep ? k_half_pi - r : r;
     r = std::signbit(x) ? k_pi - r : r;
-    return static_cast<float>(std::copysign(r, static_cast<double>(y)));
+    return std::copysign(r, y);
 }
+
+inline float arc_tangent2(float y, float x) {
+    return static_cast<float>(arc_tangent2(static_cast<double>(y), static_cast<double>(x)));
+}
+
+inline constexpr double k_two_over_pi = 0.63661977236758134308;
+// pi/2 in two parts, the first with 33 significant bits, so that j times it
+// is exact for every |j| < 2^20.
+inline constexpr double k_half_pi_hi = 1.5707963267341256;
+inline constexpr double k_half_pi_lo = 6.077100506506192e-11;
 
 // Beyond this magnitude the two-part reduction by pi/2 loses digits.
 inline constexpr float k_reduction_limit = 1.0e5f;
@@ -67,14 +76,10 @@ template <std::size_t N> inline void sines_cosines(const float (&angle)[N], floa
         }
         return;
     }
-    constexpr double two_over_pi = 0.63661977236758134308;
-    // pi/2 split after 33 bits, so that j * hi is exact for every |j| < 2^20.
-    constexpr double half_pi_hi = 1.5707963267341256;
-    constexpr double half_pi_lo = 6.077100506506192e-11;
     for (std::size_t i = 0; i < N; ++i) {
         const double x = angle[i];
-        const int j = static_cast<int>(x * two_over_pi + std::copysign(0.5, x));
-        const double r = (x - j * half_pi_hi) - j * half_pi_lo;
+        const int j = static_cast<int>(x * k_two_over_pi + std::copysign(0.5, x));
+        const double r = (x - j * k_half_pi_hi) - j * k_half_pi_lo;
         const double z = r * r;
         // Taylor series to r^11 and r^12: within 7e-12 on |r| <= pi/4.
         const double sr =
