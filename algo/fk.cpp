@@ -279,24 +279,24 @@ bool is_identity(const ka_matrix_t &M) {
     return std::memcmp(M.data, k_identity, sizeof k_identity) == 0;
 }
 
-// A * B. An identity factor (no tool, no work frame, a floor mounting: the
-// usual case) is passed over; the product would give the other factor bit
-// for bit.
-ka_matrix_t compose(const ka_matrix_t &A, const ka_matrix_t &B) {
-    if (is_identity(A)) return B;
-    if (is_identity(B)) return A;
-    return matrix_m(A, B);
-}
+// Frames that are the identity (no tool, no work frame, a floor mounting:
+// the usual case) are passed over; the product would give the other factor
+// bit for bit.
 
 // Tool transform in the mounting frame: I * F * Tt. The caller holds the
 // context.
 ka_matrix_t tool_in_world(const float q[7]) {
-    return compose(compose(context_install_matrix(), flange(q)), context_tool_matrix());
+    ka_matrix_t T = flange(q);
+    if (const ka_matrix_t &I = context_install_matrix(); !is_identity(I)) T = matrix_m(I, T);
+    if (const ka_matrix_t &Tt = context_tool_matrix(); !is_identity(Tt)) T = matrix_m(T, Tt);
+    return T;
 }
 
 // The same in the work frame: W^-1 * I * F * Tt.
 ka_matrix_t tool_in_work(const float q[7]) {
-    return compose(context_work_to_base_matrix(), tool_in_world(q));
+    ka_matrix_t T = tool_in_world(q);
+    if (const ka_matrix_t &W = context_work_to_base_matrix(); !is_identity(W)) T = matrix_m(W, T);
+    return T;
 }
 
 } // namespace
