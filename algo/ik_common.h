@@ -110,7 +110,22 @@ bool ik_clamp_cosine(double *c, double scale, double length_slack = k_reach_slac
 // Polishes the joints q (dof entries, radians) towards the flange target by
 // damped Gauss-Newton on the general product of the DH links. true when the
 // pose error (metres and radians, combined) ends at or below tolerance.
-bool ik_polish(const dh_table &dh, int dof, const ik_frame &target, double q[], double tolerance);
+// Pose error of joints q against the target: metres and radians combined,
+// the measure ik_polish reduces.
+double ik_pose_error(const dh_table &dh, int dof, const ik_frame &target, const double q[]);
+
+// At most `steps` steps.
+bool ik_polish(const dh_table &dh, int dof, const ik_frame &target, double q[], double tolerance,
+               int steps = 12);
+
+// Moves a seven-axis solution q (on the target within k_polish_tolerance)
+// along the arm's self-motion towards ref: projected gradient steps in the
+// Jacobian's null space, each polished back onto the target and kept only
+// when it stays within the limits and comes nearer. Mends the answer of a
+// search along a parameter where that parameter describes the self-motion
+// badly (it turns the joints quickly).
+void ik_nearer_along_self_motion(const dh_table &dh, const ik_frame &target, const double ref[7],
+                                 const ik_limits &limits, double q[7]);
 
 // Cosine-rule slack of a near miss: a branch that misses its cosine rule by
 // less than this is finished with ik_polish instead of being dropped.

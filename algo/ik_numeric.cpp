@@ -137,7 +137,16 @@ void jacobian(const chain_state &st, int dof, double J[6][7]) {
 
 } // namespace
 
-bool ik_polish(const dh_table &dh, int dof, const ik_frame &target, double q[], double tolerance) {
+double ik_pose_error(const dh_table &dh, int dof, const ik_frame &target, const double q[]) {
+    chain_state st;
+    double e[6];
+    forward(dh, dof, q, &st);
+    pose_error(st.flange, target, e);
+    return norm6(e);
+}
+
+bool ik_polish(const dh_table &dh, int dof, const ik_frame &target, double q[], double tolerance,
+               int steps) {
     chain_state st;
     double e[6];
     forward(dh, dof, q, &st);
@@ -145,7 +154,7 @@ bool ik_polish(const dh_table &dh, int dof, const ik_frame &target, double q[], 
     double err = norm6(e);
     // Damping relative to the error: plain Gauss-Newton near the solution,
     // steadied where the chain is close to singular.
-    for (int it = 0; it < 12 && err > tolerance; ++it) {
+    for (int it = 0; it < steps && err > tolerance; ++it) {
         double J[6][7];
         jacobian(st, dof, J);
         const double lambda2 = 1e-4 * err * err;
@@ -182,4 +191,57 @@ bool ik_polish(const dh_table &dh, int dof, const ik_frame &target, double q[], 
         err = err_next;
     }
     return err <= tolerance;
+}
+
+void ik_nearer_along_self_motion(const dh_table &dh, const ik_frame &target, const double ref[7],
+                                 const ik_limits &limits, double q[7]) {
+    double best = ik_joint_distance2(q, ref, 7);
+    for (int it = 0; it < 3; ++it) {
+        chain_state st;
+        forward(dh, 7, q, &st);
+        double J[6][7];
+        jacobian(st, 7, J);
+        // step = -(I - J^T (J J^T)^-1 J) (q - ref)
+        double g[7], A[6][6], y[6];
+        for (int k = 0; k < 7; ++k)
+            g[k] = q[k] - ref[k];
+        for (int r = 0; r < 6; ++r) {
+            y[r] = 0.0;
+            for (int k = 0; k < 7; ++k)
+                y[r] += J[r][k] * g[k];
+            for (int c = 0; c < 6; ++c) {
+                double s = 0.0;
+                for (int k = 0; k < 7; ++k)
+                    s += J[r][k] * J[c][k];
+                A[r][c] = s;
+            }
+        }
+        if (!solve6(A, y)) return; // singular arm: the self-motion is not one curve here
+        double step[7], length = 0.0;
+        for (int k = 0; k < 7; ++k) {
+            double s = g[k];
+            for (int r = 0; r < 6; ++r)
+                s -= J[r][k] * y[r];
+            step[k] = -s;
+            length = std::max(length, std::fabs(s));
+        }
+        // Below a milliradian the distance would change by a trifle.
+        if (length < 1e-3) return;
+        bool moved = false;
+        for (double scale = 1.0; scale > 0.1 && !moved; scale *= 0.5) {
+            double trial[7];
+            for (int k = 0; k < 7; ++k)
+                trial[k] = q[k] + scale * step[k];
+            if (!ik_polish(dh, 7, target, trial, k_polish_tolerance)) continue;
+            bool inside = true;
+            for (int k = 0; k < 7; ++k)
+                inside = inside && trial[k] >= limits.lo[k] && trial[k] <= limits.hi[k];
+            const double d = ik_joint_distance2(trial, ref, 7);
+            if (!inside || !(d < best)) continue;
+            best = d;
+            std::copy(trial, trial + 7, q);
+            moved = true;
+        }
+        if (!moved) return;
+    }
 }

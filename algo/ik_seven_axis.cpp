@@ -695,6 +695,46 @@ template <class Arm> class redundancy_search {
     }
 };
 
+// A traversal range of at least this covers the whole parameter, rad.
+constexpr float k_whole_range = 3.14f;
+// Largest joint difference of an answer from its reference beyond which the
+// answer is checked against Newton's method started at the reference, rad.
+constexpr double k_suspect_gap = 0.6;
+// Newton's method is started at the reference only when its pose is off the
+// target by at most this (metres and radians combined; a reference within
+// 0.3 rad of a solution is off by less than 0.9), and given a handful of
+// steps.
+constexpr double k_reference_error_bound = 1.0;
+constexpr int k_steps_from_reference = 6;
+
+double max_joint_gap(const double a[7], const double b[7]) {
+    double gap = 0.0;
+    for (int i = 0; i < 7; ++i)
+        gap = std::max(gap, std::fabs(a[i] - b[i]));
+    return gap;
+}
+
+// The search's answer q, brought nearer to the reference where it can be:
+// along the self-motion, and, when a joint stays far from the reference, by
+// Newton's method started at the reference (where the search's closed form
+// is ill-conditioned, QUIL's elbow offset vanishing, the search may not
+// have reached the neighbourhood of a solution next to the reference).
+void bring_nearer(const dh_table &dh, const ik_frame &flange, const double q_ref[7],
+                  const ik_limits &limits, double q[7]) {
+    ik_nearer_along_self_motion(dh, flange, q_ref, limits, q);
+    if (max_joint_gap(q, q_ref) <= k_suspect_gap ||
+        ik_pose_error(dh, 7, flange, q_ref) > k_reference_error_bound)
+        return;
+    double from_ref[7];
+    std::copy(q_ref, q_ref + 7, from_ref);
+    if (!(ik_polish(dh, 7, flange, from_ref, k_polish_tolerance, k_steps_from_reference) &&
+          find_nearest_joint(from_ref, 7, q_ref, limits, from_ref)))
+        return;
+    ik_nearer_along_self_motion(dh, flange, q_ref, limits, from_ref);
+    if (ik_joint_distance2(from_ref, q_ref, 7) < ik_joint_distance2(q, q_ref, 7))
+        std::copy(from_ref, from_ref + 7, q);
+}
+
 template <class Arm>
 int solve_redundant(const Arm &arm, const dh_table &dh, const ik_frame &flange,
                     const double q_ref[7], const ik_limits &limits, ik_redundancy redundancy,
@@ -710,6 +750,9 @@ int solve_redundant(const Arm &arm, const dh_table &dh, const ik_frame &flange,
     if (!(ik_polish(dh, 7, flange, q, k_polish_tolerance) &&
           find_nearest_joint(q, 7, q_ref, limits, q)))
         return k_ik_no_solution;
+    // A traversal of a narrowed window keeps its answer's parameter there.
+    if (!(redundancy.strategy == 0 && redundancy.range < k_whole_range))
+        bring_nearer(dh, flange, q_ref, limits, q);
     std::copy(q, q + 7, q_out);
     return k_ik_ok;
 }

@@ -23,12 +23,11 @@ constexpr ik_redundancy k_traverse{3.14f, 0};
 struct solver_case {
     int type;
     int sensor;
-    // Seven-axis: share of near references for which the local search ends at
-    // least as near as the target's own joints. It misses the target's own
-    // basin where that lies farther along the parameter than it looks, where
-    // it is an in-limit window too narrow to be met (a joint at its limit),
-    // or where the target's rounding moves the exact solutions far (QUIL
-    // near a vanishing elbow offset).
+    // Seven-axis: share of near references for which the answer is at least
+    // as near as the target's own joints. The rest are mostly targets next
+    // to QUIL's stretched or folded elbow, where the target's rounding moves
+    // the exact solutions farther than the reference's spread, and in-limit
+    // windows too narrow for the search to meet.
     double nearest_share;
 };
 
@@ -273,8 +272,8 @@ INSTANTIATE_TEST_SUITE_P(Models, Solver,
                          ::testing::Values(solver_case{0, 0, 1}, solver_case{0, 2, 1},
                                            solver_case{3, 0, 1}, solver_case{4, 0, 1},
                                            solver_case{5, 0, 1}, solver_case{6, 0, 1},
-                                           solver_case{8, 1, 1}, solver_case{1, 0, 0.99},
-                                           solver_case{1, 2, 0.99}, solver_case{7, 0, 0.95}),
+                                           solver_case{8, 1, 1}, solver_case{1, 0, 0.993},
+                                           solver_case{1, 2, 0.993}, solver_case{7, 0, 0.98}),
                          [](const ::testing::TestParamInfo<solver_case> &info) {
                              return test_name(info.param.type) + "_sensor" +
                                     std::to_string(info.param.sensor);
