@@ -697,6 +697,10 @@ template <class Arm> class redundancy_search {
 
 // A traversal range of at least this covers the whole parameter, rad.
 constexpr float k_whole_range = 3.14f;
+// Largest joint difference of an answer from its reference up to which it is
+// moved along the self-motion, rad. A farther answer is left as the search
+// found it: from far away the steps cost many polishes and seldom gain.
+constexpr double k_self_motion_gap = 1.0;
 // Largest joint difference of an answer from its reference beyond which the
 // answer is checked against Newton's method started at the reference, rad.
 constexpr double k_suspect_gap = 0.6;
@@ -715,13 +719,14 @@ double max_joint_gap(const double a[7], const double b[7]) {
 }
 
 // The search's answer q, brought nearer to the reference where it can be:
-// along the self-motion, and, when a joint stays far from the reference, by
+// along the self-motion when it is close, and, when a joint stays far, by
 // Newton's method started at the reference (where the search's closed form
 // is ill-conditioned, QUIL's elbow offset vanishing, the search may not
 // have reached the neighbourhood of a solution next to the reference).
 void bring_nearer(const dh_table &dh, const ik_frame &flange, const double q_ref[7],
                   const ik_limits &limits, double q[7]) {
-    ik_nearer_along_self_motion(dh, flange, q_ref, limits, q);
+    if (max_joint_gap(q, q_ref) <= k_self_motion_gap)
+        ik_nearer_along_self_motion(dh, flange, q_ref, limits, q);
     if (max_joint_gap(q, q_ref) <= k_suspect_gap ||
         ik_pose_error(dh, 7, flange, q_ref) > k_reference_error_bound)
         return;
