@@ -322,6 +322,16 @@ constexpr double k_near_probe = 0.08;
 constexpr double k_near_reach = 0.64;
 // Where strategy 1 looks beside each refined start, radians of the parameter.
 constexpr double k_near_offsets[] = {-0.25, 0.25};
+// An answer none of whose joints is farther than this from the reference
+// is not looked beside, rad.
+constexpr double k_close_gap = 0.3;
+
+double max_joint_gap(const double a[7], const double b[7]) {
+    double gap = 0.0;
+    for (int i = 0; i < 7; ++i)
+        gap = std::max(gap, std::fabs(a[i] - b[i]));
+    return gap;
+}
 
 // A point of the search: parameter, group and the joints of the member
 // followed there.
@@ -629,9 +639,12 @@ template <class Arm> class redundancy_search {
         refine_in_order([&](int g) { return g == own || starts[g].cost < 1.5 * own_best; });
         // The distance along the parameter need not fall steadily towards
         // the nearest solution: another member's path can pass nearer a
-        // little way off. Points of the own group on either side that already
-        // beat the best found are refined too.
+        // little way off. Unless every joint of the best found is already
+        // close to the reference, points of the own group on either side
+        // that beat it are refined too.
+        const bool close = found_ && max_joint_gap(best_, ref_) <= k_close_gap;
         for (double offset : k_near_offsets) {
+            if (close) break;
             search_point side;
             if (ok[own] && start(clamp_param(starts[own].p + offset), own, &side) &&
                 side.cost < best_cost_)
@@ -699,7 +712,9 @@ template <class Arm> class redundancy_search {
 constexpr float k_whole_range = 3.14f;
 // Largest joint difference of an answer from its reference up to which it is
 // moved along the self-motion, rad. A farther answer is left as the search
-// found it: from far away the steps cost many polishes and seldom gain.
+// found it: from far away the steps cost many polishes and seldom gain. So is
+// one with every joint within k_close_gap: the search's descent has settled
+// it, and a step would gain a trifle for its cost.
 constexpr double k_self_motion_gap = 1.0;
 // Largest joint difference of an answer from its reference beyond which the
 // answer is checked against Newton's method started at the reference, rad.
@@ -711,21 +726,15 @@ constexpr double k_suspect_gap = 0.6;
 constexpr double k_reference_error_bound = 1.0;
 constexpr int k_steps_from_reference = 6;
 
-double max_joint_gap(const double a[7], const double b[7]) {
-    double gap = 0.0;
-    for (int i = 0; i < 7; ++i)
-        gap = std::max(gap, std::fabs(a[i] - b[i]));
-    return gap;
-}
-
 // The search's answer q, brought nearer to the reference where it can be:
-// along the self-motion when it is close, and, when a joint stays far, by
+// along the self-motion, and, when a joint stays far, by
 // Newton's method started at the reference (where the search's closed form
 // is ill-conditioned, QUIL's elbow offset vanishing, the search may not
 // have reached the neighbourhood of a solution next to the reference).
 void bring_nearer(const dh_table &dh, const ik_frame &flange, const double q_ref[7],
                   const ik_limits &limits, double q[7]) {
-    if (max_joint_gap(q, q_ref) <= k_self_motion_gap)
+    const double gap = max_joint_gap(q, q_ref);
+    if (gap > k_close_gap && gap <= k_self_motion_gap)
         ik_nearer_along_self_motion(dh, flange, q_ref, limits, q);
     if (max_joint_gap(q, q_ref) <= k_suspect_gap ||
         ik_pose_error(dh, 7, flange, q_ref) > k_reference_error_bound)
