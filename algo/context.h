@@ -63,8 +63,17 @@ void load_arm_snapshot(const arm_snapshot &snapshot);
 class context_scope {
   public:
     context_scope() : lock_(algo_context_mutex()) {}
-    explicit context_scope(const ka_robot_handle *handle)
-        : context_scope(take_arm_snapshot(handle)) {}
+    // The arm's parameters are copied before the lock is taken. A null
+    // handle computes on the context as it is, with nothing to copy.
+    explicit context_scope(const ka_robot_handle *handle) {
+        if (!handle) {
+            lock_ = std::unique_lock<std::recursive_mutex>(algo_context_mutex());
+            return;
+        }
+        const arm_snapshot snapshot = take_arm_snapshot(handle);
+        lock_ = std::unique_lock<std::recursive_mutex>(algo_context_mutex());
+        load_arm_snapshot(snapshot);
+    }
     explicit context_scope(const arm_snapshot &snapshot) : lock_(algo_context_mutex()) {
         load_arm_snapshot(snapshot);
     }

@@ -1,5 +1,6 @@
 #include "algo/fk.h"
 
+#include "algo/compiler.h"
 #include "algo/context.h"
 #include "algo/matrix.h"
 #include "algo/pose_math.h"
@@ -202,7 +203,7 @@ inline void position_step(float (&p)[3], const dh_table &dh, const joint_trig<Sh
     }
 }
 
-template <auto Shape> void chain_transform(const dh_table &dh, const float *q, float T[4][4]) {
+template <auto Shape> KA_FLATTEN void chain_transform(const dh_table &dh, const float *q, float T[4][4]) {
     const joint_trig<Shape> t(q);
     float R[3][3];
     float p[3];
@@ -221,7 +222,7 @@ template <auto Shape> void chain_transform(const dh_table &dh, const float *q, f
     T[3][3] = 1.0f;
 }
 
-template <auto Shape> void chain_rotation(const float *q, float R[3][3]) {
+template <auto Shape> KA_FLATTEN void chain_rotation(const float *q, float R[3][3]) {
     const joint_trig<Shape> t(q);
     float r[3][3];
     [&]<std::size_t... I>(std::index_sequence<I...>) { (rotation_step<Shape, I>(r, t), ...); }
@@ -231,7 +232,7 @@ template <auto Shape> void chain_rotation(const float *q, float R[3][3]) {
             R[i][j] = r[i][j];
 }
 
-template <auto Shape> void chain_position(const dh_table &dh, const float *q, float out[3]) {
+template <auto Shape> KA_FLATTEN void chain_position(const dh_table &dh, const float *q, float out[3]) {
     const joint_trig<Shape> t(q);
     float p[3] = {0.0f, 0.0f, 0.0f};
     [&]<std::size_t... I>(std::index_sequence<I...>) { (position_step<Shape, I>(p, dh, t), ...); }
@@ -538,7 +539,7 @@ ka_pose_t Forward_Kinematics_e(ka_robot_handle *handle, const float q_deg[7]) {
     return transformation_matrix_to_pose(flange(q));
 }
 
-extern "C" ka_pose_t ka_algo_forward_kinematics(ka_robot_handle *handle, const float *joint) {
+extern "C" KA_FLATTEN ka_pose_t ka_algo_forward_kinematics(ka_robot_handle *handle, const float *joint) {
     context_scope scope(handle);
     if (!joint) return ka_pose_t{};
     float q[7];

@@ -1,5 +1,6 @@
 #include "algo/pose_math.h"
 
+#include "algo/compiler.h"
 #include "algo/matrix.h"
 #include "algo/trig.h"
 
@@ -180,7 +181,7 @@ ka_matrix_t pose_quat_to_transformation_matrix(const ka_pose_t &pose) {
     return transform_from(r, pose.position);
 }
 
-ka_pose_t transformation_matrix_to_pose(const ka_matrix_t &T) {
+KA_FLATTEN ka_pose_t transformation_matrix_to_pose(const ka_matrix_t &T) {
     rot3 r{};
     rotation_of(T, r);
     ka_pose_t pose;
