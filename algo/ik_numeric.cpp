@@ -135,6 +135,18 @@ void jacobian(const chain_state &st, int dof, double J[6][7]) {
     }
 }
 
+// A = J J^T + lambda2 I.
+void gram(const double J[6][7], int dof, double lambda2, double A[6][6]) {
+    for (int r = 0; r < 6; ++r) {
+        for (int c = 0; c < 6; ++c) {
+            double s = 0.0;
+            for (int k = 0; k < dof; ++k)
+                s += J[r][k] * J[c][k];
+            A[r][c] = s + (r == c ? lambda2 : 0.0);
+        }
+    }
+}
+
 } // namespace
 
 double ik_pose_error(const dh_table &dh, int dof, const ik_frame &target, const double q[]) {
@@ -157,17 +169,10 @@ bool ik_polish(const dh_table &dh, int dof, const ik_frame &target, double q[], 
     for (int it = 0; it < steps && err > tolerance; ++it) {
         double J[6][7];
         jacobian(st, dof, J);
-        const double lambda2 = 1e-4 * err * err;
         double A[6][6], y[6];
-        for (int r = 0; r < 6; ++r) {
-            for (int c = 0; c < 6; ++c) {
-                double s = 0.0;
-                for (int k = 0; k < dof; ++k)
-                    s += J[r][k] * J[c][k];
-                A[r][c] = s + (r == c ? lambda2 : 0.0);
-            }
+        gram(J, dof, 1e-4 * err * err, A);
+        for (int r = 0; r < 6; ++r)
             y[r] = e[r];
-        }
         if (!solve6(A, y)) return false;
         double trial[7];
         for (int k = 0; k < dof; ++k) {
@@ -205,16 +210,11 @@ void ik_nearer_along_self_motion(const dh_table &dh, const ik_frame &target, con
         double g[7], A[6][6], y[6];
         for (int k = 0; k < 7; ++k)
             g[k] = q[k] - ref[k];
+        gram(J, 7, 0.0, A);
         for (int r = 0; r < 6; ++r) {
             y[r] = 0.0;
             for (int k = 0; k < 7; ++k)
                 y[r] += J[r][k] * g[k];
-            for (int c = 0; c < 6; ++c) {
-                double s = 0.0;
-                for (int k = 0; k < 7; ++k)
-                    s += J[r][k] * J[c][k];
-                A[r][c] = s;
-            }
         }
         if (!solve6(A, y)) return; // singular arm: the self-motion is not one curve here
         double step[7], length = 0.0;
