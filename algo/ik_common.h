@@ -8,6 +8,7 @@
 #include "ka_api.h"
 
 #include <cmath>
+#include <limits>
 
 inline constexpr double k_pi = 3.14159265358979323846;
 inline constexpr double k_two_pi = 2.0 * k_pi;
@@ -110,13 +111,10 @@ bool ik_clamp_cosine(double *c, double scale, double length_slack = k_reach_slac
 // Polishes the joints q (dof entries, radians) towards the flange target by
 // damped Gauss-Newton on the general product of the DH links. true when the
 // pose error (metres and radians, combined) ends at or below tolerance.
-// Pose error of joints q against the target: metres and radians combined,
-// the measure ik_polish reduces.
-double ik_pose_error(const dh_table &dh, int dof, const ik_frame &target, const double q[]);
-
-// At most `steps` steps.
+// At most `steps` steps; false at once when q starts farther off the target
+// than start_bound (same measure).
 bool ik_polish(const dh_table &dh, int dof, const ik_frame &target, double q[], double tolerance,
-               int steps = 12);
+               int steps = 12, double start_bound = std::numeric_limits<double>::infinity());
 
 // Moves a seven-axis solution q (on the target within k_polish_tolerance)
 // along the arm's self-motion towards ref: projected gradient steps in the

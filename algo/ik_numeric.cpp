@@ -149,21 +149,14 @@ void gram(const double J[6][7], int dof, double lambda2, double A[6][6]) {
 
 } // namespace
 
-double ik_pose_error(const dh_table &dh, int dof, const ik_frame &target, const double q[]) {
-    chain_state st;
-    double e[6];
-    forward(dh, dof, q, &st);
-    pose_error(st.flange, target, e);
-    return norm6(e);
-}
-
 bool ik_polish(const dh_table &dh, int dof, const ik_frame &target, double q[], double tolerance,
-               int steps) {
+               int steps, double start_bound) {
     chain_state st;
     double e[6];
     forward(dh, dof, q, &st);
     pose_error(st.flange, target, e);
     double err = norm6(e);
+    if (err > start_bound) return false;
     // Damping relative to the error: plain Gauss-Newton near the solution,
     // steadied where the chain is close to singular.
     for (int it = 0; it < steps && err > tolerance; ++it) {

@@ -736,12 +736,11 @@ void bring_nearer(const dh_table &dh, const ik_frame &flange, const double q_ref
     const double gap = max_joint_gap(q, q_ref);
     if (gap > k_close_gap && gap <= k_self_motion_gap)
         ik_nearer_along_self_motion(dh, flange, q_ref, limits, q);
-    if (max_joint_gap(q, q_ref) <= k_suspect_gap ||
-        ik_pose_error(dh, 7, flange, q_ref) > k_reference_error_bound)
-        return;
+    if (max_joint_gap(q, q_ref) <= k_suspect_gap) return;
     double from_ref[7];
     std::copy(q_ref, q_ref + 7, from_ref);
-    if (!(ik_polish(dh, 7, flange, from_ref, k_polish_tolerance, k_steps_from_reference) &&
+    if (!(ik_polish(dh, 7, flange, from_ref, k_polish_tolerance, k_steps_from_reference,
+                    k_reference_error_bound) &&
           find_nearest_joint(from_ref, 7, q_ref, limits, from_ref)))
         return;
     ik_nearer_along_self_motion(dh, flange, q_ref, limits, from_ref);
