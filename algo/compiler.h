@@ -10,3 +10,13 @@
 #else
 #define KA_FLATTEN
 #endif
+
+// Hide an integer's value from the optimiser. A condition turned into a
+// number and hidden this way is used as a number: otherwise the compiler
+// turns the arithmetic selections it feeds back into branches, which are
+// unpredictable when the condition depends on random data.
+#if defined(__GNUC__)
+#define KA_OPAQUE(x) __asm__("" : "+r"(x))
+#else
+#define KA_OPAQUE(x) ((void)(x))
+#endif

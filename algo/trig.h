@@ -10,8 +10,12 @@
 // maths library's path.
 #pragma once
 
+#include "algo/compiler.h"
+
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 
 namespace trig {
 
@@ -19,23 +23,34 @@ inline constexpr double k_pi = 3.14159265358979323846;
 inline constexpr double k_half_pi = 1.57079632679489661923;
 inline constexpr double k_quarter_pi = 0.78539816339744830962;
 
+// 1.0 or 0.0 for a condition, as a number the compiler cannot branch on.
+// Choices between computed values are made by exact multiplications with 0
+// and 1 (x * 0 + y and x * 1 + y are exact), not by conditional expressions:
+// the compiler turns those into branches, which a random pose mispredicts.
+inline double flag(bool condition) {
+    std::int64_t f = condition;
+    KA_OPAQUE(f);
+    return static_cast<double>(f);
+}
+
 // atan(n / d) for 0 <= n <= d, d > 0: above n/d = 0.66 through
-// atan(t) = pi/4 + atan((t-1)/(t+1)), which is (n-d)/(n+d) in one division;
-// then a rational approximation (Cephes' atan) good to about 1e-16.
+// atan(t) = pi/4 + atan((t-1)/(t+1)); then a rational approximation
+// (Cephes' atan) good to about 1e-16. The call sits at the end of a forward-
+// kinematics chain, where latency is what counts: both quotients are taken
+// side by side while the condition is worked out, and both polynomials go
+// by powers z, z^2, z^4 in parallel pairs rather than one long chain.
 inline double octant_arc_tangent(double n, double d) {
-    const bool upper = n > 0.66 * d;
-    const double u = (upper ? n - d : n) / (upper ? n + d : d);
-    const double z = u * u;
-    const double p =
-        (((-8.750608600031904122785e-1 * z - 1.615753718733365076637e1) * z -
-          7.500855792314704667340e1) * z - 1.228866684490136173410e2) * z -
-        6.485021904942025371773e1;
-    const double q =
-        ((((z + 2.485846490142306297962e1) * z + 1.650270098316988542046e2) * z +
-          4.328810604912902668951e2) * z + 4.853903996359136964868e2) * z +
-        1.945506571482613964425e2;
-    const double r = u + u * z * p / q;
-    return upper ? k_quarter_pi + r : r;
+    const double upper = flag(n > 0.66 * d);
+    const double u = (n / d) * (1.0 - upper) + ((n - d) / (n + d)) * upper;
+    const double z = u * u, z2 = z * z, z4 = z2 * z2;
+    const double p = (-6.485021904942025371773e1 - 1.228866684490136173410e2 * z) +
+                     z2 * (-7.500855792314704667340e1 - 1.615753718733365076637e1 * z) +
+                     z4 * -8.750608600031904122785e-1;
+    const double q = (1.945506571482613964425e2 + 4.853903996359136964868e2 * z) +
+                     z2 * (4.328810604912902668951e2 + 1.650270098316988542046e2 * z) +
+                     z4 * (2.485846490142306297962e1 + z);
+    const double r = u + (u * z) * p / q;
+    return r + k_quarter_pi * upper;
 }
 
 // atan2(y, x) in [-pi, pi], the same quadrant rules as std::atan2.
@@ -43,11 +58,14 @@ inline double arc_tangent2(double y, double x) {
     if (!std::isfinite(x) || !std::isfinite(y) || (x == 0.0 && y == 0.0))
         return std::atan2(y, x);
     const double ax = std::fabs(x), ay = std::fabs(y);
-    const bool steep = ay > ax;
-    double r = octant_arc_tangent(steep ? ax : ay, steep ? ay : ax);
-    r = steep ? k_half_pi - r : r;
-    r = std::signbit(x) ? k_pi - r : r;
-    return std::copysign(r, y);
+    // The octant's angle r becomes pi/2 - r when steep, then pi - that when
+    // x < 0: offset + sign * r, both known before r is. (x = -0 only comes
+    // here with y != 0, where the angle is pi/2 either way.)
+    const double steep = flag(ay > ax), behind = flag(x < 0.0);
+    const double sign = (1.0 - 2.0 * steep) * (1.0 - 2.0 * behind);
+    const double offset = k_pi * behind + k_half_pi * steep * (1.0 - 2.0 * behind);
+    const double r = octant_arc_tangent(std::min(ax, ay), std::max(ax, ay));
+    return std::copysign(offset + sign * r, y);
 }
 
 inline float arc_tangent2(float y, float x) {
@@ -80,13 +98,14 @@ template <std::size_t N> inline void sines_cosines(const float (&angle)[N], floa
         const double x = angle[i];
         const int j = static_cast<int>(x * k_two_over_pi + std::copysign(0.5, x));
         const double r = (x - j * k_half_pi_hi) - j * k_half_pi_lo;
-        const double z = r * r;
+        const double z = r * r, z2 = z * z;
         // Taylor series to r^9 and r^10: within 2e-9 of sin and 2e-10 of cos
-        // on |r| <= pi/4, well inside half an ulp of the float result.
-        const double sr =
-            r + r * z * (-1.0 / 6 + z * (1.0 / 120 + z * (-1.0 / 5040 + z * (1.0 / 362880))));
-        const double cr = 1.0 - 0.5 * z +
-                          z * z * (1.0 / 24 + z * (-1.0 / 720 + z * (1.0 / 40320 - z * (1.0 / 3628800))));
+        // on |r| <= pi/4, well inside half an ulp of the float result. The
+        // terms go in pairs by z and z^2 (a shorter chain than one by one).
+        const double sr = r + (r * z) * ((-1.0 / 6 + z * (1.0 / 120)) +
+                                         z2 * (-1.0 / 5040 + z * (1.0 / 362880)));
+        const double cr = (1.0 - 0.5 * z) + z2 * ((1.0 / 24 - z * (1.0 / 720)) +
+                                                  z2 * (1.0 / 40320 - z * (1.0 / 3628800)));
         // Quadrant j mod 4: (s, c) = (sr, cr), (cr, -sr), (-sr, -cr), (-cr, sr).
         // The choice is made by exact multiplications with 0, 1 and -1, which
         // keeps the loop free of branches and open to vectorisation.
