@@ -24,10 +24,10 @@ struct solver_case {
     int type;
     int sensor;
     // Seven-axis: share of near references for which the answer is at least
-    // as near as the target's own joints. The rest are mostly targets next
-    // to QUIL's stretched or folded elbow, where the target's rounding moves
-    // the exact solutions farther than the reference's spread, and in-limit
-    // windows too narrow for the search to meet.
+    // as near as the target's own joints (which do solve the rounded
+    // target). The rest are mostly next to QUIL's stretched or folded elbow,
+    // where the joints turn quickly with the search parameter and the
+    // distance dips too narrowly for the search to meet.
     double nearest_share;
 };
 
