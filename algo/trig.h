@@ -15,7 +15,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <cstdint>
 
 namespace trig {
 
@@ -28,7 +27,7 @@ inline constexpr double k_quarter_pi = 0.78539816339744830962;
 // and 1 (x * 0 + y and x * 1 + y are exact), not by conditional expressions:
 // the compiler turns those into branches, which a random pose mispredicts.
 inline double flag(bool condition) {
-    std::int64_t f = condition;
+    int f = condition;
     KA_OPAQUE(f);
     return static_cast<double>(f);
 }
