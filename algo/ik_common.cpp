@@ -1,6 +1,7 @@
 #include "algo/ik_common.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 namespace {
@@ -205,4 +206,65 @@ bool ik_frame_finite(const ik_frame &F) {
             if (!std::isfinite(F.R[i][j])) return false;
     }
     return true;
+}
+
+double ik_polynomial(const double *c, int n, double x) {
+    double y = c[n];
+    for (int i = n - 1; i >= 0; --i)
+        y = y * x + c[i];
+    return y;
+}
+
+// A line's and a parabola's roots are closed forms; a higher degree is
+// monotone between its derivative's roots, so each piece holds at most one,
+// found by Newton's method kept inside the piece by bisection.
+int ik_polynomial_roots(const double *c, int n, double lo, double hi, double *roots) {
+    while (n > 0 && c[n] == 0.0)
+        --n;
+    if (n <= 0) return 0;
+    const double f_lo = ik_polynomial(c, n, lo), f_hi = ik_polynomial(c, n, hi);
+    if (n == 1) {
+        if ((f_lo > 0.0) == (f_hi > 0.0)) return 0;
+        roots[0] = std::clamp(-c[0] / c[1], lo, hi);
+        return 1;
+    }
+    double ends[5];
+    int m = 0;
+    ends[m++] = lo;
+    if (n == 2) {
+        const double vertex = -c[1] / (2.0 * c[2]);
+        if (vertex > lo && vertex < hi) ends[m++] = vertex;
+    } else {
+        double derivative[4];
+        for (int i = 1; i <= n; ++i)
+            derivative[i - 1] = i * c[i];
+        m += ik_polynomial_roots(derivative, n - 1, lo, hi, ends + m);
+    }
+    ends[m++] = hi;
+    int count = 0;
+    for (int k = 0; k + 1 < m; ++k) {
+        double a = ends[k], b = ends[k + 1];
+        const bool above = (k == 0 ? f_lo : ik_polynomial(c, n, a)) > 0.0;
+        if (above == ((k + 2 == m ? f_hi : ik_polynomial(c, n, b)) > 0.0)) continue;
+        double x = 0.5 * (a + b);
+        for (int it = 0; it < 100 && b - a > 1e-15 * std::max(1.0, std::fabs(x)); ++it) {
+            double f = c[n], df = 0.0;
+            for (int i = n - 1; i >= 0; --i) {
+                df = df * x + f;
+                f = f * x + c[i];
+            }
+            if (f == 0.0) break;
+            ((f > 0.0) == above ? a : b) = x;
+            const double next = x - f / df;
+            // Quadratic convergence: after a step this small the root is
+            // as exact as the arithmetic.
+            if (std::fabs(next - x) < 1e-9 * std::max(1.0, std::fabs(x))) {
+                x = std::clamp(next, a, b);
+                break;
+            }
+            x = next > a && next < b ? next : 0.5 * (a + b);
+        }
+        roots[count++] = x;
+    }
+    return count;
 }

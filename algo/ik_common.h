@@ -142,3 +142,11 @@ ik_reach ik_reach_cosine(double *c, double scale);
 
 // Every entry of the target finite.
 bool ik_frame_finite(const ik_frame &F);
+
+// c[0] + c[1] x + ... + c[n] x^n.
+double ik_polynomial(const double *c, int n, double x);
+
+// The points within [lo, hi] where a polynomial of degree n <= 4 changes
+// sign, ascending, written to roots (at most n); returns their number.
+// Roots a tangency only touches are not sign changes and are not reported.
+int ik_polynomial_roots(const double *c, int n, double lo, double hi, double *roots);

@@ -33,6 +33,15 @@ inline v3 cross(const v3 &a, const v3 &b) {
 inline double norm(const v3 &a) { return std::sqrt(dot(a, a)); }
 inline v3 column(const double R[3][3], int j) { return {R[0][j], R[1][j], R[2][j]}; }
 
+// p * q for polynomials of degree <= 2, coefficients ascending.
+void product2(const double p[3], const double q[3], double out[5]) {
+    for (int i = 0; i < 5; ++i)
+        out[i] = 0.0;
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j)
+            out[i + j] += p[i] * q[j];
+}
+
 // ------------------------------------------------------------------ LUNE
 // Shoulder S at height d0, elbow E at d2 from S, wrist centre W at d4 from E
 // and d6 behind the flange. E lies on a circle about the line S-W:
@@ -168,6 +177,14 @@ struct arm_angle_arm {
     }
 };
 
+// Where along the redundancy parameter the groups of each elbow sign (bit 1
+// of the group) have solutions at all.
+struct solution_intervals {
+    static constexpr int cap = 24;
+    int n[2] = {0, 0};
+    double iv[2][cap][2];
+};
+
 // ------------------------------------------------------------------ QUIL
 // The last joint t6 fixes frame 5: x5 = R (c6, -s6, 0), z5 = R (s6, c6, 0),
 // and the wrist point W = p - a6 x5 - d6 z (origin of frames 4 and 5).
@@ -185,6 +202,12 @@ struct offset_elbow_arm {
     double K0 = 0, Kn = 0, Kphi = 0, cKphi = 1, sKphi = 0;
     v3 S{}, P{}, fx{}, fy{}, zf{}; // flange position and axes
     double lo6 = 0, hi6 = 0;
+    // Where a group has solutions at all. With V = P - d6 z - S,
+    // V . fx = rho cos(phi), V . fy = rho sin(phi) and x = cos(t6 + phi):
+    // |W - S|^2 = A - B x and delta^2 = |W - S|^2 - rho^2 (1 - x^2), so the
+    // elbow's cosine c is linear in x and whether an elbow sign has
+    // solutions depends on x alone.
+    double vA = 0, vB = 0, rho = 0, phi = 0, ua = 0, ub = 0;
 
     int setup(const dh_table &dh, const ik_frame &F, const ik_limits &limits) {
         static constexpr double alpha[7] = {0,         -k_pi / 2, k_pi / 2, k_pi / 2,
@@ -216,7 +239,127 @@ struct offset_elbow_arm {
         zf = column(F.R, 2);
         lo6 = limits.lo[6] + dh.offset[6];
         hi6 = limits.hi[6] + dh.offset[6];
+        const v3 V = P - d6 * zf - S;
+        rho = std::hypot(dot(V, fx), dot(V, fy));
+        phi = std::atan2(dot(V, fy), dot(V, fx));
+        vA = dot(V, V) + a6 * a6;
+        vB = 2.0 * a6 * rho;
+        // uy = d4 + ua c - ub e sqrt(1 - c^2).
+        ua = d2 * cKphi - a3 * sKphi;
+        ub = d2 * sKphi + a3 * cKphi;
         return k_ik_ok;
+    }
+
+    // delta^2 - uy^2 for elbow sign e at x: a group has solutions where it
+    // is not negative and |c| <= 1.
+    double y3_margin(double x, double e) const {
+        const double c = std::clamp((vA - vB * x - K0) / Kn, -1.0, 1.0);
+        const double uy = d4 + ua * c - ub * e * std::sqrt((1.0 - c) * (1.0 + c));
+        return vA - vB * x - rho * rho * (1.0 - x * x) - uy * uy;
+    }
+
+    // The intervals of x in which the groups of each elbow sign have
+    // solutions, at most 3 per sign.
+    void cosine_intervals(double cos_iv[2][3][2], int n_cos[2]) const {
+        n_cos[0] = n_cos[1] = 0;
+        // |c| <= 1 with c = c0 + c1 x.
+        const double c0 = (vA - K0) / Kn, c1 = -vB / Kn;
+        double xl = -1.0, xh = 1.0;
+        if (std::fabs(c1) > 1e-12) {
+            const double a = (-1.0 - c0) / c1, b = (1.0 - c0) / c1;
+            xl = std::max(xl, std::min(a, b));
+            xh = std::min(xh, std::max(a, b));
+        } else if (std::fabs(c0) > 1.0) {
+            return;
+        }
+        if (!(xl < xh)) return;
+        // The margin's zeros: with m = d4 + ua c and Q = delta^2,
+        // L = Q - m^2 - ub^2 (1 - c^2) = -2 e ub m sqrt(1 - c^2), squared:
+        // L^2 - 4 ub^2 m^2 (1 - c^2) = 0, a quartic in x for both signs.
+        const double m[3] = {d4 + ua * c0, ua * c1, 0.0};
+        const double one_c2[3] = {1.0 - c0 * c0, -2.0 * c0 * c1, -c1 * c1};
+        double m2[5];
+        product2(m, m, m2);
+        const double Q[3] = {vA - rho * rho, -vB, rho * rho};
+        double L[3], L2[5], m2c[5], quartic[5];
+        for (int i = 0; i < 3; ++i)
+            L[i] = Q[i] - m2[i] - ub * ub * one_c2[i];
+        product2(L, L, L2);
+        product2(m2, one_c2, m2c);
+        for (int i = 0; i < 5; ++i)
+            quartic[i] = L2[i] - 4.0 * ub * ub * m2c[i];
+        double ends[6];
+        int n = 0;
+        ends[n++] = xl;
+        n += ik_polynomial_roots(quartic, 4, xl, xh, ends + n);
+        ends[n++] = xh;
+        for (int s = 0; s < 2; ++s) {
+            int &count = n_cos[s];
+            for (int k = 0; k + 1 < n; ++k) {
+                if (y3_margin(0.5 * (ends[k] + ends[k + 1]), s ? -1.0 : 1.0) < 0.0) continue;
+                if (count > 0 && cos_iv[s][count - 1][1] == ends[k])
+                    cos_iv[s][count - 1][1] = ends[k + 1];
+                else
+                    cos_iv[s][count][0] = ends[k], cos_iv[s][count][1] = ends[k + 1], ++count;
+            }
+        }
+    }
+
+    // How near joint 3 (ref_t3, with its offset) can come to the reference's
+    // while t6 stays within [a, b] on the groups of elbow sign e: t3 = Kphi
+    // + e acos(c) with c monotone in x = cos(t6 + phi).
+    double elbow_gap(int e_bit, double a, double b, double ref_t3) const {
+        double xa = std::cos(a + phi), xb = std::cos(b + phi);
+        double x_lo = std::min(xa, xb), x_hi = std::max(xa, xb);
+        // cos reaches 1 at whole turns and -1 half a turn on.
+        if (std::floor((b + phi) / k_two_pi) > std::floor((a + phi) / k_two_pi)) x_hi = 1.0;
+        if (std::floor((b + phi - k_pi) / k_two_pi) > std::floor((a + phi - k_pi) / k_two_pi))
+            x_lo = -1.0;
+        const double ca = std::clamp((vA - vB * x_lo - K0) / Kn, -1.0, 1.0),
+                     cb = std::clamp((vA - vB * x_hi - K0) / Kn, -1.0, 1.0);
+        const double e = e_bit ? -1.0 : 1.0;
+        double t_a = Kphi + e * std::acos(ca), t_b = Kphi + e * std::acos(cb);
+        if (t_a > t_b) std::swap(t_a, t_b);
+        const double from_a = ik_wrap_pi(ref_t3 - t_a);
+        if (from_a >= 0.0 && from_a <= t_b - t_a) return 0.0;
+        return std::min(std::fabs(from_a), std::fabs(ik_wrap_pi(ref_t3 - t_b)));
+    }
+
+    // The intervals of t6 within [lo, hi] in which the groups of each elbow
+    // sign have solutions (as many as fit).
+    void parameter_intervals(double lo, double hi, solution_intervals *out) const {
+        double xs[2][3][2];
+        int nx[2];
+        cosine_intervals(xs, nx);
+        for (int e = 0; e < 2; ++e) {
+            int &count = out->n[e];
+            count = 0;
+            auto add = [&](double a, double b) { // an arc of t6 + phi, shifted by whole turns
+                a -= phi;
+                b -= phi;
+                for (double k = std::floor((lo - b) / k_two_pi); a + k * k_two_pi <= hi; ++k) {
+                    const double from = std::max(lo, a + k * k_two_pi),
+                                 to = std::min(hi, b + k * k_two_pi);
+                    if (from <= to && count < solution_intervals::cap)
+                        out->iv[e][count][0] = from, out->iv[e][count][1] = to, ++count;
+                }
+            };
+            for (int k = 0; k < nx[e]; ++k) {
+                const double x_lo = xs[e][k][0], x_hi = xs[e][k][1];
+                const double ta = std::acos(std::min(x_hi, 1.0)),
+                             tb = std::acos(std::max(x_lo, -1.0));
+                if (x_hi >= 1.0 && x_lo <= -1.0) {
+                    add(-k_pi, k_pi);
+                } else if (x_hi >= 1.0) {
+                    add(-tb, tb);
+                } else if (x_lo <= -1.0) {
+                    add(ta, k_two_pi - ta);
+                } else {
+                    add(ta, tb);
+                    add(-tb, -ta);
+                }
+            }
+        }
     }
 
     double reference_parameter(const double ref_t[7], int) const {
@@ -323,8 +466,11 @@ constexpr double k_near_reach = 0.64;
 // Where strategy 1 looks beside each refined start, radians of the parameter.
 constexpr double k_near_offsets[] = {-0.25, 0.25};
 // An answer none of whose joints is farther than this from the reference
-// is not looked beside, rad.
+// is neither looked beside nor swept for other intervals, rad.
 constexpr double k_close_gap = 0.3;
+// Nor is an answer with a joint farther than this swept, rad: from a far
+// reference the sweep would enter most intervals, for little gain.
+constexpr double k_sweep_gap = 1.0;
 
 double max_joint_gap(const double a[7], const double b[7]) {
     double gap = 0.0;
@@ -595,22 +741,77 @@ template <class Arm> class redundancy_search {
     }
 
     // A group's start: its reference parameter, or when it has no solution
-    // there the nearest parameter that has one, probing outward in steps of
-    // `step`, doubling.
+    // there the nearest parameter that has one within max_reach. An arm
+    // that knows its groups' intervals gives that point at once; otherwise
+    // it is probed for outward in steps of `step`, doubling.
     bool start_or_probe(int g, double step, search_point *sp, double max_reach = k_inf) const {
         const double pg = clamp_param(arm_.reference_parameter(ref_t_, g));
         if (start(pg, g, sp)) return true;
-        const double span = std::min(highest(pg) - lowest(pg), max_reach);
-        for (double reach = step; reach <= span; reach *= 2.0)
-            for (double probe : {pg - reach, pg + reach})
-                if (clamp_param(probe) == probe && start(probe, g, sp)) return true;
+        if constexpr (k_has_intervals) {
+            return start_in_intervals(g, pg, max_reach, sp);
+        } else {
+            const double span = std::min(highest(pg) - lowest(pg), max_reach);
+            for (double reach = step; reach <= span; reach *= 2.0)
+                for (double probe : {pg - reach, pg + reach})
+                    if (clamp_param(probe) == probe && start(probe, g, sp)) return true;
+            return false;
+        }
+    }
+
+    // Arms whose parameter is a joint can say where along it each elbow sign
+    // has solutions; asked once, when first needed.
+    static constexpr bool k_has_intervals = requires(const Arm &a, solution_intervals *iv) {
+        a.parameter_intervals(0.0, 0.0, iv);
+    };
+    mutable bool have_intervals_ = false;
+    mutable solution_intervals intervals_;
+
+    const solution_intervals &intervals() const {
+        if constexpr (k_has_intervals)
+            if (!have_intervals_) {
+                arm_.parameter_intervals(arm_.lower(), arm_.upper(), &intervals_);
+                have_intervals_ = true;
+            }
+        return intervals_;
+    }
+
+    // The point of [a, b] nearest to p, kept off the ends (where a cosine
+    // rule just closes) unless the interval is narrower than that.
+    static double inside(double p, double a, double b) {
+        const double inset = std::min(1e-7, 0.5 * (b - a));
+        return std::clamp(p, a + inset, b - inset);
+    }
+
+    // Group g's start at the point nearest to pg that has a solution within
+    // the admissible range, at most max_reach away.
+    bool start_in_intervals(int g, double pg, double max_reach, search_point *sp) const {
+        const int e = g >> 1, n = intervals().n[e];
+        const double(*iv)[2] = intervals_.iv[e];
+        bool tried[solution_intervals::cap] = {};
+        for (int attempt = 0; attempt < n; ++attempt) {
+            int pick = -1;
+            double pick_gap = max_reach, pick_p = 0.0;
+            for (int k = 0; k < n; ++k) {
+                const double a = std::max(iv[k][0], window_lo_), b = std::min(iv[k][1], window_hi_);
+                if (tried[k] || a > b) continue;
+                const double p = inside(pg, a, b);
+                if (std::fabs(p - pg) <= pick_gap)
+                    pick = k, pick_gap = std::fabs(p - pg), pick_p = p;
+            }
+            if (pick < 0) return false;
+            tried[pick] = true;
+            if (start(pick_p, g, sp)) return true;
+        }
         return false;
     }
 
     // Strategy 1. The reference's own group, and every group that starts
     // about as near, are refined nearest start first (so later ones meet a
-    // tighter bound); only when that finds nothing within the limits are the
-    // remaining groups refined, probing for a start where they have none.
+    // tighter bound); an answer with a joint well away from the reference
+    // is then looked beside, and checked against the intervals where other
+    // groups have solutions; only when all that finds nothing within the
+    // limits are the remaining groups refined, probing for a start where
+    // they have none.
     void near_search(double step) {
         search_point starts[Arm::groups];
         bool ok[Arm::groups] = {}, done[Arm::groups] = {};
@@ -650,10 +851,58 @@ template <class Arm> class redundancy_search {
                 side.cost < best_cost_)
                 refine_near(side);
         }
+        if (!close && max_joint_gap(best_, ref_) <= k_sweep_gap) sweep_intervals(starts, done);
         if (found_) return;
         for (int g = 0; g < Arm::groups; ++g)
             if (!ok[g]) ok[g] = start_or_probe(g, step, &starts[g]);
         refine_in_order([](int) { return true; });
+    }
+
+    // Where the arm knows in which intervals of its parameter each group has
+    // solutions (the parameter is a joint): a solution nearer than the best
+    // found has its parameter within the best's distance of the
+    // reference's, so the groups' intervals there are entered too, each at
+    // its point nearest the reference's parameter, unless a start refined
+    // before lies in it. This finds solutions in intervals too narrow for
+    // the descent to meet, and in groups whose start was not refined.
+    void sweep_intervals(const search_point starts[], const bool refined[]) {
+        if constexpr (k_has_intervals) {
+            const double p_ref = ref_t_[Arm::param_joint];
+            const double reach = std::sqrt(best_cost_);
+            const double lo = std::max(p_ref - reach, window_lo_),
+                         hi = std::min(p_ref + reach, window_hi_);
+            const solution_intervals &list = intervals();
+            // Each interval's lower bound on the distance from joints 6 and
+            // 3 alone; the most promising are entered first, so that later
+            // ones meet a tighter best.
+            struct candidate {
+                double a, b, bound;
+                int e;
+            } cand[2 * solution_intervals::cap];
+            int n = 0;
+            for (int e = 0; e < 2; ++e) {
+                for (int k = 0; k < list.n[e]; ++k) {
+                    const double a = std::max(list.iv[e][k][0], lo),
+                                 b = std::min(list.iv[e][k][1], hi);
+                    if (a > b) continue;
+                    const double gap6 = std::max({a - p_ref, p_ref - b, 0.0});
+                    const double gap3 = arm_.elbow_gap(e, a, b, ref_t_[3]);
+                    cand[n++] = {a, b, gap6 * gap6 + gap3 * gap3, e};
+                }
+            }
+            std::sort(cand, cand + n,
+                      [](const candidate &x, const candidate &y) { return x.bound < y.bound; });
+            for (int k = 0; k < n && cand[k].bound < best_cost_; ++k) {
+                const double p = inside(p_ref, cand[k].a, cand[k].b);
+                for (int f = 0; f < 2; ++f) {
+                    const int g = 2 * cand[k].e + f;
+                    search_point sp;
+                    if (refined[g] && starts[g].p >= cand[k].a && starts[g].p <= cand[k].b)
+                        continue;
+                    if (start(p, g, &sp)) refine_near(sp);
+                }
+            }
+        }
     }
 
     // Strategy 0 and the fall-back of 1: sample [lo, hi] on every group.

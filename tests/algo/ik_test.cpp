@@ -25,9 +25,9 @@ struct solver_case {
     int sensor;
     // Seven-axis: share of near references for which the answer is at least
     // as near as the target's own joints (which do solve the rounded
-    // target). The rest are mostly next to QUIL's stretched or folded elbow,
-    // where the joints turn quickly with the search parameter and the
-    // distance dips too narrowly for the search to meet.
+    // target). The rest are solutions the search does not reach: an
+    // in-limit stretch of a group's path narrower than the steps that look
+    // for it, or a second dip of the distance beside the one descended into.
     double nearest_share;
 };
 
@@ -40,8 +40,8 @@ class Solver : public ::testing::TestWithParam<solver_case> {
     model_under_test m = load_model(GetParam().type, GetParam().sensor);
     random_source rng{1000u + 10u * GetParam().type + GetParam().sensor};
 
-    int solve_frame(const ik_frame &target, const double ref[7], double out[7],
-                    ik_redundancy r, const dh_table *table = nullptr) const {
+    int solve_frame(const ik_frame &target, const double ref[7], double out[7], ik_redundancy r,
+                    const dh_table *table = nullptr) const {
         const dh_table &dh = table ? *table : m.dh;
         if (m.type == 1) return ik_solve_arm_angle(dh, target, ref, m.limits, r, out);
         if (m.type == 7) return ik_solve_offset_elbow(dh, target, ref, m.limits, r, out);
@@ -260,12 +260,57 @@ TEST(SevenAxisWindow, QuilKeepsItsLastJointWithinTheTraversedWindow) {
         ref[6] = std::clamp(q[6] + rng.uniform(-0.1, 0.1), double(m.limits.lo[6]),
                             double(m.limits.hi[6]));
         const ik_frame target = rounded(dh_product(m.dh, 7, q));
-        ASSERT_EQ(ik_solve_offset_elbow(m.dh, target, ref, m.limits,
-                                        ik_redundancy{float(range), 0}, out),
-                  k_ik_ok)
+        ASSERT_EQ(
+            ik_solve_offset_elbow(m.dh, target, ref, m.limits, ik_redundancy{float(range), 0}, out),
+            k_ik_ok)
             << joints_text(q, 7);
         EXPECT_LE(std::fabs(out[6] - ref[6]), range + 1e-6) << joints_text(q, 7);
     }
+}
+
+TEST(SevenAxisSearch, PolynomialSignChangesAreFoundInOrderEvenWhenClose) {
+    // QUIL's search finds where a group has solutions from the sign changes
+    // of a quartic; two of them close together bound a narrow interval the
+    // search must not lose.
+    auto from_roots = [](const double(&r)[4], double scale, double c[5]) {
+        c[0] = scale, c[1] = c[2] = c[3] = c[4] = 0.0; // scale * prod (x - r_i)
+        for (double root : r)
+            for (int i = 4; i >= 0; --i)
+                c[i] = (i > 0 ? c[i - 1] : 0.0) - root * c[i];
+    };
+    random_source rng(77u);
+    for (int k = 0; k < 2000; ++k) {
+        // Roots at least 0.05 apart (for the conditioning), except a pair
+        // 1e-4 apart in every other case: a narrow interval.
+        double r[4];
+        for (int i = 0; i < 4;) {
+            r[i] = rng.uniform(-1.0, 1.0);
+            bool apart = true;
+            for (int j = 0; j < i; ++j)
+                apart = apart && std::fabs(r[i] - r[j]) >= 0.05;
+            i += apart;
+        }
+        if (k % 2) r[1] = r[0] + 1e-4;
+        std::sort(r, r + 4);
+        double c[5], found[4];
+        from_roots(r, rng.uniform(0.1, 10.0) * (k % 3 ? 1 : -1), c);
+        ASSERT_EQ(ik_polynomial_roots(c, 4, -1.0, 1.0, found), 4) << k;
+        for (int i = 0; i < 4; ++i)
+            EXPECT_NEAR(found[i], r[i], 1e-9) << k << " root " << i;
+    }
+    // Only the sign changes within the range: a double root touches, the
+    // others lie outside or at an end.
+    double c[5];
+    from_roots({0.25, 0.25, 2.0, -1.5}, 1.0, c);
+    double found[4];
+    EXPECT_EQ(ik_polynomial_roots(c, 4, -1.0, 1.0, found), 0);
+    from_roots({0.25, 0.5, 2.0, -1.5}, 1.0, c);
+    ASSERT_EQ(ik_polynomial_roots(c, 4, 0.0, 0.4, found), 1);
+    EXPECT_NEAR(found[0], 0.25, 1e-12);
+    const double line[2] = {-0.5, 2.0}, constant[1] = {3.0};
+    ASSERT_EQ(ik_polynomial_roots(line, 1, -1.0, 1.0, found), 1);
+    EXPECT_DOUBLE_EQ(found[0], 0.25);
+    EXPECT_EQ(ik_polynomial_roots(constant, 0, -1.0, 1.0, found), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Models, Solver,
@@ -273,7 +318,7 @@ INSTANTIATE_TEST_SUITE_P(Models, Solver,
                                            solver_case{3, 0, 1}, solver_case{4, 0, 1},
                                            solver_case{5, 0, 1}, solver_case{6, 0, 1},
                                            solver_case{8, 1, 1}, solver_case{1, 0, 0.993},
-                                           solver_case{1, 2, 0.993}, solver_case{7, 0, 0.975}),
+                                           solver_case{1, 2, 0.993}, solver_case{7, 0, 0.988}),
                          [](const ::testing::TestParamInfo<solver_case> &info) {
                              return test_name(info.param.type) + "_sensor" +
                                     std::to_string(info.param.sensor);
