@@ -250,10 +250,13 @@ struct offset_elbow_arm {
         return k_ik_ok;
     }
 
+    // The elbow's cosine at x, clamped onto its reach.
+    double elbow_cosine(double x) const { return std::clamp((vA - vB * x - K0) / Kn, -1.0, 1.0); }
+
     // delta^2 - uy^2 for elbow sign e at x: a group has solutions where it
     // is not negative and |c| <= 1.
     double y3_margin(double x, double e) const {
-        const double c = std::clamp((vA - vB * x - K0) / Kn, -1.0, 1.0);
+        const double c = elbow_cosine(x);
         const double uy = d4 + ua * c - ub * e * std::sqrt((1.0 - c) * (1.0 + c));
         return vA - vB * x - rho * rho * (1.0 - x * x) - uy * uy;
     }
@@ -315,8 +318,7 @@ struct offset_elbow_arm {
         if (std::floor((b + phi) / k_two_pi) > std::floor((a + phi) / k_two_pi)) x_hi = 1.0;
         if (std::floor((b + phi - k_pi) / k_two_pi) > std::floor((a + phi - k_pi) / k_two_pi))
             x_lo = -1.0;
-        const double ca = std::clamp((vA - vB * x_lo - K0) / Kn, -1.0, 1.0),
-                     cb = std::clamp((vA - vB * x_hi - K0) / Kn, -1.0, 1.0);
+        const double ca = elbow_cosine(x_lo), cb = elbow_cosine(x_hi);
         const double e = e_bit ? -1.0 : 1.0;
         double t_a = Kphi + e * std::acos(ca), t_b = Kphi + e * std::acos(cb);
         if (t_a > t_b) std::swap(t_a, t_b);
@@ -459,8 +461,9 @@ constexpr double k_fine_step = 0.02;
 constexpr double k_diff_step = 1e-6;
 // Smallest outward probe step of strategy 1, radians.
 constexpr double k_min_probe = 0.02;
-// First step and reach of strategy 1's probe for a start of a group other
-// than the reference's own, radians of the parameter.
+// First step (arms that cannot say where their groups have solutions) and
+// reach of strategy 1's search for a start of a group other than the
+// reference's own, radians of the parameter.
 constexpr double k_near_probe = 0.08;
 constexpr double k_near_reach = 0.64;
 // Where strategy 1 looks beside each refined start, radians of the parameter.
