@@ -457,8 +457,15 @@ struct offset_elbow_arm {
 // Grid step of a traversal and of its finer second pass, radians.
 constexpr double k_coarse_step = 0.1;
 constexpr double k_fine_step = 0.02;
+// Grid step of strategy 0's search for every local minimum, radians.
+constexpr double k_minimum_step = 0.05;
 // Finite-difference step of the descent's derivative, radians.
 constexpr double k_diff_step = 1e-6;
+// Bisections of a descent step that leaves the limits onto their boundary.
+constexpr int k_limit_bisections = 10;
+// How far inside its limits a point found by bisection onto them stays, rad:
+// the final polish onto the target may move a joint by about 1e-6 rad.
+constexpr double k_boundary_margin = 1e-5;
 // Smallest outward probe step of strategy 1, radians.
 constexpr double k_min_probe = 0.02;
 // First step (arms that cannot say where their groups have solutions) and
@@ -511,13 +518,16 @@ template <class Arm> class redundancy_search {
             near_search(std::max(range, k_min_probe));
             if (!found_) traverse(lowest(p0), highest(p0));
         } else {
-            // The window's traversal includes what the local search finds in it.
+            // Strategy 0: every local minimum in the window, which includes
+            // what the local search finds there.
             const double lo = std::max(p0 - range, lowest(p0)),
                          hi = std::min(p0 + range, highest(p0));
             window_lo_ = std::max(lo, arm_.lower());
             window_hi_ = std::min(hi, arm_.upper());
+            thorough_ = true;
             near_search(std::max(range, k_min_probe));
-            traverse(lo, hi);
+            every_minimum(lo, hi);
+            if (!found_) traverse(lo, hi);
             if (!found_) traverse(lowest(p0), highest(p0));
         }
         if (!found_) return k_ik_no_solution;
@@ -530,6 +540,7 @@ template <class Arm> class redundancy_search {
     const ik_limits &limits_;
     double ref_[7], off_[7], ref_t_[7];
     bool found_ = false;
+    bool thorough_ = false; // strategy 0
     double best_cost_ = k_inf;
     double best_[7]{};
     double window_lo_ = arm_.lower(), window_hi_ = arm_.upper();
@@ -638,11 +649,15 @@ template <class Arm> class redundancy_search {
             }
             double dp = std::clamp(-slope / curvature, -0.5, 0.5);
             bool accepted = false;
+            double outside_p = k_inf;
             for (int k = 0; k < 5 && !accepted; ++k, dp *= 0.5) {
                 const double pn = clamp_param(sp.p + dp);
                 double qn[7];
                 if (pn == sp.p || !follow(pn, sp.g, sp.q, qn)) continue;
-                if (in_limits_only && (fitted ? !fit(qn, qn) : !near_in_limits(qn))) continue;
+                if (in_limits_only && (fitted ? !fit(qn, qn) : !near_in_limits(qn))) {
+                    outside_p = pn;
+                    continue;
+                }
                 const double cn = cost(qn);
                 if (cn < sp.cost) {
                     accepted = true;
@@ -656,6 +671,24 @@ template <class Arm> class redundancy_search {
                     std::copy(qn, qn + 7, sp.q);
                 }
             }
+            // Every step left the limits, the shortest at outside_p: the
+            // nearest point may lie on a limit short of it. Where that
+            // boundary point is nearer, it is the constrained optimum. Only
+            // strategy 0 looks: in strategy 1 it would seldom gain for its
+            // cost.
+            if (!accepted && outside_p < k_inf && !fitted && thorough_) {
+                search_point in = sp, out = sp;
+                out.p = outside_p;
+                for (int k = 0; k < k_limit_bisections; ++k) {
+                    search_point mid = sp;
+                    mid.p = 0.5 * (in.p + out.p);
+                    if (!follow(mid.p, sp.g, in.q, mid.q)) break;
+                    (near_in_limits(mid.q, -k_boundary_margin) ? in : out) = mid;
+                }
+                in.cost = cost(in.q);
+                if (in.cost < sp.cost) sp = in;
+                return;
+            }
             // The parameter decides only how near the solution is: stop once
             // a step moves the joints by less than 1e-4 rad.
             if (!accepted || std::fabs(dp) * std::sqrt(H) < 1e-4) return;
@@ -664,10 +697,9 @@ template <class Arm> class redundancy_search {
 
     // Every joint's representative nearest to the reference within its
     // limits: the continuous reading the descent of strategy 1 follows.
-    bool near_in_limits(const double q[7]) const {
+    bool near_in_limits(const double q[7], double slack = k_limit_slack) const {
         for (int i = 0; i < 7; ++i)
-            if (!(q[i] >= limits_.lo[i] - k_limit_slack && q[i] <= limits_.hi[i] + k_limit_slack))
-                return false;
+            if (!(q[i] >= limits_.lo[i] - slack && q[i] <= limits_.hi[i] + slack)) return false;
         return true;
     }
 
@@ -705,23 +737,76 @@ template <class Arm> class redundancy_search {
         }
     }
 
+    // The joints of the reading nearest to the reference brought into the
+    // limits by whole turns, where each joint outside them fits a turn away
+    // (cheaper than fit(), for samples).
+    bool fit_by_turns(const double q[7], double fitted[7]) const {
+        for (int i = 0; i < 7; ++i) {
+            const double lo = limits_.lo[i] - k_limit_slack, hi = limits_.hi[i] + k_limit_slack;
+            fitted[i] = q[i];
+            if (q[i] < lo) fitted[i] += k_two_pi;
+            if (q[i] > hi) fitted[i] -= k_two_pi;
+            if (!(fitted[i] >= lo && fitted[i] <= hi)) return false;
+        }
+        return true;
+    }
+
+    // How far joint i lies outside its limits (negative inside).
+    double excess(const double q[7], int i) const {
+        return std::max(q[i] - limits_.hi[i], limits_.lo[i] - q[i]) - k_limit_slack;
+    }
+
+    // Where between two out-of-limit points of a path the joints would all
+    // be within their limits if each moved linearly: a stretch where one
+    // joint has come back in and another not yet left, shorter than the
+    // step between the points. The fraction of the way, or -1 if none.
+    double predicted_inside(const double q_a[7], const double q_b[7]) const {
+        double s_lo = 0.0, s_hi = 1.0;
+        for (int i = 0; i < 7; ++i) {
+            const double ea = excess(q_a, i), eb = excess(q_b, i);
+            if (ea > 0.0 && eb > 0.0) return -1.0;
+            if (ea > 0.0)
+                s_lo = std::max(s_lo, ea / (ea - eb));
+            else if (eb > 0.0)
+                s_hi = std::min(s_hi, ea / (ea - eb));
+        }
+        return s_lo < s_hi ? 0.5 * (s_lo + s_hi) : -1.0;
+    }
+
     // From an out-of-limit point, the nearest parameter in direction dir
     // whose joints lie within the limits (outward steps doubling, then
     // bisection onto the boundary).
     bool boundary(const search_point &out_pt, double dir, search_point *inside) const {
         search_point last = out_pt;
+        const bool near_reference = max_joint_gap(out_pt.q, ref_) <= k_sweep_gap;
         for (double step = 0.01; step < k_two_pi; step *= 2.0) {
             search_point probe;
             probe.g = out_pt.g;
             probe.p = clamp_param(out_pt.p + dir * step);
-            if (!follow(probe.p, probe.g, last.q, probe.q)) return false;
+            if (!follow(probe.p, probe.g, last.q, probe.q)) {
+                // Past the end of the group's solutions: up to that end,
+                // from a point near the reference or in strategy 0.
+                const double end = within_solutions(probe.g, last.p, probe.p);
+                if (!(thorough_ || near_reference) || end == probe.p ||
+                    !follow(end, probe.g, last.q, probe.q))
+                    return false;
+                probe.p = end;
+            }
+            if (!near_in_limits(probe.q)) {
+                const double s = predicted_inside(last.q, probe.q);
+                search_point mid;
+                mid.g = out_pt.g;
+                mid.p = last.p + s * (probe.p - last.p);
+                if (s > 0.0 && follow(mid.p, mid.g, last.q, mid.q) && near_in_limits(mid.q))
+                    probe = mid;
+            }
             if (near_in_limits(probe.q)) {
                 for (int k = 0; k < 12; ++k) {
                     search_point mid;
                     mid.g = out_pt.g;
                     mid.p = 0.5 * (last.p + probe.p);
                     if (!follow(mid.p, mid.g, last.q, mid.q)) break;
-                    (near_in_limits(mid.q) ? probe : last) = mid;
+                    (near_in_limits(mid.q, -k_boundary_margin) ? probe : last) = mid;
                 }
                 probe.cost = cost(probe.q);
                 *inside = probe;
@@ -783,6 +868,19 @@ template <class Arm> class redundancy_search {
     static double inside(double p, double a, double b) {
         const double inset = std::min(1e-7, 0.5 * (b - a));
         return std::clamp(p, a + inset, b - inset);
+    }
+
+    // p kept within the interval where group g has solutions that holds
+    // `from` (a path's next point), where the arm knows its intervals.
+    double within_solutions(int g, double from, double p) const {
+        if constexpr (k_has_intervals) {
+            const int e = g >> 1, n = intervals().n[e];
+            for (int k = 0; k < n; ++k) {
+                const double a = intervals_.iv[e][k][0], b = intervals_.iv[e][k][1];
+                if (from >= a && from <= b) return inside(p, a, b);
+            }
+        }
+        return p;
     }
 
     // Group g's start at the point nearest to pg that has a solution within
@@ -905,6 +1003,95 @@ template <class Arm> class redundancy_search {
                     if (start(p, g, &sp)) refine_near(sp);
                 }
             }
+        }
+    }
+
+    // Strategy 0's thorough pass: sample [lo, hi] on every group, and the
+    // ends of the intervals where it has solutions (where its joints move
+    // fastest along the parameter), and descend from every sample nearer to
+    // the reference than its neighbours on its member's path, nearest first.
+    void every_minimum(double lo, double hi) {
+        lo = std::max(lo, arm_.lower());
+        hi = std::min(hi, arm_.upper());
+        if (!(lo <= hi)) return;
+        constexpr int k_max_grid = 256, k_max_samples = 320, k_max_minima = 64;
+        struct minimum {
+            search_point sp;
+            bool fitted;
+        } minima[k_max_minima];
+        int n_minima = 0;
+        const int n_grid =
+            std::clamp(static_cast<int>(std::ceil((hi - lo) / k_minimum_step)) + 1, 2, k_max_grid);
+        for (int g = 0; g < Arm::groups; ++g) {
+            double ps[k_max_samples];
+            int n = 0;
+            for (int k = 0; k < n_grid; ++k)
+                ps[n++] = lo + (hi - lo) * k / (n_grid - 1);
+            if constexpr (k_has_intervals) {
+                const int e = g >> 1;
+                for (int k = 0; k < intervals().n[e] && n + 2 <= k_max_samples; ++k) {
+                    const double a = intervals_.iv[e][k][0], b = intervals_.iv[e][k][1];
+                    for (double end : {inside(a, a, b), inside(b, a, b)})
+                        if (end >= lo && end <= hi) ps[n++] = end;
+                }
+                std::sort(ps, ps + n);
+            }
+            // Per member and reading (nearest to the reference; fitted into
+            // the limits), the previous two samples of its path (cost k_inf
+            // where the group has no solution or the joints do not fit).
+            search_point prev[Arm::members][2][2];
+            bool mid_same[Arm::members] = {}; // its fitted sample is the nearest reading's
+            for (int k = 0; k <= n; ++k) {
+                double theta[Arm::members][7];
+                const bool ok = k < n && arm_.eval_group(ps[k], g, ref_t_, theta);
+                for (int m = 0; m < Arm::members; ++m) {
+                    search_point cur[2];
+                    bool same = false;
+                    if (ok) {
+                        cur[0].p = ps[k];
+                        cur[0].g = g;
+                        to_joints(theta[m], ref_, cur[0].q);
+                        cur[0].cost = cost(cur[0].q);
+                        if (near_in_limits(cur[0].q)) {
+                            cur[1] = cur[0];
+                            same = true;
+                        } else if (fit_by_turns(cur[0].q, cur[1].q)) {
+                            cur[1].p = ps[k];
+                            cur[1].g = g;
+                            cur[1].cost = cost(cur[1].q);
+                        }
+                    }
+                    for (int r = 0; r < 2; ++r) {
+                        const search_point &mid = prev[m][r][1];
+                        // A fitted minimum within the limits as it stands
+                        // is the nearest reading's too.
+                        if (mid.cost < k_inf && mid.cost <= prev[m][r][0].cost &&
+                            mid.cost <= cur[r].cost && n_minima < k_max_minima &&
+                            !(r == 1 && mid_same[m]))
+                            minima[n_minima++] = {mid, r == 1};
+                        prev[m][r][0] = prev[m][r][1];
+                        prev[m][r][1] = cur[r];
+                    }
+                    mid_same[m] = same;
+                }
+            }
+        }
+        std::sort(minima, minima + n_minima,
+                  [](const minimum &x, const minimum &y) { return x.sp.cost < y.sp.cost; });
+        for (int k = 0; k < n_minima; ++k) {
+            // A joint parameter bounds the distance from below.
+            if constexpr (Arm::param_joint >= 0) {
+                const double gap = std::max(
+                    std::fabs(minima[k].sp.p - ref_t_[Arm::param_joint]) - k_minimum_step, 0.0);
+                if (gap * gap >= best_cost_) continue;
+            }
+            // The fitted reading jumps a turn where a joint meets its limit,
+            // which makes a minimum of its own there: only one that beats
+            // the best found is refined.
+            if (!minima[k].fitted)
+                refine_near(minima[k].sp);
+            else if (minima[k].sp.cost < best_cost_)
+                refine_fitted(minima[k].sp);
         }
     }
 

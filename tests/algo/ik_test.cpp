@@ -66,7 +66,7 @@ class Solver : public ::testing::TestWithParam<solver_case> {
 
 TEST_P(Solver, ReachesTargetsFromANearReferenceOnItsBranch) {
     const int n = sample_count();
-    int nearest = 0, own_branch = 0, reference_kept = 0;
+    int nearest = 0, nearest_traversed = 0, own_branch = 0, reference_kept = 0;
     for (int k = 0; k < n; ++k) {
         double q[7], ref[7], out[7];
         rng.joints(m, q);
@@ -78,9 +78,13 @@ TEST_P(Solver, ReachesTargetsFromANearReferenceOnItsBranch) {
         // Six-axis: never farther than the target's own joints (up to the
         // rounding of the target near the elbow's stretch).
         if (m.dof == 6) ASSERT_LE(distance(out, ref, 6), distance(q, ref, 6) + 5e-3) << k;
-        // Seven-axis: a reference that itself reaches the target is the nearest solution.
-        if (m.dof == 7 && solve(q, q, out) == k_ik_ok && max_abs_difference(out, q, 7) < 1e-3)
-            ++reference_kept;
+        if (m.dof != 7) continue;
+        // Traversing the whole range finds the nearest solution.
+        if (solve(q, ref, out, k_traverse) == k_ik_ok &&
+            distance(out, ref, 7) <= distance(q, ref, 7) + 1e-3)
+            ++nearest_traversed;
+        // A reference that itself reaches the target is the nearest solution.
+        if (solve(q, q, out) == k_ik_ok && max_abs_difference(out, q, 7) < 1e-3) ++reference_kept;
     }
     if (m.dof == 6) {
         // Another branch is nearer than the target's own only close to a
@@ -88,13 +92,14 @@ TEST_P(Solver, ReachesTargetsFromANearReferenceOnItsBranch) {
         EXPECT_GE(own_branch, n - n / 20) << own_branch << " of " << n;
     } else {
         EXPECT_GE(nearest, GetParam().nearest_share * n) << nearest << " of " << n;
+        EXPECT_GE(nearest_traversed, n - n / 500) << nearest_traversed << " of " << n;
         EXPECT_GE(reference_kept, n - n / 500) << reference_kept << " of " << n;
     }
 }
 
 TEST_P(Solver, ReachesTargetsFromAFarReference) {
     const int n = sample_count();
-    int solved = 0, traversed = 0;
+    int solved = 0, traversed = 0, traversed_nearest = 0;
     double near_sum = 0, traverse_sum = 0;
     for (int k = 0; k < n; ++k) {
         double q[7], ref[7], out[7];
@@ -114,11 +119,15 @@ TEST_P(Solver, ReachesTargetsFromAFarReference) {
         if (solve(q, ref, out, k_traverse) != k_ik_ok) continue;
         ++traversed;
         traverse_sum += distance(out, ref, 7);
+        traversed_nearest += distance(out, ref, 7) <= distance(q, ref, 7) + 1e-3;
     }
     if (m.dof == 7) {
         EXPECT_GE(solved, n - n / 1000) << solved << " of " << n;
         EXPECT_GE(traversed, n - n / 1000) << traversed << " of " << n;
         EXPECT_LE(traverse_sum, near_sum + 1e-6 * n);
+        // From far away the nearest solution may need the joints fitted into
+        // their limits a turn from the reference's reading.
+        EXPECT_GE(traversed_nearest, n - n / 200) << traversed_nearest << " of " << n;
     }
 }
 
