@@ -677,15 +677,8 @@ template <class Arm> class redundancy_search {
             // strategy 0 looks: in strategy 1 it would seldom gain for its
             // cost.
             if (!accepted && outside_p < k_inf && !fitted && thorough_) {
-                search_point in = sp, out = sp;
-                out.p = outside_p;
-                for (int k = 0; k < k_limit_bisections; ++k) {
-                    search_point mid = sp;
-                    mid.p = 0.5 * (in.p + out.p);
-                    if (!follow(mid.p, sp.g, in.q, mid.q)) break;
-                    (near_in_limits(mid.q, -k_boundary_margin) ? in : out) = mid;
-                }
-                in.cost = cost(in.q);
+                search_point in = sp;
+                onto_limits(&in, outside_p, k_limit_bisections);
                 if (in.cost < sp.cost) sp = in;
                 return;
             }
@@ -751,6 +744,23 @@ template <class Arm> class redundancy_search {
         return true;
     }
 
+    // A point within the limits moved towards the parameter `outside`,
+    // beyond them, by bisection onto their boundary (kept
+    // k_boundary_margin inside); its cost updated.
+    void onto_limits(search_point *in, double outside, int bisections) const {
+        for (int k = 0; k < bisections; ++k) {
+            search_point mid;
+            mid.g = in->g;
+            mid.p = 0.5 * (in->p + outside);
+            if (!follow(mid.p, mid.g, in->q, mid.q)) break;
+            if (near_in_limits(mid.q, -k_boundary_margin))
+                *in = mid;
+            else
+                outside = mid.p;
+        }
+        in->cost = cost(in->q);
+    }
+
     // How far joint i lies outside its limits (negative inside).
     double excess(const double q[7], int i) const {
         return std::max(q[i] - limits_.hi[i], limits_.lo[i] - q[i]) - k_limit_slack;
@@ -801,14 +811,7 @@ template <class Arm> class redundancy_search {
                     probe = mid;
             }
             if (near_in_limits(probe.q)) {
-                for (int k = 0; k < 12; ++k) {
-                    search_point mid;
-                    mid.g = out_pt.g;
-                    mid.p = 0.5 * (last.p + probe.p);
-                    if (!follow(mid.p, mid.g, last.q, mid.q)) break;
-                    (near_in_limits(mid.q, -k_boundary_margin) ? probe : last) = mid;
-                }
-                probe.cost = cost(probe.q);
+                onto_limits(&probe, last.p, 12);
                 *inside = probe;
                 return true;
             }
