@@ -526,7 +526,7 @@ template <class Arm> class redundancy_search {
             window_hi_ = std::min(hi, arm_.upper());
             thorough_ = true;
             near_search(std::max(range, k_min_probe));
-            every_minimum(lo, hi);
+            every_minimum();
             if (!found_) traverse(lo, hi);
             if (!found_) traverse(lowest(p0), highest(p0));
         }
@@ -1009,73 +1009,72 @@ template <class Arm> class redundancy_search {
         }
     }
 
-    // Strategy 0's thorough pass: sample [lo, hi] on every group, and the
-    // ends of the intervals where it has solutions (where its joints move
-    // fastest along the parameter), and descend from every sample nearer to
-    // the reference than its neighbours on its member's path, nearest first.
-    void every_minimum(double lo, double hi) {
-        lo = std::max(lo, arm_.lower());
-        hi = std::min(hi, arm_.upper());
-        if (!(lo <= hi)) return;
-        constexpr int k_max_grid = 256, k_max_samples = 320, k_max_minima = 64;
+    // Strategy 0's sample points of group g across the window: a grid, and
+    // the ends of the intervals where the group has solutions (where its
+    // joints move fastest along the parameter), ascending.
+    static constexpr int k_max_grid = 256, k_max_samples = 320;
+    int sample_points(int g, double ps[k_max_samples]) const {
+        const double lo = window_lo_, hi = window_hi_;
+        const int n_grid =
+            std::clamp(static_cast<int>(std::ceil((hi - lo) / k_minimum_step)) + 1, 2, k_max_grid);
+        int n = 0;
+        for (int k = 0; k < n_grid; ++k)
+            ps[n++] = lo + (hi - lo) * k / (n_grid - 1);
+        if constexpr (k_has_intervals) {
+            const int e = g >> 1;
+            for (int k = 0; k < intervals().n[e] && n + 2 <= k_max_samples; ++k) {
+                const double a = intervals_.iv[e][k][0], b = intervals_.iv[e][k][1];
+                for (double end : {inside(a, a, b), inside(b, a, b)})
+                    if (end >= lo && end <= hi) ps[n++] = end;
+            }
+            std::sort(ps, ps + n);
+        }
+        return n;
+    }
+
+    // Strategy 0's thorough pass: sample the window on every group and
+    // descend from every sample nearer to the reference than its
+    // neighbours on its member's path, nearest first.
+    void every_minimum() {
+        if (!(window_lo_ <= window_hi_)) return;
+        constexpr int k_max_minima = 64;
         struct minimum {
             search_point sp;
             bool fitted;
         } minima[k_max_minima];
         int n_minima = 0;
-        const int n_grid =
-            std::clamp(static_cast<int>(std::ceil((hi - lo) / k_minimum_step)) + 1, 2, k_max_grid);
         for (int g = 0; g < Arm::groups; ++g) {
             double ps[k_max_samples];
-            int n = 0;
-            for (int k = 0; k < n_grid; ++k)
-                ps[n++] = lo + (hi - lo) * k / (n_grid - 1);
-            if constexpr (k_has_intervals) {
-                const int e = g >> 1;
-                for (int k = 0; k < intervals().n[e] && n + 2 <= k_max_samples; ++k) {
-                    const double a = intervals_.iv[e][k][0], b = intervals_.iv[e][k][1];
-                    for (double end : {inside(a, a, b), inside(b, a, b)})
-                        if (end >= lo && end <= hi) ps[n++] = end;
-                }
-                std::sort(ps, ps + n);
-            }
+            const int n = sample_points(g, ps);
             // Per member and reading (nearest to the reference; fitted into
             // the limits), the previous two samples of its path (cost k_inf
             // where the group has no solution or the joints do not fit).
             search_point prev[Arm::members][2][2];
-            bool mid_same[Arm::members] = {}; // its fitted sample is the nearest reading's
             for (int k = 0; k <= n; ++k) {
                 double theta[Arm::members][7];
                 const bool ok = k < n && arm_.eval_group(ps[k], g, ref_t_, theta);
                 for (int m = 0; m < Arm::members; ++m) {
                     search_point cur[2];
-                    bool same = false;
                     if (ok) {
                         cur[0].p = ps[k];
                         cur[0].g = g;
                         to_joints(theta[m], ref_, cur[0].q);
                         cur[0].cost = cost(cur[0].q);
-                        if (near_in_limits(cur[0].q)) {
-                            cur[1] = cur[0];
-                            same = true;
-                        } else if (fit_by_turns(cur[0].q, cur[1].q)) {
-                            cur[1].p = ps[k];
-                            cur[1].g = g;
-                            cur[1].cost = cost(cur[1].q);
-                        }
+                        cur[1] = cur[0];
+                        if (!near_in_limits(cur[0].q))
+                            cur[1].cost = fit_by_turns(cur[0].q, cur[1].q) ? cost(cur[1].q) : k_inf;
                     }
+                    // A fitted minimum within the limits as it stands is the
+                    // nearest reading's too.
+                    const bool same = near_in_limits(prev[m][0][1].q);
                     for (int r = 0; r < 2; ++r) {
                         const search_point &mid = prev[m][r][1];
-                        // A fitted minimum within the limits as it stands
-                        // is the nearest reading's too.
                         if (mid.cost < k_inf && mid.cost <= prev[m][r][0].cost &&
-                            mid.cost <= cur[r].cost && n_minima < k_max_minima &&
-                            !(r == 1 && mid_same[m]))
+                            mid.cost <= cur[r].cost && n_minima < k_max_minima && !(r == 1 && same))
                             minima[n_minima++] = {mid, r == 1};
                         prev[m][r][0] = prev[m][r][1];
                         prev[m][r][1] = cur[r];
                     }
-                    mid_same[m] = same;
                 }
             }
         }
