@@ -271,7 +271,9 @@ int wait_save_threaded() {
     save.changed.wait_for(lock, first_point_wait, [&] { return save.started || save.no_file; });
     if (!save.started || save.no_file) return -6;
     save.changed.wait(lock, [&] { return save.complete || save.no_file; });
-    if (!save.complete) return -6;
+    // A bad point line spoils the file even when the stream then reaches its
+    // announced count.
+    if (!save.complete || save.no_file) return -6;
     close_save_file(save);
     save.count = 0;
     return 0;

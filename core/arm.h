@@ -2,6 +2,7 @@
 // parameters, and the public handle that callers hold a pointer to.
 #pragma once
 
+#include "core/line_splitter.h"
 #include "core/platform.h"
 #include "ka_api.h"
 
@@ -12,13 +13,13 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 // Protocol limits of the receive side.
 constexpr int queue_entry_count = 20;            // lines held per arm
 constexpr size_t queue_name_capacity = 54;       // "command"/"state" value kept per line
 constexpr size_t queue_line_capacity = 10240;    // longest line that is filed
 constexpr uint64_t queue_stale_after = 50;       // an entry is stale after 50 further lines
-constexpr size_t max_line_bytes = 20480;         // assembly without "\r\n" is dropped here
 constexpr size_t min_line_bytes = 6;             // shorter texts are never a reply
 
 struct ka_socket_object {
@@ -37,6 +38,12 @@ struct queue_entry {
 
 struct arm_record;
 
+// A reply name that callers on the arm are waiting for, and how many.
+struct waiting_name {
+    std::string name;
+    int callers = 0;
+};
+
 // Lines received for one arm, waiting to be taken by the command that asked
 // for them. Filed by the receive thread, taken by the commanding threads.
 struct reply_queue {
@@ -47,6 +54,9 @@ struct reply_queue {
     std::array<queue_entry, queue_entry_count> entries;
     uint64_t counter = 0; // lines filed so far
     bool closed = false;  // the connection is gone: waiters stop waiting
+    // Names callers wait for right now. A line under one of them is never
+    // dropped or overwritten for lack of room.
+    std::vector<waiting_name> waiting;
 };
 
 struct arm_record {
@@ -80,8 +90,7 @@ struct arm_record {
 
     // Line assembly: used by the receive thread (modes 1, 2) or, under
     // direct_read_mutex, by the commanding thread (mode 0).
-    std::string assembly;
-    bool skipping_long_line = false; // dropping an over-long line up to its end
+    line_splitter assembly;
     std::mutex direct_read_mutex;
 
     ~arm_record();
@@ -115,6 +124,28 @@ void mark_disconnected(arm_record &arm);
 int wait_for_line(arm_record &arm, const char *name, char *out, int size, int timeout_ms);
 // Drops queued lines with this name (a new wait must not take an old one).
 void purge_lines(arm_record &arm, const char *name);
+// Feeds bytes received on the arm's connection into its line assembly and
+// files every complete line, as the receive thread does.
+void receive_bytes(arm_record &arm, const char *data, size_t length);
+
+// Held by a call from before its request goes out until its wait for the
+// line named `name` ends: the arm then knows someone waits for that name.
+// A fresh claim first drops what is still queued under the name (a late
+// answer to an earlier call, a duplicate), unless another call on the arm
+// waits for it at this moment; in single-thread mode it drops the lines
+// already received on the connection.
+class reply_claim {
+  public:
+    reply_claim(arm_record &arm, const char *name, bool fresh);
+    ~reply_claim();
+    reply_claim(const reply_claim &) = delete;
+    reply_claim &operator=(const reply_claim &) = delete;
+
+  private:
+    arm_record &arm_;
+    const char *name_;
+    bool counted_ = false;
+};
 
 // Realtime push (realtime.cpp).
 void realtime_start();

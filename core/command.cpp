@@ -133,6 +133,7 @@ int arm_dof(const ka_robot_handle *handle) {
 extern "C" {
 
 int ka_set_data_common(ka_robot_handle *handle, int value, const char *command, const char *key) {
+    if (!command || !key) return -1;
     return cmd::run(
         cmd::set_command{"ka_set_data_common", command, command, "set_state", m_nOutTime_max},
         handle, {cmd::number(key, value)});

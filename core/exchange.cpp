@@ -3,6 +3,7 @@
 #include "core/transport.h"
 
 #include <cstring>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -99,6 +100,10 @@ int ka_pack_lock_set(const char *function, ka_robot_handle *handle, const ka_req
     }
     // A wait without a request is labelled with the name it waits for.
     const char *command = fields ? command_name(fields, count) : reply_name;
+    // Claimed before the request goes out, so that the answer to it is never
+    // purged by a later call, and an answer left over from an earlier call is.
+    std::optional<reply_claim> claim;
+    if (fields && reply_name) claim.emplace(*arm, reply_name, true);
     if (fields && common_json_pack_set(arm.get(), fields, count) != 0) {
         ka_log_error("[%s] %s send error\n", function, command);
         return -1;

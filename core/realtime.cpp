@@ -34,6 +34,10 @@ struct ka_udp_listener {
 
 namespace {
 
+// At namespace scope, so it is built before the receive thread and outlives
+// it when the process exits.
+ka_udp_listener process_listener;
+
 std::atomic<ka_realtime_callback_t> realtime_callback{nullptr};
 std::atomic<uint16_t> udp_arm_err{0};
 std::atomic<uint16_t> udp_sys_err{0};
@@ -169,10 +173,10 @@ bool still_listening(ka_udp_listener &listener, const std::shared_ptr<udp_socket
     return false;
 }
 
-void udp_loop(const worker_thread::stop_flag &stop) {
-    platform::wake_channel &wake = udp().channel();
+void udp_loop(const worker_thread::run_ptr &run) {
+    platform::wake_channel &wake = run->wake;
     ka_udp_listener *listener = ka_udp_init();
-    while (!stop->load()) {
+    while (!run->stop.load()) {
         platform::socket_t sockets[KA_MAX_ARMS + 1];
         std::shared_ptr<udp_socket> held[KA_MAX_ARMS + 1];
         bool ready[KA_MAX_ARMS + 1];
@@ -234,10 +238,7 @@ int get_arm_status_from_string(const char *name) {
     return 0;
 }
 
-ka_udp_listener *ka_udp_init(void) {
-    static ka_udp_listener listener;
-    return &listener;
-}
+ka_udp_listener *ka_udp_init(void) { return &process_listener; }
 
 int ka_udp_add_port(ka_udp_listener *listener, int port) {
     if (!listener) return -1;
@@ -296,7 +297,7 @@ void ka_udp_close(int socket) {
 }
 
 void *thread_udp_receive(void *) {
-    udp_loop(std::make_shared<std::atomic<bool>>(false));
+    udp_loop(std::make_shared<worker_thread::run>());
     return nullptr;
 }
 

@@ -149,8 +149,56 @@ int take_line(arm_record &arm, const char *name, char *out, int size) {
     return -1;
 }
 
+waiting_name *find_waiting(reply_queue &queue, const char *name) {
+    for (auto &w : queue.waiting)
+        if (w.name == name) return &w;
+    return nullptr;
+}
+
+// Whether a caller on the arm waits for lines named `name`: a reply wait in
+// progress, or a completion report that a blocking call expects. The
+// queue's mutex is held.
+bool awaited_locked(arm_record &arm, const char *name) {
+    if (find_waiting(arm.queue, name)) return true;
+    bool trajectory = std::strcmp(name, trajectory_event) == 0;
+    bool program = std::strcmp(name, program_event) == 0;
+    if (!trajectory && !program) return false;
+    int flag = arm.awaited_event.load();
+    return arm.blocking_waits.load() > 0 || (trajectory && flag == 1) || (program && flag == 2);
+}
+
+// Where a new named line goes: a free entry, else the first stale entry that
+// nobody waits for. A line that a caller waits for takes the place of the
+// oldest line nobody waits for (of the oldest line when every entry is
+// awaited); any other line is dropped when there is no room (null).
+queue_entry *entry_for(arm_record &arm, bool wanted) {
+    reply_queue &queue = arm.queue;
+    for (auto &entry : queue.entries)
+        if (!entry.used) return &entry;
+    for (auto &entry : queue.entries)
+        if (queue.counter > entry.stamp + queue_stale_after && !awaited_locked(arm, entry.name))
+            return &entry;
+    if (!wanted) return nullptr;
+    queue_entry *oldest = nullptr;
+    queue_entry *oldest_unwanted = nullptr;
+    for (auto &entry : queue.entries) {
+        if (!oldest || entry.stamp < oldest->stamp) oldest = &entry;
+        if (!awaited_locked(arm, entry.name) &&
+            (!oldest_unwanted || entry.stamp < oldest_unwanted->stamp))
+            oldest_unwanted = &entry;
+    }
+    return oldest_unwanted ? oldest_unwanted : oldest;
+}
+
 // A line with a NUL byte is no JSON text a reply parser could read.
 bool has_nul(const char *line, size_t length) { return std::memchr(line, '\0', length) != nullptr; }
+
+int event_type_of(const char *name) {
+    if (!name) return 0;
+    if (std::strcmp(name, trajectory_event) == 0) return 1;
+    if (std::strcmp(name, program_event) == 0) return 2;
+    return 0;
+}
 
 void file_line(arm_record &arm, const char *line, size_t length) {
     if (length < min_line_bytes - 1 || has_nul(line, length)) return;
@@ -160,12 +208,13 @@ void file_line(arm_record &arm, const char *line, size_t length) {
     const cJSON *point = name ? nullptr : cJSON_GetObjectItem(doc.get(), "point");
     if (!name && !point) return; // nobody can ask for it
     if (point) {
+        // The save file gets every point whatever room the queue has.
         save_point_threaded(std::string(line, length).c_str(), length, point);
         if (!cJSON_IsArray(point)) return;
     }
     ka_log_debug("thread_socket_receive len %d robot_handle: %d message:%.*s\n",
                  static_cast<int>(length), load_public(arm.pub.id), static_cast<int>(length), line);
-    int event_type = 0;
+    bool filed = false;
     {
         reply_queue &queue = arm.queue;
         std::lock_guard<std::mutex> lock(queue.mutex);
@@ -173,56 +222,25 @@ void file_line(arm_record &arm, const char *line, size_t length) {
         queue_entry *slot = nullptr;
         if (point) {
             // Point lines carry no name; they go to the entry indexed by the
-            // arm's DOF, as the controller's save protocol has always done.
+            // arm's DOF, as the controller's save protocol has always done,
+            // unless that entry holds a line a caller waits for.
             int dof = load_public(arm.pub.arm_dof);
             if (dof > 0 && dof < queue_entry_count) slot = &queue.entries[static_cast<size_t>(dof)];
+            if (slot && slot->used && awaited_locked(arm, slot->name)) slot = nullptr;
         } else {
-            for (auto &entry : queue.entries)
-                if (!entry.used) {
-                    slot = &entry;
-                    break;
-                }
-            if (!slot)
-                for (auto &entry : queue.entries)
-                    if (queue.counter > entry.stamp + queue_stale_after) {
-                        slot = &entry;
-                        break;
-                    }
+            slot = entry_for(arm, awaited_locked(arm, name));
         }
-        if (!slot) return; // every entry holds a fresh line: drop this one
-        copy_name(slot->name, name);
-        slot->text.assign(line, std::min(length, queue_line_capacity));
-        slot->stamp = queue.counter;
-        slot->used = true;
-        if (name && std::strcmp(name, trajectory_event) == 0) event_type = 1;
-        if (name && std::strcmp(name, program_event) == 0) event_type = 2;
+        if (slot) {
+            copy_name(slot->name, name);
+            slot->text.assign(line, std::min(length, queue_line_capacity));
+            slot->stamp = queue.counter;
+            slot->used = true;
+            filed = true;
+        }
     }
-    arm.queue.filed.notify_all();
-    if (event_type) deliver_event(arm, doc.get(), event_type);
-}
-
-// Appends received bytes and files every complete line.
-void feed(arm_record &arm, const char *data, size_t length) {
-    std::string &buffer = arm.assembly;
-    size_t scan_from = buffer.empty() ? 0 : buffer.size() - 1;
-    buffer.append(data, length);
-    size_t start = 0;
-    for (size_t pos = buffer.find("\r\n", scan_from); pos != std::string::npos;
-         pos = buffer.find("\r\n", start)) {
-        if (arm.skipping_long_line)
-            arm.skipping_long_line = false; // the tail of an over-long line
-        else
-            file_line(arm, buffer.data() + start, pos - start);
-        start = pos + 2;
-    }
-    buffer.erase(0, start);
-    // No line end within the limit: drop what came and the rest of that line,
-    // so the next line is read intact.
-    if (buffer.size() >= max_line_bytes) {
-        buffer.erase(0, buffer.size() - 1); // keep a trailing '\r'
-        if (buffer != "\r") buffer.clear();
-        arm.skipping_long_line = true;
-    }
+    if (filed) arm.queue.filed.notify_all();
+    // Every completion report reaches the event callback, queued or not.
+    if (int type = event_type_of(name)) deliver_event(arm, doc.get(), type);
 }
 
 void read_available(arm_record &arm) {
@@ -230,7 +248,7 @@ void read_available(arm_record &arm) {
     for (;;) {
         long n = platform::recv_some(arm.socket->fd, chunk, sizeof chunk);
         if (n > 0) {
-            feed(arm, chunk, static_cast<size_t>(n));
+            receive_bytes(arm, chunk, static_cast<size_t>(n));
             continue;
         }
         if (n == 0 || n == -2) mark_disconnected(arm);
@@ -238,12 +256,12 @@ void read_available(arm_record &arm) {
     }
 }
 
-void receive_loop(const worker_thread::stop_flag &stop) {
-    platform::wake_channel &wake = receiver().channel();
+void receive_loop(const worker_thread::run_ptr &run) {
+    platform::wake_channel &wake = run->wake;
     std::array<arm_ptr, KA_MAX_ARMS> arms;
     platform::socket_t sockets[KA_MAX_ARMS + 1];
     bool ready[KA_MAX_ARMS + 1];
-    while (!stop->load()) {
+    while (!run->stop.load()) {
         registry_connected_arms(arms);
         size_t count = 0;
         arm_record *polled[KA_MAX_ARMS + 1] = {};
@@ -263,14 +281,34 @@ void receive_loop(const worker_thread::stop_flag &stop) {
     }
 }
 
+// Single-thread mode: a "point" line met by the caller's own reads.
+bool is_point_line(const cJSON *doc) {
+    return doc && !line_name(doc) && cJSON_GetObjectItem(doc, "point");
+}
+
 // Single-thread mode: read the socket on the caller's thread until the line
 // named `name` arrives. Bytes received after it in the same read are dropped.
 int direct_wait(arm_record &arm, const char *name, char *out, int size, int timeout_ms) {
     std::lock_guard<std::mutex> reading(arm.direct_read_mutex);
-    std::string &buffer = arm.assembly;
-    buffer.clear();
-    bool skipping = false; // dropping an over-long line up to its end
+    line_splitter &lines = arm.assembly;
+    lines.clear();
     if (!arm.connected.load()) return -1;
+    int found = -1;
+    // The copy handed out keeps the line's "\r\n", which follows its text.
+    auto on_line = [&](const char *line, size_t length) {
+        size_t with_end = length + 2;
+        if (with_end < min_line_bytes || has_nul(line, length)) return true;
+        json_ptr doc(cJSON_ParseWithLength(line, length));
+        const char *got = doc ? line_name(doc.get()) : nullptr;
+        if (got && std::strcmp(got, name) == 0) {
+            found = copy_out(out, size, line, with_end);
+            ka_log_debug("thread_socket_receive len %d robot_handle: %d message:%s\n", found,
+                         load_public(arm.pub.id), out);
+            return false;
+        }
+        if (is_point_line(doc.get())) save_point_direct(arm, std::string(line, with_end));
+        return true;
+    };
     auto deadline = platform::clock::now() + std::chrono::milliseconds(timeout_ms);
     char chunk[4096];
     for (;;) {
@@ -285,44 +323,47 @@ int direct_wait(arm_record &arm, const char *name, char *out, int size, int time
             mark_disconnected(arm);
             return n == 0 ? -1 : -2;
         }
-        for (long i = 0; i < n; ++i) {
-            buffer.push_back(chunk[i]);
-            size_t len = buffer.size();
-            bool line_end = chunk[i] == '\n' && len >= 2 && buffer[len - 2] == '\r';
-            if (len >= max_line_bytes && !line_end) {
-                buffer.clear();
-                skipping = true;
-                continue;
-            }
-            if (!line_end) continue;
-            if (skipping || len < min_line_bytes || has_nul(buffer.data(), len)) {
-                skipping = false;
-                buffer.clear();
-                continue;
-            }
-            json_ptr doc(cJSON_ParseWithLength(buffer.data(), len));
-            const char *line = doc ? line_name(doc.get()) : nullptr;
-            if (line && std::strcmp(line, name) == 0) {
-                int copied = copy_out(out, size, buffer.data(), len);
-                ka_log_debug("thread_socket_receive len %d robot_handle: %d message:%s\n", copied,
-                             load_public(arm.pub.id), out);
-                buffer.clear();
-                return copied;
-            }
-            if (doc && !line && cJSON_GetObjectItem(doc.get(), "point")) save_point_direct(arm, buffer);
-            buffer.clear();
-        }
+        lines.feed(chunk, static_cast<size_t>(n), on_line);
+        if (found >= 0) return found;
     }
     save_check_silence();
     return -1;
 }
 
+// Single-thread mode, before a request goes out: what has already arrived
+// answers an earlier request, never this one, and nobody else reads it, so
+// it is dropped (a point line still goes to a save file). The caller holds
+// the arm's direct_read_mutex.
+void direct_drain(arm_record &arm) {
+    if (!arm.connected.load()) return;
+    line_splitter &lines = arm.assembly;
+    lines.clear();
+    char chunk[4096];
+    for (;;) {
+        long n = platform::recv_some(arm.socket->fd, chunk, sizeof chunk);
+        if (n == -1) break;
+        if (n == 0 || n == -2) {
+            mark_disconnected(arm);
+            break;
+        }
+        lines.feed(chunk, static_cast<size_t>(n), [&](const char *line, size_t length) {
+            if (length + 2 >= min_line_bytes && !has_nul(line, length)) {
+                json_ptr doc(cJSON_ParseWithLength(line, length));
+                if (is_point_line(doc.get())) save_point_direct(arm, std::string(line, length + 2));
+            }
+            return true;
+        });
+    }
+    lines.clear();
+}
+
 } // namespace
 
-trajectory_save_state &trajectory_save() {
-    static trajectory_save_state state;
-    return state;
-}
+// At namespace scope, so it is built before the receive thread and outlives
+// it when the process exits.
+trajectory_save_state save_state;
+
+trajectory_save_state &trajectory_save() { return save_state; }
 
 arm_record::~arm_record() {
     if (socket) platform::close_socket(socket->fd);
@@ -364,6 +405,7 @@ int wait_for_line(arm_record &arm, const char *name, char *out, int size, int ti
         return -1;
     }
     reply_queue &queue = arm.queue;
+    reply_claim claim(arm, name, false);
     auto deadline = platform::clock::now() + std::chrono::milliseconds(timeout_ms);
     std::unique_lock<std::mutex> lock(queue.mutex);
     for (;;) {
@@ -375,18 +417,73 @@ int wait_for_line(arm_record &arm, const char *name, char *out, int size, int ti
     }
 }
 
+namespace {
+void purge_locked(reply_queue &queue, const char *name) {
+    for (auto &entry : queue.entries)
+        if (entry.used && std::strcmp(entry.name, name) == 0) entry.used = false;
+}
+} // namespace
+
 void purge_lines(arm_record &arm, const char *name) {
     std::lock_guard<std::mutex> lock(arm.queue.mutex);
-    for (auto &entry : arm.queue.entries)
-        if (entry.used && std::strcmp(entry.name, name) == 0) entry.used = false;
+    purge_locked(arm.queue, name);
+}
+
+void receive_bytes(arm_record &arm, const char *data, size_t length) {
+    arm.assembly.feed(data, length, [&](const char *line, size_t n) {
+        file_line(arm, line, n);
+        return true;
+    });
+}
+
+reply_claim::reply_claim(arm_record &arm, const char *name, bool fresh) : arm_(arm), name_(name) {
+    if (!name) return;
+    reply_queue &queue = arm.queue;
+    if (thread_mode() == KA_THREAD_MODE_SINGLE) {
+        // The caller's own reads: claims on the arm take turns with them, so
+        // the lines dropped here cannot be the answer to another claim's
+        // request, which goes out only after that claim is registered.
+        std::lock_guard<std::mutex> reading(arm.direct_read_mutex);
+        bool alone;
+        {
+            std::lock_guard<std::mutex> lock(queue.mutex);
+            alone = queue.waiting.empty();
+            queue.waiting.push_back({name, 1});
+        }
+        counted_ = true;
+        if (fresh && alone) direct_drain(arm);
+        return;
+    }
+    std::lock_guard<std::mutex> lock(queue.mutex);
+    if (waiting_name *w = find_waiting(queue, name)) {
+        ++w->callers; // concurrent calls of one name: first come, first served
+    } else {
+        if (fresh) purge_locked(queue, name);
+        queue.waiting.push_back({name, 1});
+    }
+    counted_ = true;
+}
+
+reply_claim::~reply_claim() {
+    if (!counted_) return;
+    std::lock_guard<std::mutex> lock(arm_.queue.mutex);
+    auto &waiting = arm_.queue.waiting;
+    for (auto it = waiting.begin(); it != waiting.end(); ++it)
+        if (it->name == name_) {
+            if (--it->callers == 0) waiting.erase(it);
+            return;
+        }
 }
 
 extern "C" {
 
 ka_socket_object *ka_socket_handle_init(const char *ip, int port) {
-    if (!ip || port < 1 || std::strlen(ip) > sizeof(ka_socket_object::ip)) return nullptr;
+    // The text need not be terminated: no more is read than the field takes.
+    if (!ip || port < 1) return nullptr;
+    size_t length = strnlen(ip, sizeof(ka_socket_object::ip) + 1);
+    if (length > sizeof(ka_socket_object::ip)) return nullptr;
     auto object = new ka_socket_object;
-    std::memcpy(object->ip, ip, std::strlen(ip));
+    std::memcpy(object->ip, ip, length);
     object->port = port;
     return object;
 }
@@ -459,7 +556,7 @@ int handle_revice_data(arm_record *arm, const char *name, char *out, int size, i
 }
 
 void *thread_socket_receive(void *) {
-    receive_loop(std::make_shared<std::atomic<bool>>(false));
+    receive_loop(std::make_shared<worker_thread::run>());
     return nullptr;
 }
 

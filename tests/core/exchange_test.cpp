@@ -75,6 +75,21 @@ TEST(exchange, an_empty_field_list_fails_before_sending) {
     EXPECT_FALSE(s.peer.wait_for_lines(1, 100ms));
 }
 
+// Nothing goes out for a call without a command or key: the first line the
+// controller sees is the good call after them.
+TEST(exchange, generic_calls_without_command_or_key_fail_before_sending) {
+    arm_session s;
+    int value = 0;
+    EXPECT_EQ(ka_set_data_common(s.arm, 1, nullptr, "x"), -1);
+    EXPECT_EQ(ka_set_data_common(s.arm, 1, "set_x", nullptr), -1);
+    EXPECT_EQ(ka_get_data_common(s.arm, &value, nullptr, "x"), -1);
+    EXPECT_EQ(ka_get_data_common(s.arm, &value, "get_x", nullptr), -1);
+    s.peer.answer_next({reply(R"({"command":"set_x","set_state":true})")});
+    EXPECT_EQ(set_x(s.arm), 0);
+    ASSERT_TRUE(s.peer.wait_for_lines(1, 2s));
+    EXPECT_EQ(s.peer.lines().front(), R"({"command":"set_x","k":5})");
+}
+
 TEST(exchange, an_unknown_handle_fails_with_minus_one) {
     ka_robot_handle stranger{};
     int value = 0;

@@ -1,7 +1,9 @@
 // Opening and closing arms: registry slots, model detection, failed handles.
+#include "core/transport.h"
 #include "support/arm_fixture.h"
 
 #include <gtest/gtest.h>
+#include <cstring>
 #include <memory>
 #include <sys/socket.h>
 
@@ -16,6 +18,22 @@ struct library : ::testing::Test {
 };
 
 } // namespace
+
+// An address text without a terminator is read no further than the 21
+// characters the registry can take (the block below holds exactly those).
+TEST_F(library, an_unterminated_address_is_not_read_past_its_limit) {
+    auto text = std::make_unique<char[]>(21);
+    std::memset(text.get(), '1', 21);
+    EXPECT_EQ(ka_socket_handle_init(text.get(), 8080), nullptr);
+    ka_robot_handle *arm = ka_create_robot_arm(text.get(), 8080);
+    ASSERT_NE(arm, nullptr);
+    EXPECT_EQ(arm->id, -1);
+    std::memcpy(text.get(), "127.0.0.1", 10);
+    ka_socket_object *object = ka_socket_handle_init(text.get(), 8080);
+    ASSERT_NE(object, nullptr);
+    EXPECT_STREQ(object->ip, "127.0.0.1");
+    ka_socket_handle_destroy(object);
+}
 
 TEST_F(library, create_runs_the_synchronising_queries_and_detects_the_arm) {
     test_peer peer;
