@@ -192,14 +192,19 @@ TEST(full_queue, a_trajectory_save_keeps_every_point_and_fails_on_a_bad_one) {
         R"({"command":"save_trajectory","save_state":true,"total_num":3})" "\r\n";
     const std::string good = "{\"point\":[1,2,3,4,5,6]}\r\n";
     const std::string bad = "{\"point\":5}\r\n";
+    // The bad point comes once the save has seen its first good one, in one
+    // segment with the points that complete the count.
     const struct {
         const char *name;
-        std::string stream;
+        std::vector<action> stream;
         int result;
         std::string file;
     } rows[] = {
-        {"full queue", unasked_lines(20) + accepted + good + good + good, 0, good + good + good},
-        {"bad point among good ones", accepted + good + bad + good + good, -6, good + good + good},
+        {"full queue", {raw(unasked_lines(20) + accepted + good + good + good)}, 0, good + good + good},
+        {"bad point among good ones",
+         {raw(accepted), delay(50ms), raw(good), delay(50ms), raw(bad + good + good)},
+         -6,
+         good + good + good},
     };
     fs::path dir = fs::temp_directory_path() / ("ka_full_queue_" + std::to_string(::getpid()));
     fs::create_directories(dir);
@@ -209,7 +214,7 @@ TEST(full_queue, a_trajectory_save_keeps_every_point_and_fails_on_a_bad_one) {
             fs::path file = dir / "points.txt";
             {
                 arm_session s(mode);
-                s.peer.on("save_trajectory", {raw(row.stream)});
+                s.peer.on("save_trajectory", row.stream);
                 int num = 0;
                 EXPECT_EQ(ka_save_trajectory(s.arm, file.c_str(), &num), row.result);
                 EXPECT_EQ(num, 3);
