@@ -130,8 +130,7 @@ int send_pieces(const char *function, ka_robot_handle *handle, const char *text,
         std::memset(buffer, 0, sizeof buffer);
         std::memcpy(buffer, text + offset, std::min(piece, length - offset));
         int n = static_cast<int>(std::strlen(buffer));
-        if (n > 0 &&
-            (!arm->connected.load() || socket_block_send(arm->socket.get(), buffer, n) != 0)) {
+        if (n > 0 && send_on_arm(*arm, buffer, static_cast<size_t>(n)) != 0) {
             ka_log_error("[%s] %s send error\n", function, download_reply);
             return -1;
         }

@@ -120,6 +120,11 @@ void receiver_start();
 void receiver_stop();
 void receiver_wake(); // the set of arms changed
 void mark_disconnected(arm_record &arm);
+// Sends bytes on the arm's connection, waiting for room up to the send
+// time-out. 0 sent, -2 not connected or failed. A send that fails leaves the
+// stream cut inside a line, so the connection is closed: later calls fail at
+// once instead of talking into a stream the controller can no longer read.
+int send_on_arm(arm_record &arm, const char *data, size_t length);
 // Mode 0 and threaded waiting for the line named `name`; see handle_revice_data.
 int wait_for_line(arm_record &arm, const char *name, char *out, int size, int timeout_ms);
 // Drops queued lines with this name (a new wait must not take an old one).

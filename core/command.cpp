@@ -92,8 +92,7 @@ int send_formatted(const char *function, const char *command, ka_robot_handle *h
     arm_ptr arm = registry_find(handle);
     if (!arm) return -1;
     if (log_text) ka_log_debug("send is: %s\n", text.get());
-    if (!arm->connected.load() ||
-        socket_block_send(arm->socket.get(), line.data(), static_cast<int>(line.size())) != 0) {
+    if (send_on_arm(*arm, line.data(), line.size()) != 0) {
         ka_log_error("[%s] %s send error\n", function, command);
         return -1;
     }

@@ -86,8 +86,7 @@ int common_json_pack_set(arm_record *arm, const ka_request_field *fields, int co
     // peer's delayed acknowledgement before its second piece goes out.
     std::string line(text.get());
     line += "\r\n";
-    if (!arm->connected.load()) return -2;
-    return socket_block_send(arm->socket.get(), line.data(), static_cast<int>(line.size()));
+    return send_on_arm(*arm, line.data(), line.size());
 }
 
 int ka_pack_lock_set(const char *function, ka_robot_handle *handle, const ka_request_field *fields,

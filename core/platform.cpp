@@ -30,7 +30,7 @@ bool wait_for(int fd, short events, int timeout_ms) {
 }
 
 int remaining_ms(clock::time_point deadline) {
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - clock::now());
+    auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - clock::now());
     return left.count() > 0 ? static_cast<int>(left.count()) : 0;
 }
 

@@ -29,17 +29,23 @@ arm_ptr find_locked(const ka_robot_handle *handle) {
     return nullptr;
 }
 
+// Callers blocked on an arm are released first, the threads joined after;
+// the records go last, once no thread can be reading them.
 void stop_everything() {
+    std::array<arm_ptr, KA_MAX_ARMS> closing;
+    std::vector<arm_ptr> deleted;
+    {
+        std::unique_lock<std::shared_mutex> lock(registry_lock);
+        for (size_t i = 0; i < slots.size(); ++i) {
+            if (!slots[i]) continue;
+            socket_close(slots[i]->socket.get());
+            mark_disconnected(*slots[i]);
+            closing[i] = std::move(slots[i]);
+        }
+        deleted.swap(retired);
+    }
     receiver_stop();
     realtime_stop();
-    std::unique_lock<std::shared_mutex> lock(registry_lock);
-    for (auto &slot : slots) {
-        if (!slot) continue;
-        socket_close(slot->socket.get());
-        mark_disconnected(*slot);
-        slot.reset();
-    }
-    retired.clear();
 }
 
 int start_threads(int mode) {

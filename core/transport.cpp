@@ -312,10 +312,12 @@ int direct_wait(arm_record &arm, const char *name, char *out, int size, int time
     auto deadline = platform::clock::now() + std::chrono::milliseconds(timeout_ms);
     char chunk[4096];
     for (;;) {
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - platform::clock::now());
-        if (left.count() <= 0) break;
+        auto now = platform::clock::now();
+        if (now >= deadline) break;
+        // Rounded up: a wait never ends before its time-out.
+        auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now);
         int w = platform::wait_readable(arm.socket->fd, static_cast<int>(left.count()));
-        if (w == 0) break;
+        if (w == 0) continue;
         if (w < 0) return -2;
         long n = platform::recv_some(arm.socket->fd, chunk, sizeof chunk);
         if (n == -1) continue;
@@ -393,6 +395,14 @@ void mark_disconnected(arm_record &arm) {
         arm.queue.closed = true;
     }
     arm.queue.filed.notify_all();
+}
+
+int send_on_arm(arm_record &arm, const char *data, size_t length) {
+    if (!arm.connected.load()) return -2;
+    if (socket_block_send(arm.socket.get(), data, static_cast<int>(length)) == 0) return 0;
+    socket_close(arm.socket.get());
+    mark_disconnected(arm);
+    return -2;
 }
 
 int wait_for_line(arm_record &arm, const char *name, char *out, int size, int timeout_ms) {

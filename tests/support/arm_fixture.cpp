@@ -1,5 +1,7 @@
 #include "support/arm_fixture.h"
 
+#include <algorithm>
+#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
 #include <gtest/gtest.h>
@@ -43,13 +45,23 @@ int unused_local_port(int socket_type) {
 
 namespace {
 std::mutex capture_mutex;
+std::condition_variable capture_changed;
 std::vector<std::string> captured;
+
+bool any_contains(const std::string &text) {
+    return std::any_of(captured.begin(), captured.end(), [&](const std::string &line) {
+        return line.find(text) != std::string::npos;
+    });
+}
 
 void capture_sink(const char *format, va_list args) {
     char text[2048];
     std::vsnprintf(text, sizeof text, format, args);
-    std::lock_guard<std::mutex> lock(capture_mutex);
-    captured.emplace_back(text);
+    {
+        std::lock_guard<std::mutex> lock(capture_mutex);
+        captured.emplace_back(text);
+    }
+    capture_changed.notify_all();
 }
 } // namespace
 
@@ -70,9 +82,12 @@ std::vector<std::string> log_capture::lines() const {
 
 bool log_capture::contains(const std::string &text) const {
     std::lock_guard<std::mutex> lock(capture_mutex);
-    for (const auto &line : captured)
-        if (line.find(text) != std::string::npos) return true;
-    return false;
+    return any_contains(text);
+}
+
+bool log_capture::wait_for(const std::string &text, std::chrono::milliseconds timeout) const {
+    std::unique_lock<std::mutex> lock(capture_mutex);
+    return capture_changed.wait_for(lock, timeout, [&] { return any_contains(text); });
 }
 
 std::string line(const std::string &command, const std::string &rest) {

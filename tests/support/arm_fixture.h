@@ -6,6 +6,7 @@
 #include "ka_api.h"
 #include "support/test_peer.h"
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -57,6 +58,8 @@ class log_capture {
     ~log_capture();
     std::vector<std::string> lines() const;
     bool contains(const std::string &text) const;
+    // True once a line containing text has been logged, false on time-out.
+    bool wait_for(const std::string &text, std::chrono::milliseconds timeout) const;
 };
 
 } // namespace ka_test

@@ -131,7 +131,9 @@ struct test_peer::state {
     // The test thread waits here for lines, connections and disconnects.
     std::condition_variable events_cv;
     bool stopping = false;
+    bool reading_paused = false;
     std::map<std::string, std::vector<action>> persistent_rules;
+    std::map<std::string, answer_function> computed_rules;
     std::map<std::string, std::deque<std::vector<action>>> once_rules;
     std::deque<std::vector<action>> next_line_rules;
     std::vector<recorded_line> log;
@@ -141,6 +143,7 @@ struct test_peer::state {
 
     void accept_loop();
     void read_loop(connection &conn);
+    bool wait_until_reading();
     void work_loop(connection &conn);
     void take_line(connection &conn, std::string text);
     bool run(connection &conn, const std::vector<action> &actions);
@@ -199,13 +202,17 @@ void test_peer::state::read_loop(connection &conn) {
             break;
         }
         if (fds[1].revents != 0) break;
+        if (!wait_until_reading()) break;
         const ssize_t got = ::recv(fd, buffer.data(), buffer.size(), 0);
         if (got < 0 && errno == EINTR) continue;
         if (got <= 0) break; // end of stream, reset, or our own shutdown()
 
+        // Only the new bytes (and a "\r" left at the end) can complete a line,
+        // so a long line without an end is not scanned again on every read.
+        const std::size_t scan_from = pending.empty() ? 0 : pending.size() - 1;
         pending.append(buffer.data(), static_cast<std::size_t>(got));
         std::size_t start = 0;
-        for (std::size_t end = pending.find("\r\n"); end != std::string::npos;
+        for (std::size_t end = pending.find("\r\n", scan_from); end != std::string::npos;
              end = pending.find("\r\n", start)) {
             take_line(conn, pending.substr(start, end - start));
             start = end + 2;
@@ -224,6 +231,13 @@ void test_peer::state::read_loop(connection &conn) {
     events_cv.notify_all();
 }
 
+// False when the peer is stopping.
+bool test_peer::state::wait_until_reading() {
+    std::unique_lock lock(mutex);
+    work_cv.wait(lock, [&] { return stopping || !reading_paused; });
+    return !stopping;
+}
+
 void test_peer::state::take_line(connection &conn, std::string text) {
     std::string command = command_of(text);
     {
@@ -237,6 +251,9 @@ void test_peer::state::take_line(connection &conn, std::string text) {
                 once != once_rules.end() && !once->second.empty()) {
                 chosen = std::move(once->second.front());
                 once->second.pop_front();
+            } else if (auto computed = computed_rules.find(command);
+                       computed != computed_rules.end()) {
+                chosen = computed->second(received_line{conn.index, text});
             } else if (auto rule = persistent_rules.find(command); rule != persistent_rules.end()) {
                 chosen = rule->second;
             }
@@ -435,7 +452,33 @@ int test_peer::port() const { return state_->port; }
 
 void test_peer::on(const std::string &command, std::vector<action> actions) {
     std::lock_guard lock(state_->mutex);
+    state_->computed_rules.erase(command);
     state_->persistent_rules[command] = std::move(actions);
+}
+
+void test_peer::on_each(const std::string &command, answer_function answer) {
+    std::lock_guard lock(state_->mutex);
+    state_->persistent_rules.erase(command);
+    state_->computed_rules[command] = std::move(answer);
+}
+
+void test_peer::drop_one_shot_rules() {
+    std::lock_guard lock(state_->mutex);
+    state_->once_rules.clear();
+    state_->next_line_rules.clear();
+}
+
+void test_peer::pause_reading() {
+    std::lock_guard lock(state_->mutex);
+    state_->reading_paused = true;
+}
+
+void test_peer::resume_reading() {
+    {
+        std::lock_guard lock(state_->mutex);
+        state_->reading_paused = false;
+    }
+    state_->work_cv.notify_all();
 }
 
 void test_peer::on_once(const std::string &command, std::vector<action> actions) {

@@ -14,6 +14,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -50,6 +51,9 @@ struct received_line {
     std::string text;       // without the "\r\n"
 };
 
+// Computes the answer to one received line.
+using answer_function = std::function<std::vector<action>(const received_line &)>;
+
 class test_peer {
   public:
     // Binds and starts accepting; throws std::system_error on socket failure.
@@ -72,6 +76,22 @@ class test_peer {
     // non-JSON lines). Queued in order; checked before all other rules. An
     // empty list takes the next line and leaves it unanswered.
     void answer_next(std::vector<action> actions);
+    // Persistent rule whose answer is computed from each matching line, for
+    // answers that must differ per request. Replaces a plain persistent rule
+    // for the same command (and on() replaces this one); one-shot rules are
+    // still checked first. The function runs on the connection's reader with
+    // the peer's lock held, so it must not call back into the peer.
+    void on_each(const std::string &command, answer_function answer);
+    // Forgets the one-shot rules (on_once, answer_next) nothing has used yet.
+    void drop_one_shot_rules();
+
+    // Stops reading from every connection, so that what the library sends
+    // piles up in the socket buffers until its sends block. A read already
+    // under way still completes. Lines not read are neither recorded nor
+    // answered, and a connection closed meanwhile is noticed only after
+    // resume_reading().
+    void pause_reading();
+    void resume_reading();
 
     // Runs actions on the current (most recently accepted) connection from the
     // calling thread and returns when they are done; used for unsolicited
