@@ -342,8 +342,11 @@ void next_call_gets_its_own(fault_env &env) {
     query_ok(env);
 }
 
-// The reply arrived twice, the second time as its own segment.
-void duplicate_not_taken(fault_env &env) {
+// A reply (1) the last call did not take arrives now, as its own segment: a
+// duplicate of the reply it took, or the late reply of a call that gave up.
+// (A reply that comes while the next call already waits cannot be told from
+// that call's own: the protocol carries no request number.)
+void leftover_not_taken(fault_env &env) {
     const int before = events_so_far();
     env.session.peer.push({reply(get_v_reply(1)), reply(completion_report())});
     leftover_received(env, before);
@@ -353,18 +356,6 @@ void duplicate_not_taken(fault_env &env) {
 // Both copies came in one segment, with a report behind them.
 void duplicate_in_segment_not_taken(fault_env &env) {
     leftover_received(env, events_before_row);
-    next_call_gets_its_own(env);
-}
-
-// Call 1 timed out; its reply (1) comes after call 2 was sent, then call 2's
-// own (2).
-// The call gave up; its reply comes now, before the next call of its name.
-// (A reply that comes while that next call waits cannot be told from its
-// own: the protocol carries no request number.)
-void late_reply_not_taken(fault_env &env) {
-    const int before = events_so_far();
-    env.session.peer.push({reply(get_v_reply(1)), reply(completion_report())});
-    leftover_received(env, before);
     next_call_gets_its_own(env);
 }
 
@@ -426,9 +417,9 @@ const std::vector<fault_row> &fault_table() {
         {"joint array one short", every(-3), answers({reply(line("joint_degree", R"("joint":[1,2,3,4,5])"))}), &joints, answered(joints), {}, query_ok},
         {"set_state a string", every(-3), answers({reply(line("set_x", R"("set_state":"true")"))}), &set, answered(set), {}, query_ok},
         {"queried key missing", every(-3), answers({reply(line("get_v", R"("w":9)"))}), &get, answered(get), {}, query_ok},
-        {"duplicate reply", every(0), answers({reply(get_v_reply(1))}), &get, answered(get), 1, duplicate_not_taken},
+        {"duplicate reply", every(0), answers({reply(get_v_reply(1))}), &get, answered(get), 1, leftover_not_taken},
         {"duplicate reply in the same segment", every(0), answers({raw(crlf(get_v_reply(1)) + crlf(get_v_reply(1)) + crlf(completion_report()))}), &get, answered(get), 1, duplicate_in_segment_not_taken},
-        {"late reply", every(-2), answers({}), &get, runs_out(get), {}, late_reply_not_taken},
+        {"late reply", every(-2), answers({}), &get, runs_out(get), {}, leftover_not_taken},
         {"stale completion report before a blocking motion", every(0), stale_report_then_motion, &movej, {150ms, 150ms + hang_margin}, {}, query_ok},
         {"flood of unsolicited lines during a query", every(0), flood, &get, answered(get), 9, every_report_reached_the_callback},
         {"connection refused", every(-1), [](fault_env &) {}, &open_arm, {0ms, 1000ms}, {}, [](fault_env &env) { fails_fast(env); fresh_arm_works(env); }},
