@@ -1,0 +1,136 @@
+#include "sim_session.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <stdexcept>
+#include <system_error>
+
+namespace sim_test {
+
+sim::simulator_options options(const std::string &model, double speed) {
+    sim::simulator_options o;
+    o.model = model;
+    o.port = 0;
+    o.speed = speed;
+    return o;
+}
+
+arm_session::arm_session(sim::simulator_options o, int mode) : simulator(std::move(o)) {
+    port = simulator.start().at(0);
+    ka_init(mode);
+    install_callbacks();
+    arm = ka_create_robot_arm("127.0.0.1", port);
+    if (!arm || arm->id != 1) throw std::runtime_error("the simulated arm did not open");
+}
+
+arm_session::~arm_session() {
+    ka_destory();
+    simulator.stop();
+}
+
+line_client::line_client(int port) {
+    fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (fd_ < 0 || ::connect(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
+        const int error = errno;
+        if (fd_ >= 0) ::close(fd_);
+        throw std::system_error(error, std::generic_category(), "connect");
+    }
+}
+
+line_client::~line_client() { ::close(fd_); }
+
+void line_client::send(const std::string &line) {
+    const std::string bytes = line + "\r\n";
+    std::size_t sent = 0;
+    while (sent < bytes.size()) {
+        const ssize_t n = ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+        if (n <= 0) throw std::system_error(errno, std::generic_category(), "send");
+        sent += static_cast<std::size_t>(n);
+    }
+}
+
+std::string line_client::read(std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    for (;;) {
+        const auto end = pending_.find("\r\n");
+        if (end != std::string::npos) {
+            std::string line = pending_.substr(0, end);
+            pending_.erase(0, end + 2);
+            return line;
+        }
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) return "";
+        pollfd p{fd_, POLLIN, 0};
+        if (::poll(&p, 1, static_cast<int>(left.count())) != 1) return "";
+        char chunk[4096];
+        const ssize_t n = ::recv(fd_, chunk, sizeof chunk, 0);
+        if (n <= 0) return "";
+        pending_.append(chunk, static_cast<std::size_t>(n));
+    }
+}
+
+std::string line_client::ask(const std::string &line) {
+    send(line);
+    return read();
+}
+
+event_record &events() {
+    static event_record record;
+    return record;
+}
+
+void event_record::clear() {
+    std::lock_guard lock(mutex);
+    events.clear();
+    states.clear();
+}
+
+bool event_record::wait_events(std::size_t n, std::chrono::milliseconds limit) {
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, limit, [&] { return events.size() >= n; });
+}
+
+bool event_record::wait_states(std::size_t n, std::chrono::milliseconds limit) {
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, limit, [&] { return states.size() >= n; });
+}
+
+namespace {
+
+void on_event(ka_event_push_data_t data) {
+    event_record &record = events();
+    {
+        std::lock_guard lock(record.mutex);
+        record.events.push_back(data);
+    }
+    record.changed.notify_all();
+}
+
+void on_state(ka_realtime_arm_joint_state_t state) {
+    event_record &record = events();
+    {
+        std::lock_guard lock(record.mutex);
+        record.states.push_back(state);
+    }
+    record.changed.notify_all();
+}
+
+} // namespace
+
+void install_callbacks() {
+    ka_get_arm_event_call_back(on_event);
+    ka_realtime_arm_state_call_back(on_state);
+    events().clear();
+}
+
+} // namespace sim_test

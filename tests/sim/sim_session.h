@@ -1,0 +1,69 @@
+// Test harness for the simulator: a simulator started in this process, the
+// library opened against its first arm, a plain line client for talking to
+// the simulator directly, and recorders for the library's callbacks.
+#pragma once
+
+#include "ka_api.h"
+#include "sim/simulator.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace sim_test {
+
+sim::simulator_options options(const std::string &model = "KIVO-B", double speed = 1.0);
+
+// Starts `options` in-process and opens its first arm in `mode`; the
+// destructor closes the library (ka_destory) and stops the simulator.
+struct arm_session {
+    explicit arm_session(sim::simulator_options options, int mode = KA_THREAD_MODE_DUAL);
+    ~arm_session();
+    arm_session(const arm_session &) = delete;
+    arm_session &operator=(const arm_session &) = delete;
+
+    sim::simulator simulator;
+    int port = 0;
+    ka_robot_handle *arm = nullptr;
+};
+
+// One TCP connection that sends and receives whole "\r\n" lines.
+class line_client {
+  public:
+    explicit line_client(int port); // throws std::system_error
+    ~line_client();
+    line_client(const line_client &) = delete;
+    line_client &operator=(const line_client &) = delete;
+
+    void send(const std::string &line);
+    // The next line without "\r\n", or "" when none came within the limit or
+    // the connection ended.
+    std::string read(std::chrono::milliseconds limit = std::chrono::seconds(2));
+    // send() then read().
+    std::string ask(const std::string &line);
+
+  private:
+    int fd_ = -1;
+    std::string pending_;
+};
+
+// Completion reports and realtime datagrams the library delivered, in order.
+// The library keeps one callback of each kind per process; these forward to
+// the recorder, which tests clear before use.
+struct event_record {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<ka_event_push_data_t> events;
+    std::vector<ka_realtime_arm_joint_state_t> states;
+
+    void clear();
+    // True once at least n events (states) have been recorded.
+    bool wait_events(std::size_t n, std::chrono::milliseconds limit);
+    bool wait_states(std::size_t n, std::chrono::milliseconds limit);
+};
+event_record &events();
+void install_callbacks();
+
+} // namespace sim_test

@@ -1,0 +1,218 @@
+// The simulator on the wire: error replies, several clients on one arm,
+// several arms, injected faults as the library meets them, and the ka-sim
+// program started and stopped as a separate process.
+#include "sim_session.h"
+#include "support/child_process.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+using sim_test::arm_session;
+using sim_test::line_client;
+
+TEST(SimulatorWire, AnswersBadLinesWithAnErrorAndKeepsServing) {
+    arm_session s(sim_test::options());
+    line_client raw(s.port); // a second client on the same arm
+    const struct {
+        const char *sent;
+        const char *answer;
+    } rows[] = {
+        {R"({"command":"no_such_command","v":1})",
+         R"({"command":"no_such_command","error":"unknown command"})"},
+        {R"({"command":"get_joint_degree")", R"({"command":"error","error":"malformed JSON"})"},
+        {"plain text", R"({"command":"error","error":"malformed JSON"})"},
+        {R"([1,2,3])", R"({"command":"error","error":"malformed JSON"})"},
+        {R"({"v":50})", R"({"command":"error","error":"missing command"})"},
+        {R"({"command":"get_joint_degree"})",
+         R"({"command":"joint_degree","joint":[0,0,0,0,0,0]})"},
+        {R"({"command":"movej","v":50,"joint":[1000,0],"trajectory_connect":0,"r":0})",
+         R"({"command":"movej","receive_state":false})"},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(raw.ask(row.sent), row.answer) << row.sent;
+
+    // The library's own connection was not disturbed.
+    float joints[7] = {};
+    EXPECT_EQ(ka_get_joint_degree(s.arm, joints), KA_OK);
+    // Two requests in one segment get two replies in order.
+    raw.send(std::string(R"({"command":"get_arm_power_state"})") + "\r\n" +
+             R"({"command":"get_install_pose"})");
+    EXPECT_EQ(raw.read(), R"({"command":"arm_power_state","power_state":1})");
+    EXPECT_EQ(raw.read(), R"({"command":"install_pose","pose":[0,0,0]})");
+}
+
+TEST(SimulatorWire, ServesEachArmOnItsOwnPortWithItsOwnState) {
+    sim::simulator_options o = sim_test::options("LUNE-B", 8.0);
+    o.arms = 3;
+    sim::simulator simulator(o);
+    const std::vector<int> ports = simulator.start();
+    ASSERT_EQ(ports.size(), 3u);
+    line_client second(ports[1]);
+    line_client third(ports[2]);
+    EXPECT_EQ(
+        second.ask(
+            R"({"command":"movej","v":100,"joint":[0,0,0,0,0,0,1000],"trajectory_connect":0,"r":0})"),
+        R"({"command":"movej","receive_state":true})");
+    EXPECT_EQ(
+        second.read(),
+        R"({"state":"current_trajectory_state","trajectory_state":true,"device":0,"trajectory_connect":0})");
+    EXPECT_EQ(second.ask(R"({"command":"get_joint_degree"})"),
+              R"({"command":"joint_degree","joint":[0,0,0,0,0,0,1000]})");
+    EXPECT_EQ(third.ask(R"({"command":"get_joint_degree"})"),
+              R"({"command":"joint_degree","joint":[0,0,0,0,0,0,0]})");
+    simulator.stop();
+}
+
+TEST(SimulatorFaults, EachFaultMeetsTheLibraryAsATimeOutAndClears) {
+    float joints[7] = {};
+    struct fault_row {
+        const char *name;
+        sim::fault_change change;
+    };
+    sim::fault_change drop, garbage, late, stall;
+    drop.drop = 1;
+    garbage.garbage = 1;
+    late.delay_ms = 800; // beyond the library's 500 ms
+    stall.stall_ms = 800;
+    const fault_row rows[] = {
+        {"drop", drop}, {"garbage", garbage}, {"delay", late}, {"stall", stall}};
+    // A fresh arm per fault: a reply that comes late would otherwise wait in
+    // the library's queue and answer the next row's query.
+    for (const fault_row &row : rows) {
+        SCOPED_TRACE(row.name);
+        arm_session s(sim_test::options());
+        s.simulator.set_faults(1, row.change);
+        EXPECT_EQ(ka_get_joint_degree(s.arm, joints), KA_ERR_TIMEOUT);
+        sim::fault_change clear;
+        clear.clear = true;
+        s.simulator.set_faults(1, clear);
+        EXPECT_EQ(ka_get_joint_degree(s.arm, joints), KA_OK);
+    }
+    // A short delay is only a delay.
+    arm_session s(sim_test::options());
+    sim::fault_change short_delay;
+    short_delay.delay_ms = 50;
+    s.simulator.set_faults(1, short_delay);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(ka_get_joint_degree(s.arm, joints), KA_OK);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 50ms);
+}
+
+TEST(SimulatorFaults, ControlLineDropsTheNextReplyAndCloses) {
+    arm_session s(sim_test::options());
+    line_client control(s.port);
+    EXPECT_EQ(control.ask(R"({"sim":"faults","drop":1})"),
+              R"({"sim":"faults","drop":1,"delay":0,"garbage":0,"stall":0})");
+    float joints[7] = {};
+    EXPECT_EQ(ka_get_joint_degree(s.arm, joints), KA_ERR_TIMEOUT);
+    EXPECT_EQ(ka_get_joint_degree(s.arm, joints), KA_OK);
+    EXPECT_EQ(s.simulator.faults(1).drop, 0);
+
+    EXPECT_EQ(control.ask(R"({"sim":"faults","drop":-1})"),
+              R"({"sim":"faults","error":"bad value for drop"})");
+    EXPECT_EQ(control.ask(R"({"sim":"weather"})"), R"({"sim":"weather","error":"unknown topic"})");
+
+    // Closing ends every connection of the arm, the control line's own too.
+    EXPECT_EQ(control.ask(R"({"sim":"faults","close":true})"),
+              R"({"sim":"faults","drop":0,"delay":0,"garbage":0,"stall":0})");
+    EXPECT_EQ(control.read(), ""); // end of stream
+    EXPECT_NE(ka_get_joint_degree(s.arm, joints), KA_OK);
+    // The arm still accepts new clients.
+    line_client again(s.port);
+    EXPECT_EQ(again.ask(R"({"command":"get_arm_power_state"})"),
+              R"({"command":"arm_power_state","power_state":1})");
+}
+
+TEST(SimulatorOptions, RejectsWhatItCannotSimulate) {
+    const auto with = [](auto change) {
+        sim::simulator_options o = sim_test::options();
+        change(o);
+        return o;
+    };
+    EXPECT_THROW(sim::simulator(with([](auto &o) { o.model = "ROBOT-B"; })), std::invalid_argument);
+    EXPECT_THROW(sim::simulator(with([](auto &o) { o.arms = 6; })), std::invalid_argument);
+    EXPECT_THROW(sim::simulator(with([](auto &o) { o.speed = 0; })), std::invalid_argument);
+    EXPECT_THROW(sim::simulator(with([](auto &o) { o.host = "localhost"; })),
+                 std::invalid_argument);
+
+    std::string error;
+    const auto groups = sim::parse_fault_groups("drop=2,delay=30;2:garbage=1", &error);
+    ASSERT_TRUE(groups) << error;
+    ASSERT_EQ(groups->size(), 2u);
+    EXPECT_EQ((*groups)[0].first, 0);
+    EXPECT_EQ((*groups)[0].second.drop, 2);
+    EXPECT_EQ((*groups)[0].second.delay_ms, 30);
+    EXPECT_EQ((*groups)[1].first, 2);
+    EXPECT_EQ((*groups)[1].second.garbage, 1);
+    for (const char *bad : {"drop", "drop=x", "6:drop=1", "smoke=1", "close"})
+        EXPECT_FALSE(sim::parse_fault_groups(bad, &error)) << bad;
+}
+
+// Reads the first line the child writes into the fifo at `path`.
+std::string first_line(const std::string &path, std::chrono::milliseconds limit) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return "";
+    std::string text;
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (text.find('\n') == std::string::npos) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        pollfd p{fd, POLLIN, 0};
+        if (left.count() <= 0 || ::poll(&p, 1, static_cast<int>(left.count())) != 1) break;
+        char chunk[256];
+        const ssize_t n = ::read(fd, chunk, sizeof chunk);
+        if (n < 0 && errno == EAGAIN) continue;
+        if (n <= 0) break; // writer not there yet (POLLHUP) or gone
+        text.append(chunk, static_cast<std::size_t>(n));
+    }
+    ::close(fd);
+    return text.substr(0, text.find('\n'));
+}
+
+TEST(SimulatorProgram, StartsOnAFreePortServesAndEndsOnSigterm) {
+    char directory[] = "/tmp/ka_sim_test_XXXXXX";
+    ASSERT_NE(::mkdtemp(directory), nullptr);
+    const std::string fifo = std::string(directory) + "/out";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    {
+        // The shell replaces itself with ka-sim, so the pid is ka-sim's.
+        ka_test::child_process child(
+            "/bin/sh",
+            {"-c", R"(exec "$0" --port 0 --model QUIL-B --speed 4 > "$1")", KA_SIM_PROGRAM, fifo});
+        const std::string line = first_line(fifo, 10s);
+        const auto colon = line.rfind(':');
+        ASSERT_NE(colon, std::string::npos) << "no port line: '" << line << "'";
+        EXPECT_EQ(line.rfind("ka-sim: arm 1 listening on 127.0.0.1:", 0), 0u) << line;
+        const int port = std::atoi(line.c_str() + colon + 1);
+        ASSERT_GT(port, 0) << line;
+
+        ka_init(KA_THREAD_MODE_DUAL);
+        ka_robot_handle *arm = ka_create_robot_arm("127.0.0.1", port);
+        ASSERT_NE(arm, nullptr);
+        EXPECT_EQ(arm->id, 1);
+        EXPECT_EQ(arm->arm_dof, 7);
+        EXPECT_EQ(arm->arm_model, KA_ARM_MODEL_QUIL);
+        ka_destory();
+
+        ASSERT_EQ(::kill(child.pid(), SIGTERM), 0);
+        ASSERT_TRUE(child.wait(10s)) << child.describe();
+        EXPECT_TRUE(WIFEXITED(child.status()) && WEXITSTATUS(child.status()) == 0)
+            << child.describe();
+    }
+    ::unlink(fifo.c_str());
+    ::rmdir(directory);
+}
+
+} // namespace
