@@ -125,6 +125,21 @@ bool ik_polish(const dh_table &dh, int dof, const ik_frame &target, double q[], 
 void ik_nearer_along_self_motion(const dh_table &dh, const ik_frame &target, const double ref[7],
                                  const ik_limits &limits, double q[7]);
 
+// How far the flange of q (dof entries, radians) is off the target: metres
+// and radians combined, as ik_polish measures it.
+double ik_pose_error(const dh_table &dh, int dof, const ik_frame &target, const double q[]);
+
+// The in-limit point nearest to ref along the self-motion of a seven-axis
+// solution q, where the arm is not singular (the self-motion is then one
+// curve, whatever the redundancy parameter of a closed form does there):
+// steps along the Jacobian's null direction to the point of its tangent
+// nearest to ref, clamped onto the limits, each polished back onto the
+// target; a q outside the limits is first brought inside where the
+// self-motion allows. At most `steps` steps. true when q ends on the target
+// within the limits.
+bool ik_nearest_on_self_motion(const dh_table &dh, const ik_frame &target, const double ref[7],
+                               const ik_limits &limits, double q[7], int steps);
+
 // Cosine-rule slack of a near miss: a branch that misses its cosine rule by
 // less than this is finished with ik_polish instead of being dropped.
 inline constexpr double k_near_miss_slack = 1e-3; // m

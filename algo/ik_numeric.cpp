@@ -238,3 +238,121 @@ void ik_nearer_along_self_motion(const dh_table &dh, const ik_frame &target, con
         if (!moved) return;
     }
 }
+
+namespace {
+
+// Determinant of a 6x6 matrix by elimination with partial pivoting.
+double det6(double M[6][6]) {
+    double det = 1.0;
+    for (int c = 0; c < 6; ++c) {
+        int pivot = c;
+        for (int r = c + 1; r < 6; ++r)
+            if (std::fabs(M[r][c]) > std::fabs(M[pivot][c])) pivot = r;
+        if (M[pivot][c] == 0.0) return 0.0;
+        if (pivot != c) {
+            for (int k = 0; k < 6; ++k)
+                std::swap(M[c][k], M[pivot][k]);
+            det = -det;
+        }
+        det *= M[c][c];
+        for (int r = c + 1; r < 6; ++r) {
+            const double f = M[r][c] / M[c][c];
+            for (int k = c; k < 6; ++k)
+                M[r][k] -= f * M[c][k];
+        }
+    }
+    return det;
+}
+
+// Unit vector spanning the null space of a 6x7 Jacobian of rank 6: its
+// signed 6x6 minors. false where the rank drops (a singular arm, where the
+// self-motion is not one curve).
+bool null_direction(const double J[6][7], double n[7]) {
+    double norm2 = 0.0;
+    for (int k = 0; k < 7; ++k) {
+        double M[6][6];
+        for (int r = 0; r < 6; ++r)
+            for (int c = 0, j = 0; j < 7; ++j)
+                if (j != k) M[r][c++] = J[r][j];
+        n[k] = (k % 2 ? -1.0 : 1.0) * det6(M);
+        norm2 += n[k] * n[k];
+    }
+    if (!(norm2 > 1e-24)) return false;
+    const double inv = 1.0 / std::sqrt(norm2);
+    for (int k = 0; k < 7; ++k)
+        n[k] *= inv;
+    return true;
+}
+
+// Sum of the joints' excesses over their limits, radians.
+double limit_excess(const double q[7], const ik_limits &limits) {
+    double e = 0.0;
+    for (int k = 0; k < 7; ++k)
+        e += std::max(0.0, q[k] - limits.hi[k]) + std::max(0.0, limits.lo[k] - q[k]);
+    return e;
+}
+
+} // namespace
+
+bool ik_nearest_on_self_motion(const dh_table &dh, const ik_frame &target, const double ref[7],
+                               const ik_limits &limits, double q[7], int steps) {
+    // Steps stop this far inside a limit; the final polish moves a joint by about 1e-6.
+    constexpr double margin = 1e-5;
+    double excess = limit_excess(q, limits), best = ik_joint_distance2(q, ref, 7);
+    bool on_target = false;
+    for (int it = 0; it < steps; ++it) {
+        chain_state st;
+        forward(dh, 7, q, &st);
+        if (it == 0) {
+            double e[6];
+            pose_error(st.flange, target, e);
+            on_target = norm6(e) <= k_polish_tolerance;
+        }
+        double J[6][7], n[7];
+        jacobian(st, 7, J);
+        if (!null_direction(J, n)) break;
+        // Along q + s n: nearest to the reference at s_near, within the limits for s in [lo, hi].
+        double s_near = 0.0, lo = -1.0, hi = 1.0;
+        bool feasible = true;
+        for (int k = 0; k < 7; ++k) {
+            s_near += n[k] * (ref[k] - q[k]);
+            if (std::fabs(n[k]) > 1e-12) {
+                const double a = (limits.lo[k] + margin - q[k]) / n[k];
+                const double b = (limits.hi[k] - margin - q[k]) / n[k];
+                lo = std::max(lo, std::min(a, b));
+                hi = std::min(hi, std::max(a, b));
+            } else if (q[k] < limits.lo[k] || q[k] > limits.hi[k]) {
+                feasible = false;
+            }
+        }
+        double s = s_near;
+        if (feasible && lo <= hi) s = std::clamp(s_near, lo, hi);
+        s = std::clamp(s, -0.5, 0.5);
+        if (std::fabs(s) < 1e-6) break;
+        bool moved = false;
+        for (double scale = 1.0; scale > 0.1 && !moved; scale *= 0.5) {
+            double trial[7];
+            for (int k = 0; k < 7; ++k)
+                trial[k] = q[k] + scale * s * n[k];
+            if (!ik_polish(dh, 7, target, trial, k_polish_tolerance)) continue;
+            const double e = limit_excess(trial, limits), d = ik_joint_distance2(trial, ref, 7);
+            // Inside: nearer, or the first point inside; outside: less far out.
+            if (e > 0.0 ? e < excess : (excess > 0.0 || d < best)) {
+                std::copy(trial, trial + 7, q);
+                excess = e;
+                best = d;
+                moved = on_target = true;
+            }
+        }
+        if (!moved) break;
+    }
+    return on_target && excess == 0.0;
+}
+
+double ik_pose_error(const dh_table &dh, int dof, const ik_frame &target, const double q[]) {
+    chain_state st;
+    forward(dh, dof, q, &st);
+    double e[6];
+    pose_error(st.flange, target, e);
+    return norm6(e);
+}

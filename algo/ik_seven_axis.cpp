@@ -17,6 +17,11 @@ constexpr double k_pattern_tol = 1e-6;
 // float target, no more (a clamped point is off the target by this much).
 constexpr double k_rounding_slack = 1e-7;
 constexpr double k_inf = std::numeric_limits<double>::infinity();
+// Where QUIL's last joint stands still along the self-motion: joint 2
+// within the first band of 0, joint 5 within the second of +-90 degrees
+// (sines and cosines).
+constexpr double k_stall_band_shoulder = 0.1;
+constexpr double k_stall_band_wrist = 0.3;
 
 bool near(double value, double expected) { return std::fabs(value - expected) < k_pattern_tol; }
 
@@ -52,6 +57,12 @@ void product2(const double p[3], const double q[3], double out[5]) {
 // Groups: the elbow sign; members: two shoulder times two wrist branches.
 struct arm_angle_arm {
     static constexpr int param_joint = -1; // the parameter is not a joint
+    // Middle joints of the triples that align: the shoulder and the wrist.
+    static constexpr int aligning_joints[] = {1, 5};
+    // The group another meets where the parameter stands still: none.
+    static int partner(int g) { return g; }
+    // The arm angle describes the self-motion everywhere off the singularities.
+    static bool parameter_stalls(const double[7]) { return false; }
     static constexpr int groups = 2;
     static constexpr int members = 4;
     double d2 = 0, d4 = 0;
@@ -196,6 +207,19 @@ struct solution_intervals {
 // Groups: elbow sign times the choice of y3; members: two shoulder branches.
 struct offset_elbow_arm {
     static constexpr int param_joint = 6;
+    // Middle joint of the triple that aligns: the shoulder (the wrist's
+    // last axis is offset).
+    static constexpr int aligning_joints[] = {1};
+    // The group another meets where the last joint stands still (the
+    // other choice of y3, at the end of their common interval).
+    static int partner(int g) { return g ^ 1; }
+    // Whether t (a reference's joints with their offsets) is near a
+    // configuration where the self-motion leaves the last joint standing:
+    // joint 2 at 0, joint 5 at +-90 degrees (where the two choices of y3 meet).
+    static bool parameter_stalls(const double t[7]) {
+        return std::fabs(std::sin(t[1])) < k_stall_band_shoulder ||
+               std::fabs(std::cos(t[4])) < k_stall_band_wrist;
+    }
     static constexpr int groups = 4;
     static constexpr int members = 2;
     double a3 = 0, a4 = 0, a6 = 0, d2 = 0, d4 = 0, d6 = 0;
@@ -473,6 +497,26 @@ constexpr double k_min_probe = 0.02;
 // reference's own, radians of the parameter.
 constexpr double k_near_probe = 0.08;
 constexpr double k_near_reach = 0.64;
+// The shoulder is aligned where joint 2 is at 0 (LUNE's wrist where joint 6
+// is): joints 1 and 3 then turn about one line and only their sum is
+// defined. Where a group passes within k_aligned_band of that (rad of joint
+// 2), its joints 1 and 3 swing through half a turn within about joint 2's
+// least value over its rate along the parameter (QUIL's last joint even
+// stands still there): too narrow for the descent, so the passage is found
+// on its own and the answer taken along the self-motion in the joints. A
+// reference whose joint 2 is within k_aligned_seed of 0 has such a passage
+// looked for.
+constexpr double k_aligned_band = 0.05;
+constexpr double k_aligned_seed = 0.35;
+
+// Finite-difference step of the tilt's derivatives, radians of the parameter.
+constexpr double k_tilt_diff_step = 2e-4;
+// First step of the stepped search for the least tilt, radians of the parameter.
+constexpr double k_tilt_first_step = 0.005;
+// Alignments of one group closer than this are one, radians of the parameter.
+constexpr double k_same_alignment = 0.02;
+// Steps along the self-motion from the nearest point found at an alignment.
+constexpr int k_alignment_steps = 5;
 // Where strategy 1 looks beside each refined start, radians of the parameter.
 constexpr double k_near_offsets[] = {-0.25, 0.25};
 // An answer none of whose joints is farther than this from the reference
@@ -500,9 +544,9 @@ struct search_point {
 
 template <class Arm> class redundancy_search {
   public:
-    redundancy_search(const Arm &arm, const dh_table &dh, const double ref[7],
-                      const ik_limits &limits)
-        : arm_(arm), limits_(limits) {
+    redundancy_search(const Arm &arm, const dh_table &dh, const ik_frame &flange,
+                      const double ref[7], const ik_limits &limits)
+        : arm_(arm), dh_(dh), flange_(flange), limits_(limits) {
         for (int i = 0; i < 7; ++i) {
             ref_[i] = ref[i];
             off_[i] = dh.offset[i];
@@ -537,12 +581,21 @@ template <class Arm> class redundancy_search {
 
   private:
     const Arm &arm_;
+    const dh_table &dh_;
+    const ik_frame &flange_;
     const ik_limits &limits_;
     double ref_[7], off_[7], ref_t_[7];
     bool found_ = false;
     bool thorough_ = false; // strategy 0
     double best_cost_ = k_inf;
     double best_[7]{};
+    double best_p_ = 0.0; // parameter and group of the best
+    int best_g_ = -1;
+    // Alignments already searched: group, middle joint and parameter.
+    static constexpr int k_max_alignments = 8;
+    int n_aligned_ = 0;
+    int aligned_g_[k_max_alignments]{}, aligned_j_[k_max_alignments]{};
+    double aligned_p_[k_max_alignments]{};
     double window_lo_ = arm_.lower(), window_hi_ = arm_.upper();
 
     // Whole range of the parameter: the joint's limits, or one turn about p0.
@@ -570,13 +623,15 @@ template <class Arm> class redundancy_search {
         return find_nearest_joint(q, 7, ref_, limits_, fitted);
     }
 
-    void offer(const double q[7]) {
+    void offer(const search_point &sp) {
         double fitted[7];
-        if (!fit(q, fitted)) return;
+        if (!fit(sp.q, fitted)) return;
         const double c = cost(fitted);
         if (c < best_cost_) {
             best_cost_ = c;
             std::copy(fitted, fitted + 7, best_);
+            best_p_ = sp.p;
+            best_g_ = sp.g;
             found_ = true;
         }
     }
@@ -715,7 +770,7 @@ template <class Arm> class redundancy_search {
             descend_near(sp, false);
         }
         if (near_in_limits(sp.q)) {
-            offer(sp.q);
+            offer(sp);
             return;
         }
         // The group's unconstrained optimum bounds its in-limit points from
@@ -725,7 +780,7 @@ template <class Arm> class redundancy_search {
             search_point inside;
             if (boundary(sp, dir, &inside)) {
                 descend_near(inside, true);
-                offer(inside.q);
+                offer(inside);
             }
         }
     }
@@ -828,7 +883,7 @@ template <class Arm> class redundancy_search {
         std::copy(fitted, fitted + 7, sp.q);
         sp.cost = cost(fitted);
         descend_fitted(sp);
-        offer(sp.q);
+        offer(sp);
     }
 
     // A group's start: its reference parameter, or when it has no solution
@@ -909,6 +964,202 @@ template <class Arm> class redundancy_search {
         return false;
     }
 
+    // p brought into the admissible range, by whole turns where the
+    // parameter is an angle without limits; false when it does not fit.
+    bool admissible(double p, double *out) const {
+        for (double turn : {0.0, k_two_pi, -k_two_pi}) {
+            if (turn != 0.0 && arm_.bounded()) return false;
+            if (clamp_param(p + turn) == p + turn) {
+                *out = p + turn;
+                return true;
+            }
+        }
+        // A window of a whole turn short of the traversal's rounding.
+        *out = p;
+        return window_hi_ - window_lo_ >= k_two_pi - 0.01;
+    }
+
+    // sin^2 of the middle joint j of an aligning triple at p on group g:
+    // the squared tilt of its middle axis, smooth along the parameter (the
+    // joint itself has a corner where it passes 0). The same for every
+    // member of the group.
+    bool tilt2(int j, double p, int g, double *h) const {
+        double theta[Arm::members][7];
+        if (!admissible(p, &p) || !arm_.eval_group(p, g, ref_t_, theta)) return false;
+        const double s = std::sin(theta[0][j]);
+        *h = s * s;
+        return std::isfinite(*h);
+    }
+
+    // The tilt's slope and curvature at p (where it is h0) by finite
+    // differences, one-sided where p is at the end of the group's solutions.
+    bool tilt_derivatives(int j, double p, int g, double h0, double *slope, double *curvature,
+                          bool *one_sided = nullptr) const {
+        const double d = k_tilt_diff_step;
+        double hm = 0.0, hp = 0.0, h2 = 0.0;
+        const bool below = tilt2(j, p - d, g, &hm), above = tilt2(j, p + d, g, &hp);
+        if (one_sided) *one_sided = !(below && above);
+        if (below && above) {
+            *slope = (hp - hm) / (2.0 * d);
+            *curvature = (hp - 2.0 * h0 + hm) / (d * d);
+        } else if (above && tilt2(j, p + 2.0 * d, g, &h2)) {
+            *slope = (-3.0 * h0 + 4.0 * hp - h2) / (2.0 * d);
+            *curvature = (h0 - 2.0 * hp + h2) / (d * d);
+        } else if (below && tilt2(j, p - 2.0 * d, g, &h2)) {
+            *slope = (3.0 * h0 - 4.0 * hm + h2) / (2.0 * d);
+            *curvature = (h0 - 2.0 * hm + h2) / (d * d);
+        } else {
+            return false;
+        }
+        return std::isfinite(*slope) && std::isfinite(*curvature);
+    }
+
+    // The least tilt from p (where it is *h) in direction dir: steps
+    // doubling from k_tilt_first_step while the tilt falls and the group
+    // has solutions, then golden-section search in the last bracket.
+    bool least_tilt_by_steps(int j, int g, double dir, double *p, double *h) const {
+        double a = *p, b = *p, hb = *h, c = *p;
+        bool bracketed = false;
+        for (double step = k_tilt_first_step; step < 0.5 && !bracketed; step *= 2.0) {
+            double pc = 0.0, hc = 0.0;
+            if (!admissible(b + dir * step, &pc) || !tilt2(j, pc, g, &hc)) {
+                c = b + dir * 0.5 * step; // up to the end of the solutions, roughly
+                if (!admissible(c, &pc) || !tilt2(j, pc, g, &hc)) c = b;
+                bracketed = true;
+                break;
+            }
+            if (hc >= hb) {
+                c = pc;
+                bracketed = true;
+            } else {
+                a = b, b = pc, hb = hc;
+            }
+        }
+        if (!bracketed || a == c) {
+            *p = b, *h = hb;
+            return true;
+        }
+        constexpr double k_golden = 0.6180339887498949;
+        double lo = std::min(a, c), hi = std::max(a, c);
+        for (int it = 0; it < 10; ++it) {
+            const double x1 = hi - k_golden * (hi - lo), x2 = lo + k_golden * (hi - lo);
+            double h1 = k_inf, h2 = k_inf;
+            const bool ok1 = tilt2(j, x1, g, &h1), ok2 = tilt2(j, x2, g, &h2);
+            if (!ok1 && !ok2) break;
+            if (ok1 && (!ok2 || h1 < h2)) {
+                hi = x2;
+                if (h1 < hb) b = x1, hb = h1;
+            } else {
+                lo = x1;
+                if (h2 < hb) b = x2, hb = h2;
+            }
+        }
+        *p = b, *h = hb;
+        return true;
+    }
+
+    // A point near the alignment of the triple about joint j: that joint
+    // within k_aligned_seed of 0.
+    bool near_alignment(int j, const double q[7]) const {
+        return std::fabs(std::sin(q[j] + off_[j])) < k_aligned_seed;
+    }
+
+    // Exactly at the alignment only the sum (or difference) of joints 1
+    // and 3 is defined: the split nearest to the reference within the two
+    // joints' limits, polished onto the target.
+    void offer_split(int j, const search_point &at) {
+        const int a = j - 1, c = j + 1;
+        const double sign = std::cos(at.q[j] + off_[j]) >= 0.0 ? -1.0 : 1.0; // c per a
+        double q[7];
+        std::copy(at.q, at.q + 7, q);
+        // Joint a moves by d, joint c by sign * d.
+        double d = 0.5 * ((ref_[a] - q[a]) + sign * (ref_[c] - q[c]));
+        const double lo =
+            std::max(limits_.lo[a] - q[a], sign > 0 ? limits_.lo[c] - q[c] : q[c] - limits_.hi[c]);
+        const double hi =
+            std::min(limits_.hi[a] - q[a], sign > 0 ? limits_.hi[c] - q[c] : q[c] - limits_.lo[c]);
+        if (!(lo <= hi)) return;
+        d = std::clamp(d, lo + k_boundary_margin,
+                       std::max(lo + k_boundary_margin, hi - k_boundary_margin));
+        q[a] += d;
+        q[c] += sign * d;
+        if (!ik_polish(dh_, 7, flange_, q, k_polish_tolerance) || !near_in_limits(q)) return;
+        search_point sp = at;
+        std::copy(q, q + 7, sp.q);
+        offer(sp);
+    }
+
+    // From a point of group g near the alignment about joint j: the
+    // parameter where the tilt is least, by Newton's method on its square
+    // (nearly a parabola there, rate^2 (p - p_v)^2 + tilt^2), or by steps
+    // where it is not (QUIL's last joint stands still where joints 1 and 3
+    // trade angle, so there the tilt ends at the end of the group's
+    // solutions). If the least tilt is within k_aligned_band, the point there
+    // (with the split of the outer joints nearest to the reference's, within
+    // their limits) is offered, and moved along the self-motion in the
+    // joints, where the swing is a plain curve, to its nearest point.
+    void follow_alignment(int j, double p, int g) {
+        for (int k = 0; k < n_aligned_; ++k)
+            if (aligned_g_[k] == g && aligned_j_[k] == j &&
+                std::fabs(aligned_p_[k] - p) < k_same_alignment)
+                return;
+        double h0 = 0.0;
+        bool stepped = false;
+        if (!admissible(p, &p) || !tilt2(j, p, g, &h0)) return;
+        for (int it = 0; it < 6 && h0 > 1e-16; ++it) {
+            double slope, curvature;
+            bool at_end = false;
+            if (!tilt_derivatives(j, p, g, h0, &slope, &curvature, &at_end)) return;
+            const bool parabola = curvature > 1e-9;
+            // The parabola's least value: give up on a passage well outside
+            // the band; at once only away from the end of the group's
+            // solutions, where the tilt is no parabola.
+            const double least = parabola ? h0 - slope * slope / (2.0 * curvature) : 0.0;
+            if (parabola && (it > 0 || !at_end) && least > 4.0 * k_aligned_band * k_aligned_band)
+                return;
+            double dp = parabola ? std::clamp(-slope / curvature, -0.3, 0.3) : 0.0;
+            double h_next = h0, p_next = p;
+            bool moved = false;
+            // Halved while it leaves the group's solutions or does not lower the tilt.
+            for (int k = 0; k < 8 && !moved && parabola; ++k, dp *= 0.5)
+                moved = admissible(p + dp, &p_next) && tilt2(j, p_next, g, &h_next) && h_next < h0;
+            // Where Newton's steps fail or shrink (the tilt turning quickly
+            // near the end of a group's solutions), steps instead, once.
+            const bool stalled =
+                !moved || (h_next > 0.5 * h0 && h_next > k_aligned_band * k_aligned_band);
+            const bool settled = moved && std::fabs(p_next - p) < 1e-10;
+            const double dir = moved ? (p_next > p ? 1.0 : -1.0) : (slope > 0.0 ? -1.0 : 1.0);
+            if (moved) p = p_next, h0 = h_next;
+            if (settled) break;
+            if (stalled) {
+                if (stepped) break;
+                stepped = true;
+                least_tilt_by_steps(j, g, dir, &p, &h0);
+            }
+        }
+        if (!admissible(p, &p) || !tilt2(j, p, g, &h0) || h0 > k_aligned_band * k_aligned_band)
+            return;
+        for (int k = 0; k < n_aligned_; ++k)
+            if (aligned_g_[k] == g && aligned_j_[k] == j &&
+                std::fabs(aligned_p_[k] - p) < k_same_alignment)
+                return;
+        if (n_aligned_ < k_max_alignments)
+            aligned_g_[n_aligned_] = g, aligned_j_[n_aligned_] = j, aligned_p_[n_aligned_++] = p;
+        search_point best, sp;
+        if (start(p, g, &best)) {
+            // Within ik_zyz's aligned band the split is already the reference's.
+            if (near_in_limits(best.q))
+                offer(best);
+            else
+                offer_split(j, best);
+        }
+        // In the joints the self-motion through the alignment is a plain
+        // curve, wherever the parameter stands still or turns quickly.
+        if (best.cost < k_inf &&
+            ik_nearest_on_self_motion(dh_, flange_, ref_, limits_, best.q, k_alignment_steps))
+            offer(best);
+    }
+
     // Strategy 1. The reference's own group, and every group that starts
     // about as near, are refined nearest start first (so later ones meet a
     // tighter bound); an answer with a joint well away from the reference
@@ -942,6 +1193,16 @@ template <class Arm> class redundancy_search {
             }
         };
         refine_in_order([&](int g) { return g == own || starts[g].cost < 1.5 * own_best; });
+        // A reference near an alignment: the passage through it is looked
+        // for from the reference's group (and the group it meets there) and
+        // from the best answer.
+        for (int j : Arm::aligning_joints) {
+            if (!near_alignment(j, ref_)) continue;
+            bool followed[Arm::groups] = {};
+            for (int g : {own, Arm::partner(own)})
+                if (ok[g] && !followed[g]) follow_alignment(j, starts[g].p, g), followed[g] = true;
+            if (found_ && near_alignment(j, best_)) follow_alignment(j, best_p_, best_g_);
+        }
         // The distance along the parameter need not fall steadily towards
         // the nearest solution: another member's path can pass nearer a
         // little way off. Unless every joint of the best found is already
@@ -1166,6 +1427,13 @@ constexpr double k_suspect_gap = 0.6;
 // steps.
 constexpr double k_reference_error_bound = 1.0;
 constexpr int k_steps_from_reference = 6;
+// Near the aligned shoulder: an answer with every joint this close to the
+// reference is taken as it is (rad), and steps along the self-motion.
+constexpr double k_settled_gap = 1e-3;
+constexpr int k_aligned_steps = 6;
+// Joint motion per pose error (metres and radians combined) up to which an
+// answer counts as the reference's neighbour where the parameter stalls.
+constexpr double k_stall_ratio = 2.0;
 
 // The search's answer q, brought nearer to the reference where it can be:
 // along the self-motion, and, when a joint stays far, by
@@ -1173,7 +1441,34 @@ constexpr int k_steps_from_reference = 6;
 // is ill-conditioned, QUIL's elbow offset vanishing, the search may not
 // have reached the neighbourhood of a solution next to the reference).
 void bring_nearer(const dh_table &dh, const ik_frame &flange, const double q_ref[7],
-                  const ik_limits &limits, double q[7]) {
+                  const ik_limits &limits, bool parameter_stalls, double q[7]) {
+    // Where the search's parameter stands still along the self-motion (the
+    // arm's own test), it describes the self-motion badly, while in the
+    // joints it is a plain curve: the answer, and Newton's method from the
+    // reference, are moved along it.
+    if (parameter_stalls) {
+        // An answer that moved no more than the reference's pose error
+        // suggests is taken as it is.
+        const double plausible =
+            std::max(k_settled_gap, k_stall_ratio * ik_pose_error(dh, 7, flange, q_ref));
+        if (max_joint_gap(q, q_ref) <= plausible) return;
+        double moved[7];
+        std::copy(q, q + 7, moved);
+        if (ik_nearest_on_self_motion(dh, flange, q_ref, limits, moved, k_aligned_steps) &&
+            ik_joint_distance2(moved, q_ref, 7) < ik_joint_distance2(q, q_ref, 7))
+            std::copy(moved, moved + 7, q);
+        if (max_joint_gap(q, q_ref) <= k_settled_gap) return;
+        // A polish that stalls short of the target is still a start: every
+        // point the steps keep is polished.
+        std::copy(q_ref, q_ref + 7, moved);
+        ik_polish(dh, 7, flange, moved, k_polish_tolerance, k_steps_from_reference,
+                  k_reference_error_bound);
+        if (std::equal(moved, moved + 7, q_ref)) return; // the reference is far off the target
+        if (ik_nearest_on_self_motion(dh, flange, q_ref, limits, moved, k_aligned_steps) &&
+            ik_joint_distance2(moved, q_ref, 7) < ik_joint_distance2(q, q_ref, 7))
+            std::copy(moved, moved + 7, q);
+        return;
+    }
     const double gap = max_joint_gap(q, q_ref);
     if (gap > k_close_gap && gap <= k_self_motion_gap)
         ik_nearer_along_self_motion(dh, flange, q_ref, limits, q);
@@ -1193,7 +1488,7 @@ template <class Arm>
 int solve_redundant(const Arm &arm, const dh_table &dh, const ik_frame &flange,
                     const double q_ref[7], const ik_limits &limits, ik_redundancy redundancy,
                     double q_out[7]) {
-    redundancy_search<Arm> search(arm, dh, q_ref, limits);
+    redundancy_search<Arm> search(arm, dh, flange, q_ref, limits);
     double q[7];
     const int rc = search.run(redundancy, q);
     if (rc != k_ik_ok) return rc;
@@ -1205,8 +1500,12 @@ int solve_redundant(const Arm &arm, const dh_table &dh, const ik_frame &flange,
           find_nearest_joint(q, 7, q_ref, limits, q)))
         return k_ik_no_solution;
     // A traversal of a narrowed window keeps its answer's parameter there.
-    if (!(redundancy.strategy == 0 && redundancy.range < k_whole_range))
-        bring_nearer(dh, flange, q_ref, limits, q);
+    if (!(redundancy.strategy == 0 && redundancy.range < k_whole_range)) {
+        double ref_t[7];
+        for (int i = 0; i < 7; ++i)
+            ref_t[i] = q_ref[i] + dh.offset[i];
+        bring_nearer(dh, flange, q_ref, limits, Arm::parameter_stalls(ref_t), q);
+    }
     std::copy(q, q + 7, q_out);
     return k_ik_ok;
 }

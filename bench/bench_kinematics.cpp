@@ -3,7 +3,7 @@
 // the same chains (built from the same modified DH tables), the same targets
 // and the same references, in one run.
 //
-//   ./build/default/bench/bench_kinematics [samples_per_model]
+//   ./build/default/bench/bench_kinematics [samples_per_model [model_type [paths_per_model]]]
 //
 // Targets: joints drawn uniformly within the modelling limits (fixed seed),
 // target = forward kinematics. References: near (every joint within 0.3 rad
@@ -290,6 +290,77 @@ void run_model(int type, int n, bool report) {
     }
 }
 
+// Path following: straight Cartesian lines of 5-20 cm from random starts
+// within the inner 90 % of every joint's range, every other one turning the
+// orientation by up to 60 degrees about a fixed axis, sampled every 1 mm and
+// every 0.5 degrees; each sample solved through the exported call with the
+// previous sample's answer as the reference (a path ends where a sample
+// fails). Microseconds per sample.
+void run_paths(int type, int n_paths) {
+    const model_under_test m = load_model(type);
+    ka_algo_init_sys_data(static_cast<ka_robot_arm_model_e>(type), KA_FORCE_TYPE_B);
+    random_source rng(7000u + type);
+    stats per_sample;
+    int ended = 0;
+    for (int k = 0; k < n_paths; ++k) {
+        double q[7] = {};
+        for (int i = 0; i < m.dof; ++i) {
+            const double lo = m.limits.lo[i], hi = m.limits.hi[i], margin = 0.05 * (hi - lo);
+            q[i] = rng.uniform(lo + margin, hi - margin);
+        }
+        const ik_frame from = dh_product(m.dh, m.dof, q);
+        double dir[3] = {rng.uniform(-1, 1), rng.uniform(-1, 1), rng.uniform(-1, 1)}, axis[3];
+        const double length = rng.uniform(0.05, 0.2), dn = std::hypot(dir[0], dir[1], dir[2]);
+        for (double &c : axis)
+            c = rng.uniform(-1, 1);
+        const double an = std::hypot(axis[0], axis[1], axis[2]);
+        const double turn = k % 2 ? rng.uniform(0.0, 60.0 * k_deg) : 0.0;
+        const int n = std::max(static_cast<int>(std::ceil(length / 1e-3)),
+                               static_cast<int>(std::ceil(turn / (0.5 * k_deg))));
+        ka_inverse_kinematics_params_t p{};
+        to_reference_degrees(m, q, p.q_in);
+        p.q_flag = 1;
+        for (int s = 1; s <= n; ++s) {
+            const double f = static_cast<double>(s) / n, angle = f * turn;
+            // Rodrigues: the turn about the axis, in the tool's own frame.
+            const double u[3] = {axis[0] / an, axis[1] / an, axis[2] / an};
+            const double c = std::cos(angle), sn = std::sin(angle), v = 1.0 - c;
+            const double Rt[3][3] = {
+                {c + u[0] * u[0] * v, u[0] * u[1] * v - u[2] * sn, u[0] * u[2] * v + u[1] * sn},
+                {u[1] * u[0] * v + u[2] * sn, c + u[1] * u[1] * v, u[1] * u[2] * v - u[0] * sn},
+                {u[2] * u[0] * v - u[1] * sn, u[2] * u[1] * v + u[0] * sn, c + u[2] * u[2] * v}};
+            ka_matrix_t T{};
+            T.rows = T.columns = 4;
+            for (int r = 0; r < 3; ++r) {
+                for (int j = 0; j < 3; ++j)
+                    T.data[r][j] =
+                        static_cast<float>(from.R[r][0] * Rt[0][j] + from.R[r][1] * Rt[1][j] +
+                                           from.R[r][2] * Rt[2][j]);
+                T.data[r][3] = static_cast<float>(from.p[r] + f * dir[r] * length / dn);
+            }
+            T.data[3][3] = 1.0f;
+            p.q_pose = algo_matrix_to_pose(T);
+            float out[7];
+            const auto a = clock_type::now();
+            const int rc = ka_algo_inverse_kinematics(nullptr, p, out);
+            const double t = elapsed_us(a, clock_type::now());
+            per_sample.add(t, rc == 0);
+            if (rc != 0) {
+                ++ended;
+                break;
+            }
+            std::copy(out, out + 7, p.q_in);
+        }
+    }
+    double sum = 0.0;
+    for (double t : per_sample.us)
+        sum += t;
+    std::printf("  %-7s %-10s %s   mean %6.2f, %zu samples, %d of %d paths ended early\n", "paths",
+                "library", per_sample.row().c_str(),
+                per_sample.us.empty() ? 0.0 : sum / per_sample.us.size(), per_sample.us.size(),
+                ended, n_paths);
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -302,7 +373,12 @@ int main(int argc, char **argv) {
     run_model(0, std::min(n, 1000), false);
     // A second argument picks one model type.
     const int only = argc > 2 ? std::atoi(argv[2]) : -1;
-    for (int type : {0, 3, 4, 5, 6, 8, 1, 7})
-        if (only < 0 || type == only) run_model(type, n, true);
+    // A third argument sets the number of paths per model (default 300).
+    const int paths = argc > 3 ? std::max(0, std::atoi(argv[3])) : 300;
+    for (int type : {0, 3, 4, 5, 6, 8, 1, 7}) {
+        if (only >= 0 && type != only) continue;
+        run_model(type, n, true);
+        if (paths > 0) run_paths(type, paths);
+    }
     return 0;
 }

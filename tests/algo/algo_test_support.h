@@ -9,6 +9,7 @@
 #include "algo/pose_math.h"
 #include "ka_api.h"
 
+#include <Eigen/Dense>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -235,6 +236,43 @@ inline arm_frames sample_frames(int seed) {
     f.install_deg[1] = -3.0f;
     f.install_deg[2] = 20.0f;
     return f;
+}
+
+// ------------------------------------- Jacobian of the test's own model
+
+// Pose error of B against A: translation and the small rotation vector.
+inline Eigen::Matrix<double, 6, 1> pose_error(const ik_frame &A, const ik_frame &B) {
+    Eigen::Matrix<double, 6, 1> e;
+    for (int r = 0; r < 3; ++r)
+        e[r] = B.p[r] - A.p[r];
+    Eigen::Vector3d w = Eigen::Vector3d::Zero();
+    for (int c = 0; c < 3; ++c) {
+        const Eigen::Vector3d a(A.R[0][c], A.R[1][c], A.R[2][c]),
+            b(B.R[0][c], B.R[1][c], B.R[2][c]);
+        w += 0.5 * a.cross(b);
+    }
+    e.tail<3>() = w;
+    return e;
+}
+
+// The Jacobian of the flange pose by central differences of the DH product.
+inline Eigen::MatrixXd jacobian(const model_under_test &m, const double q[7]) {
+    constexpr double h = 1e-6;
+    Eigen::MatrixXd J(6, m.dof);
+    for (int i = 0; i < m.dof; ++i) {
+        double qp[7], qm[7];
+        std::copy(q, q + 7, qp);
+        std::copy(q, q + 7, qm);
+        qp[i] += h;
+        qm[i] -= h;
+        J.col(i) = pose_error(dh_product(m.dh, m.dof, qm), dh_product(m.dh, m.dof, qp)) / (2 * h);
+    }
+    return J;
+}
+
+// The smallest of its six singular values: near 0 near a singular configuration.
+inline double smallest_singular_value(const model_under_test &m, const double q[7]) {
+    return Eigen::JacobiSVD<Eigen::MatrixXd>(jacobian(m, q)).singularValues()(5);
 }
 
 inline double distance(const double a[7], const double b[7], int dof) {
