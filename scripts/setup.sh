@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# Installs every build, test and benchmark dependency from Debian packages.
+# Installs every build, test, benchmark and fuzzing dependency from Debian
+# packages.
 # Safe to run again: apt-get only installs what is missing.
 set -euo pipefail
 packages=(build-essential cmake pkg-config libcjson-dev libeigen3-dev
-          libgtest-dev libgmock-dev libbenchmark-dev liborocos-kdl-dev)
+          libgtest-dev libgmock-dev libbenchmark-dev liborocos-kdl-dev
+          clang libclang-rt-14-dev)
 sudo_cmd=()
 if [ "$(id -u)" -ne 0 ]; then sudo_cmd=(sudo); fi
 missing=()
