@@ -138,6 +138,32 @@ struct arm_angle_arm {
     double lower() const { return -k_inf; }
     double upper() const { return k_inf; }
 
+    // sin^2 of middle joint j (1: the shoulder, 5: the wrist) of group g at
+    // arm angle psi: the squared tilt of its axis, from the two axes it
+    // lies between (the base's z and z2; z4 and the flange's approach),
+    // without the group's angles.
+    bool aligning_tilt2(int j, double psi, int g, double *h) const {
+        const v3 E = C + r * (std::cos(psi) * u + std::sin(psi) * v);
+        const v3 z2 = (1.0 / d2) * (E - S);
+        if (j == 1) {
+            *h = z2.x * z2.x + z2.y * z2.y; // z1 is the base's z
+            return true;
+        }
+        // The wrist's middle cosine: M[2][2] of eval_group.
+        const double st3 = (g == 0 ? 1.0 : -1.0) * s3;
+        const v3 a{R[0][2], R[1][2], R[2][2]};
+        double c;
+        if (s3 > 1e-9) {
+            c = dot((1.0 / d4) * (W - E), a);
+        } else {
+            const v3 dir = std::cos(psi) * u + std::sin(psi) * v;
+            const v3 t = dir - dot(dir, z2) * z2;
+            c = -st3 * dot((1.0 / norm(t)) * t, a) + c3 * dot(z2, a);
+        }
+        *h = (1.0 - c) * (1.0 + c);
+        return true;
+    }
+
     // The four members of elbow group g at arm angle psi.
     bool eval_group(double psi, int g, const double ref_t[7], double theta[][7]) const {
         const double e = g == 0 ? 1.0 : -1.0;
@@ -418,8 +444,52 @@ struct offset_elbow_arm {
     double lower() const { return lo6; }
     double upper() const { return hi6; }
 
+    // sin^2 of joint 2 of group g at t6 (the squared tilt of z2 off the
+    // base's z), without the group's angles; j is always the shoulder's 1.
+    bool aligning_tilt2(int, double t6, int g, double *h) const {
+        upper_arm a;
+        if (!upper_arm_at(t6, g, &a)) return false;
+        const v3 z2 = a.s3 * a.x3 + a.c3 * a.y3;
+        *h = z2.x * z2.x + z2.y * z2.y;
+        return std::isfinite(*h);
+    }
+
     // The two shoulder members of group g (bit 1: elbow sign, bit 0: y3 choice).
     bool eval_group(double t6, int g, const double ref_t[7], double theta[][7]) const {
+        upper_arm a;
+        if (!upper_arm_at(t6, g, &a)) return false;
+        const v3 &x3 = a.x3, &y3 = a.y3, &x5 = a.x5, &z5 = a.z5;
+        const v3 z3 = cross(x3, y3);
+        const v3 x2 = a.c3 * x3 - a.s3 * y3;
+        const v3 y2 = -1.0 * z3;
+        const v3 z2 = a.s3 * x3 + a.c3 * y3;
+        const double R2[3][3] = {{x2.x, y2.x, z2.x}, {x2.y, y2.y, z2.y}, {x2.z, y2.z, z2.z}};
+        zyz_angles shoulder;
+        ik_zyz(R2, ref_t[0], ref_t[2], &shoulder);
+        const double t4 = std::atan2(dot(x3, z5), dot(z3, z5));
+        const double t5 = std::atan2(dot(y3, x5), -dot(y3, zf));
+        for (int i = 0; i < 2; ++i) {
+            double *t = theta[i];
+            t[0] = shoulder.angle[i][0];
+            t[1] = shoulder.angle[i][1];
+            t[2] = shoulder.angle[i][2];
+            t[3] = a.t3;
+            t[4] = t4;
+            t[5] = t5;
+            t[6] = t6;
+        }
+        return true;
+    }
+
+  private:
+    // What a group fixes at t6 before the shoulder's angles: frame 3's x and
+    // y axes, joint 4's angle with its cosine and sine, x5 and z5.
+    struct upper_arm {
+        v3 x3, y3, x5, z5;
+        double t3, c3, s3;
+    };
+
+    bool upper_arm_at(double t6, int g, upper_arm *out) const {
         const double e = (g & 2) ? -1.0 : 1.0, f = (g & 1) ? -1.0 : 1.0;
         const double cs = std::cos(t6), sn = std::sin(t6);
         const v3 x5 = cs * fx - sn * fy;
@@ -453,25 +523,7 @@ struct offset_elbow_arm {
         const v3 y3 = cb * dh + sb * cross(z5, dh);
         v3 x3 = (1.0 / ux) * (D - uy * y3);
         x3 = (1.0 / norm(x3)) * x3;
-        const v3 z3 = cross(x3, y3);
-        const v3 x2 = c3 * x3 - s3 * y3;
-        const v3 y2 = -1.0 * z3;
-        const v3 z2 = s3 * x3 + c3 * y3;
-        const double R2[3][3] = {{x2.x, y2.x, z2.x}, {x2.y, y2.y, z2.y}, {x2.z, y2.z, z2.z}};
-        zyz_angles shoulder;
-        ik_zyz(R2, ref_t[0], ref_t[2], &shoulder);
-        const double t4 = std::atan2(dot(x3, z5), dot(z3, z5));
-        const double t5 = std::atan2(dot(y3, x5), -dot(y3, zf));
-        for (int i = 0; i < 2; ++i) {
-            double *t = theta[i];
-            t[0] = shoulder.angle[i][0];
-            t[1] = shoulder.angle[i][1];
-            t[2] = shoulder.angle[i][2];
-            t[3] = t3;
-            t[4] = t4;
-            t[5] = t5;
-            t[6] = t6;
-        }
+        *out = {x3, y3, x5, z5, t3, c3, s3};
         return true;
     }
 };
@@ -984,11 +1036,7 @@ template <class Arm> class redundancy_search {
     // joint itself has a corner where it passes 0). The same for every
     // member of the group.
     bool tilt2(int j, double p, int g, double *h) const {
-        double theta[Arm::members][7];
-        if (!admissible(p, &p) || !arm_.eval_group(p, g, ref_t_, theta)) return false;
-        const double s = std::sin(theta[0][j]);
-        *h = s * s;
-        return std::isfinite(*h);
+        return admissible(p, &p) && arm_.aligning_tilt2(j, p, g, h) && std::isfinite(*h);
     }
 
     // The tilt's slope and curvature at p (where it is h0) by finite
