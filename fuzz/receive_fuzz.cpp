@@ -22,7 +22,7 @@
 
 namespace {
 
-constexpr size_t stream_limit = size_t{1} << 18; // bounds a run's time and memory
+constexpr size_t stream_limit = size_t{1} << 16; // bounds a run's time and memory
 
 struct receive_session {
     std::shared_ptr<arm_record> arm = std::make_shared<arm_record>();
