@@ -5,6 +5,7 @@
 //
 // Codes: 0 done, -1 local failure or disconnected, -2 no reply in time (500 ms
 // for queries, 1000 ms for ka_set_data_common), -3 unparsable reply.
+#include "core/arm.h"
 #include "support/arm_fixture.h"
 
 #include <algorithm>
@@ -81,11 +82,18 @@ struct fault_env {
 bool threaded(const fault_env &env) { return env.mode != KA_THREAD_MODE_SINGLE; }
 
 // The receive thread notices a peer's close on its own; waiting for its log
-// line makes the next call's code deterministic.
+// line makes the next call's code deterministic. In single-thread mode the
+// next call's own reads notice it, once the close has reached the socket.
 void expect_library_saw_close(const fault_env &env) {
-    if (threaded(env))
+    if (threaded(env)) {
         ASSERT_TRUE(env.log.wait_for("connection of arm", 2s))
             << "the receive thread never noticed the closed connection";
+        return;
+    }
+    arm_ptr arm = registry_find(env.target);
+    ASSERT_TRUE(arm);
+    ASSERT_EQ(platform::wait_readable(arm->socket->fd, 2000), 1)
+        << "the close never reached the arm's socket";
 }
 
 // ---- probes ----
