@@ -278,11 +278,17 @@ void flood(fault_env &env) {
 
 using follow_fn = void (*)(fault_env &);
 
-// The arm answers a normal query with its own reply, in time.
-void query_ok(fault_env &env) {
+// The peer behaves again: it reads, and its one-shot misbehaviour is gone.
+test_peer &behaving_peer(fault_env &env) {
     test_peer &peer = env.session.peer;
     peer.resume_reading();
     peer.drop_one_shot_rules();
+    return peer;
+}
+
+// The arm answers a normal query with its own reply, in time.
+void query_ok(fault_env &env) {
+    test_peer &peer = behaving_peer(env);
     peer.answer_next({reply(get_v_reply(7))});
     auto start = std::chrono::steady_clock::now();
     outcome after = get_v(env.session.arm);
@@ -300,9 +306,7 @@ void resume_then_query_ok(fault_env &env) {
 
 // A new arm opened against the same controller works.
 void fresh_arm_works(fault_env &env) {
-    test_peer &peer = env.session.peer;
-    peer.resume_reading();
-    peer.drop_one_shot_rules();
+    test_peer &peer = behaving_peer(env);
     ka_robot_handle *fresh = ka_create_robot_arm("127.0.0.1", peer.port());
     ASSERT_NE(fresh, nullptr);
     ASSERT_GT(fresh->id, 0) << "a fresh arm against the same controller";

@@ -65,15 +65,20 @@ TEST(SimulatedArm, OpensEveryModelWithItsJointsAndLimits) {
     }
 }
 
+// Position within `metres` and Euler angles within `radians`.
+void expect_near_pose(const ka_pose_t &a, const ka_pose_t &b, float metres, float radians) {
+    EXPECT_NEAR(a.position.x, b.position.x, metres);
+    EXPECT_NEAR(a.position.y, b.position.y, metres);
+    EXPECT_NEAR(a.position.z, b.position.z, metres);
+    EXPECT_NEAR(a.euler.rx, b.euler.rx, radians);
+    EXPECT_NEAR(a.euler.ry, b.euler.ry, radians);
+    EXPECT_NEAR(a.euler.rz, b.euler.rz, radians);
+}
+
 // The pose the simulator reports against the library's own kinematics,
 // within the wire's resolution (micrometres, milliradians, millionths).
 void expect_same_pose(const ka_pose_t &reported, const ka_pose_t &computed, bool with_quaternion) {
-    EXPECT_NEAR(reported.position.x, computed.position.x, 2e-6f);
-    EXPECT_NEAR(reported.position.y, computed.position.y, 2e-6f);
-    EXPECT_NEAR(reported.position.z, computed.position.z, 2e-6f);
-    EXPECT_NEAR(reported.euler.rx, computed.euler.rx, 2e-3f);
-    EXPECT_NEAR(reported.euler.ry, computed.euler.ry, 2e-3f);
-    EXPECT_NEAR(reported.euler.rz, computed.euler.rz, 2e-3f);
+    expect_near_pose(reported, computed, 2e-6f, 2e-3f);
     if (!with_quaternion) return;
     const ka_quat_t &a = reported.quaternion, &b = computed.quaternion;
     const float norm_b = std::sqrt(b.w * b.w + b.x * b.x + b.y * b.y + b.z * b.z);
@@ -249,12 +254,7 @@ TEST(SimulatedArm, MovesToACartesianTargetThroughItsJoints) {
         ASSERT_EQ(ka_get_current_arm_state(s.arm, &state), KA_OK);
         const ka_pose_t reached = ka_algo_forward_kinematics(s.arm, state.joint);
         // The target crossed the wire truncated to micrometres and milliradians.
-        EXPECT_NEAR(reached.position.x, target.position.x, 2e-5f);
-        EXPECT_NEAR(reached.position.y, target.position.y, 2e-5f);
-        EXPECT_NEAR(reached.position.z, target.position.z, 2e-5f);
-        EXPECT_NEAR(reached.euler.rx, target.euler.rx, 3e-3f);
-        EXPECT_NEAR(reached.euler.ry, target.euler.ry, 3e-3f);
-        EXPECT_NEAR(reached.euler.rz, target.euler.rz, 3e-3f);
+        expect_near_pose(reached, target, 2e-5f, 3e-3f);
 
         // Out of reach: refused, nothing moves.
         ka_pose_t far = target;
