@@ -1,22 +1,58 @@
 #include "sim/arm.h"
 
+#include "sim/json.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
 
 namespace sim {
 
-arm::arm(arm_traits traits) : traits_(std::move(traits)) {}
+std::string completion_report(const motion_end &end) {
+    json_ptr root(cJSON_CreateObject());
+    cJSON_AddStringToObject(root.get(), "state", "current_trajectory_state");
+    cJSON_AddBoolToObject(root.get(), "trajectory_state", end.completed);
+    cJSON_AddNumberToObject(root.get(), "device", end.device);
+    cJSON_AddNumberToObject(root.get(), "trajectory_connect", end.connect);
+    return json_print(root.get());
+}
+
+arm::arm(arm_traits traits) : traits_(std::move(traits)) {
+    limits.min_deg = traits_.min_deg;
+    limits.max_deg = traits_.max_deg;
+    limits.max_speed_deg = traits_.max_speed_deg;
+    limits.max_acc_deg = traits_.max_acc_deg;
+}
+
+namespace {
+
+mat4 frame_matrix(const frame &f) {
+    return pose_matrix({f.pose[0], f.pose[1], f.pose[2]}, {f.pose[3], f.pose[4], f.pose[5]});
+}
+
+} // namespace
+
+flange_pose arm::tool_pose(const joint_array &joints) const {
+    const mat4 in_base =
+        multiply(flange_matrix(traits_, joints), frame_matrix(frames.current_tool()));
+    return pose_of(multiply(rigid_inverse(frame_matrix(frames.current_work())), in_base));
+}
+
+std::optional<joint_array> arm::joints_for(const mat4 &target, const joint_array &seed) const {
+    // flange = work * target * tool^-1
+    const mat4 flange = multiply(multiply(frame_matrix(frames.current_work()), target),
+                                 rigid_inverse(frame_matrix(frames.current_tool())));
+    return inverse_kinematics(traits_, flange, seed);
+}
 
 bool arm::within_limits(const joint_array &joints) const {
     for (int j = 0; j < traits_.dof; ++j)
-        if (joints[j] < traits_.min_deg[j] || joints[j] > traits_.max_deg[j]) return false;
+        if (joints[j] < limits.min_deg[j] || joints[j] > limits.max_deg[j]) return false;
     return true;
 }
 
 bool arm::queue_movej(const joint_array &target, int v, int connect, double now) {
     if (v < 1 || v > 100 || !within_limits(target)) return false;
-    std::lock_guard lock(mutex_);
     motion m;
     m.target = target;
     m.v = v;
@@ -38,8 +74,8 @@ void arm::plan(motion &m, double start_time) {
     for (int j = 0; j < traits_.dof; ++j) {
         const double distance = std::fabs(m.target[j] - m.start[j]);
         if (distance < 1e-9) continue;
-        peak = std::min(peak, traits_.max_speed_deg[j] * scale / distance);
-        acc = std::min(acc, traits_.max_acc_deg[j] * scale / distance);
+        peak = std::min(peak, limits.max_speed_deg[j] * scale / distance);
+        acc = std::min(acc, limits.max_acc_deg[j] * scale / distance);
     }
     if (!std::isfinite(peak)) { // already there
         m.duration = 0;
@@ -80,7 +116,6 @@ double arm::progress(const motion &m, double t, double *rate) {
 }
 
 std::vector<motion_end> arm::advance(double now) {
-    std::lock_guard lock(mutex_);
     std::vector<motion_end> ended;
     speeds_.fill(0);
     while (!motions_.empty()) {
@@ -110,7 +145,6 @@ std::vector<motion_end> arm::advance(double now) {
 std::vector<motion_end> arm::stop(double now) {
     // Motions that finished before the stop are reported as finished.
     std::vector<motion_end> ended = advance(now);
-    std::lock_guard lock(mutex_);
     if (!motions_.empty()) {
         ended.push_back({false, 0});
         motions_.clear();
@@ -120,7 +154,6 @@ std::vector<motion_end> arm::stop(double now) {
 }
 
 arm_sample arm::sample() const {
-    std::lock_guard lock(mutex_);
     arm_sample s;
     s.joints = joints_;
     s.speeds = speeds_;
@@ -129,16 +162,6 @@ arm_sample arm::sample() const {
         s.status = "move_J";
     }
     return s;
-}
-
-push_config arm::push() const {
-    std::lock_guard lock(mutex_);
-    return push_;
-}
-
-void arm::set_push(const push_config &config) {
-    std::lock_guard lock(mutex_);
-    push_ = config;
 }
 
 } // namespace sim

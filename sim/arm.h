@@ -1,14 +1,24 @@
-// One simulated arm: its joints, its queue of planned motions and its push
-// configuration. Time is the simulator's simulated time in seconds; the
-// control cycle calls advance() with it, commands read and change the state
-// between cycles. Every member is safe to call from any thread.
+// One simulated arm: its joints, its queue of planned motions, its joint
+// limits, frames and push configuration, and the stores of every command
+// family (I/O, end effectors, programs, ...). Time is the simulator's
+// simulated time in seconds.
+//
+// Not locked inside: the simulator holds the arm's lock around every
+// command and every control cycle, so a command sees and changes the whole
+// state at once.
 #pragma once
 
 #include "sim/model.h"
+#include "sim/state/devices.h"
+#include "sim/state/frames.h"
+#include "sim/state/io.h"
+#include "sim/state/modbus.h"
+#include "sim/state/network.h"
+#include "sim/state/programs.h"
+#include "sim/state/safety.h"
 
 #include <array>
 #include <deque>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -16,11 +26,18 @@ namespace sim {
 
 using joint_array = std::array<double, 7>; // degrees, first dof entries used
 
-// The end of one motion, reported to the clients as "current_trajectory_state".
+// A line the controller sends unasked on every connection of the arm, after
+// the reply of the command that caused it (completion reports and the like).
+using report_list = std::vector<std::string>;
+
+// The end of one motion of a device, reported as "current_trajectory_state".
 struct motion_end {
-    bool completed; // false: ended early (stopped)
+    bool completed; // false: ended early (stopped) or refused while running
     int connect;    // the motion's "trajectory_connect": 1 while a connected motion follows
+    int device = 0; // 0 the arm; other numbers the controller's other motion devices
 };
+// {"state":"current_trajectory_state","trajectory_state":..,"device":..,"trajectory_connect":..}
+std::string completion_report(const motion_end &end);
 
 struct push_config {
     bool enable = false;
@@ -32,6 +49,15 @@ struct push_config {
     bool lift_state = false;
     bool expand_state = false;
     bool arm_current_status = true;
+};
+
+// The joint limits in force; they start as the model's and the limit
+// commands change them.
+struct joint_limits {
+    std::array<double, 7> min_deg{};
+    std::array<double, 7> max_deg{};
+    std::array<double, 7> max_speed_deg{}; // degrees/s
+    std::array<double, 7> max_acc_deg{};   // degrees/s^2
 };
 
 struct arm_sample {
@@ -61,8 +87,23 @@ class arm {
     arm_sample sample() const;
     bool within_limits(const joint_array &joints) const;
 
-    push_config push() const;
-    void set_push(const push_config &config);
+    // The tool frame's pose in the current work frame for joint angles
+    // (degrees): what the controller reports as the arm's pose.
+    flange_pose tool_pose(const joint_array &joints) const;
+    // Joint angles (degrees) that put the current tool at `target` (in the
+    // current work frame), nearest `seed`; nothing when unreachable. Joint
+    // limits are not checked here.
+    std::optional<joint_array> joints_for(const mat4 &target, const joint_array &seed) const;
+
+    push_config push;
+    joint_limits limits;
+    frame_store frames;
+    io_store io;
+    device_store devices;
+    network_store network;
+    program_store programs;
+    modbus_store modbus;
+    safety_store safety;
 
   private:
     struct motion {
@@ -79,11 +120,9 @@ class arm {
     static double progress(const motion &m, double t, double *rate);
 
     const arm_traits traits_;
-    mutable std::mutex mutex_;
     joint_array joints_{};
     joint_array speeds_{};
     std::deque<motion> motions_;
-    push_config push_;
 };
 
 } // namespace sim

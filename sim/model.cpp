@@ -20,6 +20,8 @@ constexpr product_marker product_markers[] = {
 
 constexpr double k_pi = 3.14159265358979323846;
 
+} // namespace
+
 mat4 identity() {
     mat4 m{};
     for (int i = 0; i < 4; ++i)
@@ -35,6 +37,18 @@ mat4 multiply(const mat4 &a, const mat4 &b) {
                 m[i][j] += a[i][k] * b[k][j];
     return m;
 }
+
+mat4 rigid_inverse(const mat4 &m) {
+    mat4 r = identity();
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j)
+            r[i][j] = m[j][i];
+    for (int i = 0; i < 3; ++i)
+        r[i][3] = -(r[i][0] * m[0][3] + r[i][1] * m[1][3] + r[i][2] * m[2][3]);
+    return r;
+}
+
+namespace {
 
 // Modified DH link: Rx(alpha) * Tx(a) * Rz(theta) * Tz(d).
 mat4 link(double alpha, double a, double theta, double d) {
@@ -202,7 +216,10 @@ std::optional<std::array<double, 7>> inverse_kinematics(const arm_traits &traits
 }
 
 flange_pose forward_kinematics(const arm_traits &traits, const std::array<double, 7> &joints_deg) {
-    const mat4 t = flange_matrix(traits, joints_deg);
+    return pose_of(flange_matrix(traits, joints_deg));
+}
+
+flange_pose pose_of(const mat4 &t) {
     flange_pose pose;
     pose.position = {t[0][3], t[1][3], t[2][3]};
     pose.euler = {std::atan2(t[2][1], t[2][2]), std::asin(std::clamp(-t[2][0], -1.0, 1.0)),

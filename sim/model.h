@@ -53,6 +53,12 @@ using mat4 = std::array<std::array<double, 4>, 4>;
 // as the product of the model's modified DH links.
 mat4 flange_matrix(const arm_traits &traits, const std::array<double, 7> &joints_deg);
 flange_pose forward_kinematics(const arm_traits &traits, const std::array<double, 7> &joints_deg);
+mat4 identity();
+mat4 multiply(const mat4 &a, const mat4 &b);
+// The inverse of a rotation-and-translation transform.
+mat4 rigid_inverse(const mat4 &m);
+// Position, Euler angles and quaternion of a transform.
+flange_pose pose_of(const mat4 &t);
 // A transform from a position (metres) and Euler angles (radians).
 mat4 pose_matrix(const std::array<double, 3> &position, const std::array<double, 3> &euler);
 // Joint angles (degrees) that put the flange at `target`, found numerically

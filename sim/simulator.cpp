@@ -3,6 +3,7 @@
 #include "sim/arm.h"
 #include "sim/commands.h"
 #include "sim/json.h"
+#include "sim/push.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -80,73 +81,14 @@ struct connection {
     std::atomic<bool> done{false};
 };
 
-std::string completion_line(const motion_end &end) {
-    json_ptr root(cJSON_CreateObject());
-    cJSON_AddStringToObject(root.get(), "state", "current_trajectory_state");
-    cJSON_AddBoolToObject(root.get(), "trajectory_state", end.completed);
-    cJSON_AddNumberToObject(root.get(), "device", 0); // the arm itself
-    cJSON_AddNumberToObject(root.get(), "trajectory_connect", end.connect);
-    return json_print(root.get());
-}
-
-// Nominal drive readings, in the controller's thousandths.
-constexpr int k_joint_current = 500;
-constexpr int k_joint_voltage = 48000;
-constexpr int k_joint_temperature = 35000;
-
-std::string push_datagram(const arm &a, const push_config &config) {
-    const arm_traits &traits = a.traits();
-    const arm_sample s = a.sample();
-    const int dof = traits.dof;
-    std::vector<int> position, speed, current(dof, k_joint_current), voltage(dof, k_joint_voltage),
-        temperature(dof, k_joint_temperature), enabled(dof, 1), errors(dof, 0);
-    for (int j = 0; j < dof; ++j) {
-        position.push_back(to_milli(s.joints[j]));
-        speed.push_back(deg_s_to_wire(s.speeds[j]));
-    }
-    json_ptr root(cJSON_CreateObject());
-    cJSON *joints = cJSON_AddObjectToObject(root.get(), "joint_status");
-    json_add_ints(joints, "joint_position", position);
-    if (config.joint_speed) json_add_ints(joints, "joint_speed", speed);
-    json_add_ints(joints, "joint_current", current);
-    json_add_ints(joints, "joint_voltage", voltage);
-    json_add_ints(joints, "joint_temperature", temperature);
-    json_add_ints(joints, "joint_en_flag", enabled);
-    json_add_ints(joints, "joint_err_code", errors);
-
-    const flange_pose pose = forward_kinematics(traits, s.joints);
-    cJSON *waypoint = cJSON_AddObjectToObject(root.get(), "waypoint");
-    json_add_ints(
-        waypoint, "position",
-        {to_micro(pose.position[0]), to_micro(pose.position[1]), to_micro(pose.position[2])});
-    json_add_ints(waypoint, "euler",
-                  {to_milli(pose.euler[0]), to_milli(pose.euler[1]), to_milli(pose.euler[2])});
-    json_add_ints(waypoint, "quat",
-                  {to_micro(pose.quat[0]), to_micro(pose.quat[1]), to_micro(pose.quat[2]),
-                   to_micro(pose.quat[3])});
-
-    if (traits.force_type != 0) {
-        // An unloaded sensor: forces in thousandths of a newton.
-        cJSON *sensor = cJSON_AddObjectToObject(
-            root.get(), traits.force_type == 2 ? "six_force_sensor" : "one_force_sensor");
-        const int axes = traits.force_type == 2 ? 6 : 1;
-        json_add_ints(sensor, "force", std::vector<int>(axes, 0));
-        json_add_ints(sensor, "zero_force", std::vector<int>(axes, 0));
-        cJSON_AddNumberToObject(sensor, "coordinate", config.force_coordinate);
-    }
-    cJSON_AddNumberToObject(root.get(), "arm_err", 0);
-    cJSON_AddNumberToObject(root.get(), "sys_err", 0);
-    if (config.arm_current_status)
-        cJSON_AddStringToObject(root.get(), "arm_current_status", s.status);
-    return json_print(root.get());
-}
-
 } // namespace
 
 struct simulator::impl {
     struct arm_server {
         int number = 0;
         std::unique_ptr<arm> state;
+        // Held around every command and every control cycle of this arm.
+        std::mutex state_mutex;
         arm_faults faults;
         int listen_fd = -1;
         int udp_fd = -1;
@@ -160,11 +102,11 @@ struct simulator::impl {
             std::lock_guard lock(connections_mutex);
             return connections;
         }
-        void broadcast(const std::vector<motion_end> &ended) {
-            if (ended.empty()) return;
+        void broadcast(const report_list &reports) {
+            if (reports.empty()) return;
             for (const auto &client : clients())
-                for (const motion_end &end : ended)
-                    client->send_line(completion_line(end));
+                for (const std::string &line : reports)
+                    client->send_line(line);
         }
     };
 
@@ -307,7 +249,15 @@ bool simulator::impl::handle_control(arm_server &server, connection &client,
 void simulator::impl::handle_line(arm_server &server, connection &client, const std::string &line) {
     if (handle_control(server, client, line)) return;
     command_context context{*server.state, now(), {}};
-    const std::string reply = answer_line(line, context);
+    std::string reply;
+    {
+        std::lock_guard lock(server.state_mutex);
+        reply = answer_line(line, context);
+    }
+    if (reply.empty()) { // a command the controller does not answer
+        server.broadcast(context.reports);
+        return;
+    }
     switch (server.faults.next_reply()) {
     case arm_faults::reply_fate::drop:
         break;
@@ -320,19 +270,24 @@ void simulator::impl::handle_line(arm_server &server, connection &client, const 
         client.send_line(reply);
         break;
     }
-    server.broadcast(context.ended);
+    server.broadcast(context.reports);
 }
 
 void simulator::impl::push(arm_server &server) {
-    const push_config config = server.state->push();
-    if (!config.enable || config.cycle < 1 ||
-        server.cycles % static_cast<std::uint64_t>(config.cycle) != 0)
-        return;
+    push_config config;
+    std::string datagram;
+    {
+        std::lock_guard lock(server.state_mutex);
+        config = server.state->push;
+        if (!config.enable || config.cycle < 1 ||
+            server.cycles % static_cast<std::uint64_t>(config.cycle) != 0)
+            return;
+        datagram = push_datagram(*server.state);
+    }
     sockaddr_in target{};
     target.sin_family = AF_INET;
     target.sin_port = htons(static_cast<std::uint16_t>(config.port));
     if (::inet_pton(AF_INET, config.ip.c_str(), &target.sin_addr) != 1) return;
-    const std::string datagram = push_datagram(*server.state, config);
     if (datagram.size() > k_max_datagram) return; // cannot happen with seven joints; never sent cut
     ::sendto(server.udp_fd, datagram.data(), datagram.size(), 0,
              reinterpret_cast<const sockaddr *>(&target), sizeof target);
@@ -349,7 +304,14 @@ void simulator::impl::control_loop() {
         lock.unlock();
         const double t = now();
         for (auto &server : arms) {
-            server->broadcast(server->state->advance(t));
+            report_list reports;
+            {
+                std::lock_guard state_lock(server->state_mutex);
+                for (const motion_end &end : server->state->advance(t))
+                    reports.push_back(completion_report(end));
+                run_cycle_hooks(*server->state, t, reports);
+            }
+            server->broadcast(reports);
             ++server->cycles;
             push(*server);
         }

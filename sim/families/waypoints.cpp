@@ -1,0 +1,8 @@
+// Global waypoints.
+#include "sim/families/family.h"
+
+namespace sim {
+
+const family waypoint_family{};
+
+} // namespace sim
