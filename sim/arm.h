@@ -95,6 +95,11 @@ class arm {
     // limits are not checked here.
     std::optional<joint_array> joints_for(const mat4 &target, const joint_array &seed) const;
 
+    // Error codes the state queries and the push report ("arm_err",
+    // "sys_err"); 0 when all is well.
+    int arm_err = 0;
+    int sys_err = 0;
+
     push_config push;
     joint_limits limits;
     frame_store frames;

@@ -54,8 +54,8 @@ std::string push_datagram(const arm &a) {
         json_add_ints(sensor, "zero_force", std::vector<int>(axes, 0));
         cJSON_AddNumberToObject(sensor, "coordinate", config.force_coordinate);
     }
-    cJSON_AddNumberToObject(root.get(), "arm_err", 0);
-    cJSON_AddNumberToObject(root.get(), "sys_err", 0);
+    cJSON_AddNumberToObject(root.get(), "arm_err", a.arm_err);
+    cJSON_AddNumberToObject(root.get(), "sys_err", a.sys_err);
     if (config.arm_current_status)
         cJSON_AddStringToObject(root.get(), "arm_current_status", s.status);
     return json_print(root.get());

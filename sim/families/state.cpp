@@ -14,8 +14,8 @@ void current_arm_state(const cJSON *, cJSON *reply, command_context &c) {
     cJSON *state = cJSON_AddObjectToObject(reply, "arm_state");
     json_add_ints(state, "joint", milli_joints(c.target, s.joints));
     json_add_ints(state, "pose", wire_pose(c.target.tool_pose(s.joints)));
-    cJSON_AddNumberToObject(state, "arm_err", 0);
-    cJSON_AddNumberToObject(state, "sys_err", 0);
+    cJSON_AddNumberToObject(state, "arm_err", c.target.arm_err);
+    cJSON_AddNumberToObject(state, "sys_err", c.target.sys_err);
 }
 
 constexpr command_row rows[] = {
