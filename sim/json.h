@@ -40,10 +40,17 @@ inline void json_add_ints(cJSON *object, const char *key, const std::vector<int>
                           cJSON_CreateIntArray(values.data(), static_cast<int>(values.size())));
 }
 
-inline std::optional<int> json_int(const cJSON *object, const char *key) {
-    const cJSON *item = cJSON_GetObjectItemCaseSensitive(object, key);
+// A number as an int, truncated toward zero; nothing for a number outside
+// the int range (or not a number), which no request may carry.
+inline std::optional<int> json_number_int(const cJSON *item) {
     if (!cJSON_IsNumber(item)) return std::nullopt;
-    return static_cast<int>(item->valuedouble);
+    const double value = item->valuedouble;
+    if (!(value > -2147483649.0 && value < 2147483648.0)) return std::nullopt;
+    return static_cast<int>(value);
+}
+
+inline std::optional<int> json_int(const cJSON *object, const char *key) {
+    return json_number_int(cJSON_GetObjectItemCaseSensitive(object, key));
 }
 
 inline std::optional<bool> json_bool(const cJSON *object, const char *key) {
@@ -64,8 +71,9 @@ inline std::optional<std::vector<int>> json_ints(const cJSON *object, const char
     if (!cJSON_IsArray(item) || cJSON_GetArraySize(item) != count) return std::nullopt;
     std::vector<int> values;
     for (const cJSON *element = item->child; element; element = element->next) {
-        if (!cJSON_IsNumber(element)) return std::nullopt;
-        values.push_back(static_cast<int>(element->valuedouble));
+        const auto value = json_number_int(element);
+        if (!value) return std::nullopt;
+        values.push_back(*value);
     }
     return values;
 }

@@ -1,6 +1,8 @@
 // Software information, power state and the realtime push settings.
 #include "sim/families/family.h"
 
+#include <utility>
+
 namespace sim {
 
 namespace {
@@ -14,10 +16,27 @@ void software_info(const cJSON *, cJSON *reply, command_context &c) {
     cJSON_AddStringToObject(ctrl, "build_time", "2026-01-01 00:00");
     cJSON *dynamic = cJSON_AddObjectToObject(reply, "dynamic_info");
     cJSON_AddStringToObject(dynamic, "model_version", "S1");
+    cJSON *plan = cJSON_AddObjectToObject(reply, "plan_info");
+    cJSON_AddStringToObject(plan, "version", "SIM-P1.0");
+    cJSON_AddStringToObject(plan, "build_time", "2026-01-01 00:00");
 }
 
-void power_state(const cJSON *, cJSON *reply, command_context &) {
-    cJSON_AddNumberToObject(reply, "power_state", 1);
+void power_state(const cJSON *, cJSON *reply, command_context &c) {
+    cJSON_AddNumberToObject(reply, "power_state", c.target.controller.power ? 1 : 0);
+}
+
+// "arm_power" 1 powers the joints (each keeps its enable setting), 0 cuts
+// them: a running motion stops where it is and the brakes hold the arm.
+void set_power(const cJSON *request, cJSON *reply, command_context &c) {
+    const auto power = json_int(request, "arm_power");
+    const bool ok = power && (*power == 0 || *power == 1);
+    if (ok) {
+        if (*power == 0)
+            for (const motion_end &end : c.target.stop(c.now))
+                c.reports.push_back(completion_report(end));
+        c.target.controller.power = *power == 1;
+    }
+    cJSON_AddBoolToObject(reply, "arm_power", ok);
 }
 
 void get_push(const cJSON *, cJSON *reply, command_context &c) {
@@ -34,27 +53,51 @@ void get_push(const cJSON *, cJSON *reply, command_context &c) {
     cJSON_AddBoolToObject(custom, "arm_current_status", p.arm_current_status);
 }
 
-// Keys left out of the request keep their value; the sensor frame is spelled
-// "force_cordinate" on this side of the protocol.
+// "enable" is always sent; the other keys, when left out, keep their value,
+// and a key of the wrong type refuses the whole setting. The sensor frame is
+// spelled "force_cordinate" on this side of the protocol.
 void set_push(const cJSON *request, cJSON *reply, command_context &c) {
     push_config p = c.target.push;
-    bool ok = true;
-    if (auto v = json_bool(request, "enable")) p.enable = *v;
+    const auto present = [](const cJSON *object, const char *key) {
+        return cJSON_GetObjectItemCaseSensitive(object, key) != nullptr;
+    };
+    const auto enable = json_bool(request, "enable");
+    bool ok = enable.has_value();
+    if (enable) p.enable = *enable;
     if (auto v = json_int(request, "cycle")) {
         if (*v < 1 || *v > 100) ok = false;
         p.cycle = *v;
+    } else if (present(request, "cycle")) {
+        ok = false;
     }
     if (auto v = json_int(request, "port")) {
         if (*v < 1 || *v > 65535) ok = false;
         p.port = *v;
+    } else if (present(request, "port")) {
+        ok = false;
     }
-    if (auto v = json_string(request, "ip")) p.ip = *v;
-    if (auto v = json_int(request, "force_cordinate")) p.force_coordinate = *v;
+    if (auto v = json_string(request, "ip"))
+        p.ip = *v;
+    else if (present(request, "ip"))
+        ok = false;
+    if (auto v = json_int(request, "force_cordinate"))
+        p.force_coordinate = *v;
+    else if (present(request, "force_cordinate"))
+        ok = false;
     if (const cJSON *custom = cJSON_GetObjectItemCaseSensitive(request, "custom")) {
-        if (auto v = json_bool(custom, "joint_speed")) p.joint_speed = *v;
-        if (auto v = json_bool(custom, "lift_state")) p.lift_state = *v;
-        if (auto v = json_bool(custom, "expand_state")) p.expand_state = *v;
-        if (auto v = json_bool(custom, "arm_current_status")) p.arm_current_status = *v;
+        if (!cJSON_IsObject(custom)) ok = false;
+        const std::pair<const char *, bool *> parts[] = {
+            {"joint_speed", &p.joint_speed},
+            {"lift_state", &p.lift_state},
+            {"expand_state", &p.expand_state},
+            {"arm_current_status", &p.arm_current_status},
+        };
+        for (const auto &[key, value] : parts) {
+            if (auto v = json_bool(custom, key))
+                *value = *v;
+            else if (present(custom, key))
+                ok = false;
+        }
     }
     if (ok) c.target.push = p;
     cJSON_AddBoolToObject(reply, "state", ok);
@@ -63,6 +106,7 @@ void set_push(const cJSON *request, cJSON *reply, command_context &c) {
 constexpr command_row rows[] = {
     {"get_arm_software_info", "arm_software_info", software_info},
     {"get_arm_power_state", "arm_power_state", power_state},
+    {"set_arm_power", "set_arm_power", set_power},
     {"get_realtime_push", "get_realtime_push", get_push},
     {"set_realtime_push", "set_realtime_push", set_push},
 };
