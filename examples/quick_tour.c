@@ -9,6 +9,7 @@
 
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 static void print_pose(const char *label, ka_pose_t p) {
     printf("%-28s x %.4f y %.4f z %.4f m, rx %.4f ry %.4f rz %.4f rad\n", label, p.position.x,
@@ -32,18 +33,20 @@ static int kinematics_tour(void) {
 
     ik.q_pose = target;
     ik.q_flag = 1; /* orientation from the Euler angles */
-    for (int i = 0; i < 7; ++i) ik.q_in[i] = bent[i] + 2.0f; /* a nearby reference */
+    for (int i = 0; i < 7; ++i)
+        ik.q_in[i] = bent[i] + 2.0f; /* a nearby reference */
     r = ka_algo_inverse_kinematics(NULL, ik, solved);
-    printf("inverse kinematics: %d, joints %.3f %.3f %.3f %.3f %.3f %.3f\n", r, solved[0], solved[1],
-           solved[2], solved[3], solved[4], solved[5]);
+    printf("inverse kinematics: %d, joints %.3f %.3f %.3f %.3f %.3f %.3f\n", r, solved[0],
+           solved[1], solved[2], solved[3], solved[4], solved[5]);
     return r == 0 ? 0 : 1;
 }
 
 static int arm_tour(const char *ip, int port) {
-    ka_arm_software_version_t version = {{0}};
+    ka_arm_software_version_t version;
     float max_pos[7] = {0};
     ka_robot_handle *arm;
 
+    memset(&version, 0, sizeof version);
     ka_init(KA_THREAD_MODE_DUAL);
     arm = ka_create_robot_arm(ip, port);
     if (!arm || arm->id < 1) {

@@ -21,8 +21,10 @@ void usage(std::FILE *out) {
              "  --port    first arm's TCP port, 0 for any free port (default 8080)\n"
              "  --arms    arms on consecutive ports, 1..5 (default 1)\n"
              "  --speed   simulated seconds per real second (default 1)\n"
-             "  --seed    seed for simulated noise (accepted; the arms are noise-free)\n"
-             "  --faults  [N:]drop=K,delay=MS,garbage=K,stall=MS[;...] (see sim/README.md)\n");
+             "  --seed    seed of the simulated readings' noise (default 0)\n"
+             "  --faults  [N:]SETTING[,SETTING...][;...], settings drop=K, delay=MS,\n"
+             "            garbage=K, stall=MS, duplicate=K, stale_report=K, close_after=K,\n"
+             "            byte_by_byte, refuse, mute_push (see sim/README.md)\n");
 }
 
 std::mutex output_mutex;
@@ -58,7 +60,6 @@ int main(int argc, char **argv) {
         }
         const char *value = argv[++i];
         bool ok = true;
-        int seed = 0;
         if (flag == "--model")
             options.model = value;
         else if (flag == "--host")
@@ -67,9 +68,12 @@ int main(int argc, char **argv) {
             ok = parse_int(value, 0, 65535, &options.port);
         else if (flag == "--arms")
             ok = parse_int(value, 1, 5, &options.arms);
-        else if (flag == "--seed")
-            ok = parse_int(value, 0, 2147483647L, &seed);
-        else if (flag == "--speed") {
+        else if (flag == "--seed") {
+            char *end = nullptr;
+            const unsigned long long seed = std::strtoull(value, &end, 10);
+            ok = *value >= '0' && *value <= '9' && *end == '\0' && seed <= 0xffffffffULL;
+            options.seed = static_cast<std::uint32_t>(seed);
+        } else if (flag == "--speed") {
             char *end = nullptr;
             options.speed = std::strtod(value, &end);
             ok = *value != '\0' && *end == '\0' && options.speed > 0 && options.speed <= 1000;

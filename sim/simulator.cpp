@@ -13,11 +13,16 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <cstring>
+#include <deque>
+#include <functional>
 #include <mutex>
 #include <sstream>
 #include <stdexcept>
@@ -32,10 +37,17 @@ using steady = std::chrono::steady_clock;
 
 // A line longer than this without a line end is not a command; it is dropped.
 constexpr std::size_t k_max_line = 1 << 20;
-// A client that does not read its replies for this long loses them.
-constexpr int k_send_timeout_s = 1;
+// Bytes a client may leave unread in its queue (beyond what the socket
+// buffers hold) before it is disconnected: at one completion report per
+// cycle that is minutes of not reading, far more than any sane pause.
+constexpr std::size_t k_max_queued_bytes = 4 << 20;
 // The library reads at most this many bytes of one pushed datagram.
 constexpr std::size_t k_max_datagram = 1024;
+// Lateness histogram: 10 microsecond buckets up to 100 ms, then one for the rest.
+constexpr double k_lateness_bucket_ms = 0.01;
+constexpr std::size_t k_lateness_buckets = 10000;
+// What a garbage fault sends instead of the reply.
+constexpr const char *k_garbage_line = "}{ not a reply \x01";
 
 std::system_error socket_error(const char *what) {
     return std::system_error(errno, std::generic_category(), what);
@@ -47,38 +59,183 @@ std::string peer_text(const sockaddr_in &address) {
     return std::string(text) + ":" + std::to_string(ntohs(address.sin_port));
 }
 
-struct connection {
-    connection(int descriptor, std::string peer_name)
-        : fd(descriptor), peer(std::move(peer_name)) {}
+// One client. Its reader answers requests; its writer sends what is queued,
+// in order, so lines never interleave and nobody but the writer waits on a
+// slow client.
+class connection {
+  public:
+    using written_hook = std::function<void(const std::string &, steady::time_point)>;
+
+    connection(int descriptor, std::string peer_name, const arm_faults &faults,
+               written_hook written)
+        : fd(descriptor), peer(std::move(peer_name)), faults_(faults),
+          written_(std::move(written)) {}
     ~connection() {
+        shut();
         if (reader.joinable()) reader.join();
+        if (writer_.joinable()) writer_.join();
         ::close(fd);
     }
     connection(const connection &) = delete;
     connection &operator=(const connection &) = delete;
 
-    // One whole line per call; false once the connection is unusable.
-    bool send_line(const std::string &text) {
-        const std::string bytes = text + "\r\n";
-        std::lock_guard lock(send_mutex);
+    void start_writer() {
+        writer_ = std::thread([this] { write_loop(); });
+    }
+
+    // Queues one line (without "\r\n"); `close_after`: the connection is
+    // shut once it has left. Never blocks on the socket. A client whose
+    // queue is full is disconnected and the line is lost.
+    void queue_line(std::string text, bool close_after = false) {
+        {
+            std::lock_guard lock(queue_mutex_);
+            if (closing_) return;
+            if (queued_bytes_ + text.size() > k_max_queued_bytes) {
+                overflowed_ = true;
+            } else {
+                queued_bytes_ += text.size();
+                queue_.push_back({std::move(text), close_after});
+            }
+        }
+        if (overflowed_.load()) shut();
+        queued_.notify_one();
+    }
+
+    // Sends what is queued, then shuts: for a client that has stopped
+    // sending (its replies may still be read).
+    void finish() {
+        {
+            std::lock_guard lock(queue_mutex_);
+            draining_ = true;
+        }
+        queued_.notify_all();
+    }
+
+    // Ends the connection both ways now: the reader sees end of stream, the
+    // writer drops what is queued and stops. The descriptor stays open until
+    // both are joined.
+    void shut() {
+        {
+            std::lock_guard lock(queue_mutex_);
+            if (closing_) return;
+            closing_ = true;
+        }
+        ::shutdown(fd, SHUT_RDWR);
+        queued_.notify_all();
+    }
+
+    bool overflowed() const { return overflowed_; }
+    // Both threads have finished: joining them cannot wait.
+    bool ended() const { return reader_done && writer_done_; }
+
+    const int fd;
+    const std::string peer;
+    std::thread reader;
+    std::atomic<bool> reader_done{false}; // set by the reader as its last act
+
+  private:
+    struct outgoing {
+        std::string text;
+        bool close_after;
+    };
+
+    bool send_all(const char *bytes, std::size_t size) {
         std::size_t sent = 0;
-        while (sent < bytes.size()) {
-            const ssize_t n = ::send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+        while (sent < size) {
+            const ssize_t n = ::send(fd, bytes + sent, size - sent, MSG_NOSIGNAL);
             if (n < 0 && errno == EINTR) continue;
             if (n <= 0) return false;
             sent += static_cast<std::size_t>(n);
         }
         return true;
     }
-    // Wakes the reader with end of stream; the descriptor stays open until
-    // the reader has been joined.
-    void shut() { ::shutdown(fd, SHUT_RDWR); }
 
-    const int fd;
-    const std::string peer;
-    std::mutex send_mutex;
-    std::thread reader;
-    std::atomic<bool> done{false};
+    bool send_line(const std::string &text) {
+        const std::string bytes = text + "\r\n";
+        if (!faults_.settings().byte_by_byte) return send_all(bytes.data(), bytes.size());
+        for (const char &byte : bytes)
+            if (!send_all(&byte, 1)) return false;
+        return true;
+    }
+
+    void write_loop() {
+        std::unique_lock lock(queue_mutex_);
+        for (;;) {
+            queued_.wait(lock, [&] { return closing_ || draining_ || !queue_.empty(); });
+            if (closing_ || (draining_ && queue_.empty())) break;
+            outgoing next = std::move(queue_.front());
+            queue_.pop_front();
+            queued_bytes_ -= next.text.size();
+            lock.unlock();
+            const auto handed_over = steady::now();
+            const bool sent = send_line(next.text);
+            if (sent && written_) written_(next.text, handed_over);
+            if (!sent || next.close_after) shut();
+            lock.lock();
+        }
+        lock.unlock();
+        shut();
+        writer_done_ = true;
+    }
+
+    const arm_faults &faults_;
+    const written_hook written_;
+    std::thread writer_;
+    std::mutex queue_mutex_;
+    std::condition_variable queued_;
+    std::deque<outgoing> queue_;
+    std::size_t queued_bytes_ = 0;
+    bool closing_ = false;
+    bool draining_ = false;
+    std::atomic<bool> overflowed_{false};
+    std::atomic<bool> writer_done_{false};
+};
+
+// Control-cycle lateness, one count per 10 microseconds of lateness.
+class lateness_histogram {
+  public:
+    void add(double late_ms) {
+        const auto bucket = static_cast<std::size_t>(std::max(0.0, late_ms) / k_lateness_bucket_ms);
+        std::lock_guard lock(mutex_);
+        ++counts_[std::min(bucket, k_lateness_buckets)];
+        ++total_;
+        max_ms_ = std::max(max_ms_, late_ms);
+    }
+    void reset() {
+        std::lock_guard lock(mutex_);
+        counts_.fill(0);
+        total_ = 0;
+        max_ms_ = 0;
+    }
+    cycle_lateness summary() const {
+        std::lock_guard lock(mutex_);
+        cycle_lateness result;
+        result.cycles = total_;
+        result.max_ms = max_ms_;
+        result.p50_ms = quantile(0.50);
+        result.p99_ms = quantile(0.99);
+        return result;
+    }
+
+  private:
+    // The upper edge of the bucket holding the q-th cycle.
+    double quantile(double q) const {
+        if (total_ == 0) return 0;
+        const auto rank = static_cast<std::uint64_t>(std::ceil(q * static_cast<double>(total_)));
+        std::uint64_t seen = 0;
+        for (std::size_t i = 0; i <= k_lateness_buckets; ++i) {
+            seen += counts_[i];
+            if (seen >= rank)
+                return i == k_lateness_buckets ? max_ms_
+                                               : static_cast<double>(i + 1) * k_lateness_bucket_ms;
+        }
+        return max_ms_;
+    }
+
+    mutable std::mutex mutex_;
+    std::array<std::uint64_t, k_lateness_buckets + 1> counts_{};
+    std::uint64_t total_ = 0;
+    double max_ms_ = 0;
 };
 
 } // namespace
@@ -88,6 +245,9 @@ struct simulator::impl {
         int number = 0;
         std::unique_ptr<arm> state;
         // Held around every command and every control cycle of this arm.
+        // Lock order: state_mutex, then connections_mutex, then a
+        // connection's queue; the fault settings' own lock is taken alone
+        // or innermost.
         std::mutex state_mutex;
         arm_faults faults;
         int listen_fd = -1;
@@ -96,17 +256,22 @@ struct simulator::impl {
         std::thread acceptor;
         std::mutex connections_mutex;
         std::vector<std::shared_ptr<connection>> connections;
-        std::uint64_t cycles = 0;
+        std::uint64_t cycles = 0; // control thread only
 
-        std::vector<std::shared_ptr<connection>> clients() {
-            std::lock_guard lock(connections_mutex);
-            return connections;
-        }
+        // Queues the lines on every connection; never blocks.
         void broadcast(const report_list &reports) {
             if (reports.empty()) return;
-            for (const auto &client : clients())
+            std::lock_guard lock(connections_mutex);
+            for (const auto &client : connections)
                 for (const std::string &line : reports)
-                    client->send_line(line);
+                    client->queue_line(line);
+        }
+        // Closes every connection now but `spared`, which closes itself
+        // once its queued lines have left.
+        void shut_all(const connection *spared = nullptr) {
+            std::lock_guard lock(connections_mutex);
+            for (const auto &client : connections)
+                if (client.get() != spared) client->shut();
         }
     };
 
@@ -121,6 +286,7 @@ struct simulator::impl {
     std::mutex control_mutex;
     std::condition_variable control_wake;
     std::mutex lifecycle_mutex;
+    lateness_histogram lateness;
 
     double now() const {
         return std::chrono::duration<double>(steady::now() - epoch).count() * options.speed;
@@ -137,10 +303,10 @@ struct simulator::impl {
     void control_loop();
     void push(arm_server &server);
     void reap(arm_server &server);
-    void close_all();
 };
 
 void simulator::impl::accept_loop(arm_server &server) {
+    const std::string arm_name = "arm " + std::to_string(server.number);
     while (!stopping) {
         pollfd fds[2] = {{server.listen_fd, POLLIN, 0}, {wake_fd, POLLIN, 0}};
         if (::poll(fds, 2, -1) < 0) {
@@ -154,31 +320,43 @@ void simulator::impl::accept_loop(arm_server &server) {
         const int fd = ::accept4(server.listen_fd, reinterpret_cast<sockaddr *>(&address), &length,
                                  SOCK_CLOEXEC);
         if (fd < 0) continue;
+        if (server.faults.settings().refuse) {
+            ::close(fd);
+            log(arm_name + " client " + peer_text(address) + " refused");
+            continue;
+        }
         const int one = 1;
         ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-        const timeval send_timeout{k_send_timeout_s, 0};
-        ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
         reap(server);
-        auto client = std::make_shared<connection>(fd, peer_text(address));
-        log("arm " + std::to_string(server.number) + " client " + client->peer + " connected");
+        connection::written_hook written;
+        if (options.line_written)
+            written = [this, number = server.number](const std::string &line,
+                                                     steady::time_point at) {
+                options.line_written(number, line, at);
+            };
+        auto client =
+            std::make_shared<connection>(fd, peer_text(address), server.faults, std::move(written));
+        log(arm_name + " client " + client->peer + " connected");
         std::lock_guard lock(server.connections_mutex);
         server.connections.push_back(client);
-        // The list owns the connection; its reader only borrows it, so the
-        // last owner (never the reader itself) joins the reader.
+        // The list owns the connection; its threads only borrow it, so the
+        // last owner (never one of those threads) joins them.
+        client->start_writer();
         client->reader =
             std::thread([this, &server, raw = client.get()] { read_loop(server, raw); });
     }
 }
 
-// Drops connections whose reader has ended (joined in the destructor).
+// Drops connections whose reader has ended; they are joined and closed here,
+// outside every lock.
 void simulator::impl::reap(arm_server &server) {
     std::vector<std::shared_ptr<connection>> ended;
     {
         std::lock_guard lock(server.connections_mutex);
         auto &all = server.connections;
         for (auto it = all.begin(); it != all.end();) {
-            if ((*it)->done) {
-                ended.push_back(*it);
+            if ((*it)->ended()) {
+                ended.push_back(std::move(*it));
                 it = all.erase(it);
             } else {
                 ++it;
@@ -196,21 +374,36 @@ void simulator::impl::read_loop(arm_server &server, connection *client) {
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) break;
         pending.append(chunk, static_cast<std::size_t>(n));
-        std::size_t end;
-        while (!stopping && (end = pending.find('\n')) != std::string::npos) {
+        // Only "\r\n" ends a request: some requests are printed formatted,
+        // with bare "\n" inside the object.
+        while (!stopping) {
+            // A project's text follows its accepted "run_project" as raw bytes.
+            project_text_result text;
+            {
+                std::lock_guard lock(server.state_mutex);
+                text = take_project_text(*server.state, client, pending, now());
+            }
+            if (!text.reply.empty()) client->queue_line(text.reply);
+            if (text.consumed) continue;
+            const std::size_t end = pending.find("\r\n");
+            if (end == std::string::npos) break;
             std::string line = pending.substr(0, end);
-            pending.erase(0, end + 1);
-            if (!line.empty() && line.back() == '\r') line.pop_back();
+            pending.erase(0, end + 2);
             if (line.empty()) continue;
             server.faults.wait_while_stalled(stopping);
             handle_line(server, *client, line);
         }
         if (pending.size() > k_max_line) pending.clear();
     }
-    client->shut();
+    {
+        std::lock_guard lock(server.state_mutex);
+        drop_project_text(*server.state, client);
+    }
+    client->finish();
     if (!stopping)
-        log("arm " + std::to_string(server.number) + " client " + client->peer + " disconnected");
-    client->done = true;
+        log("arm " + std::to_string(server.number) + " client " + client->peer +
+            (client->overflowed() ? " disconnected (did not read its replies)" : " disconnected"));
+    client->reader_done = true;
 }
 
 // Control lines ({"sim":...}) are answered at once and never suffer faults.
@@ -228,46 +421,51 @@ bool simulator::impl::handle_control(arm_server &server, connection &client,
         if (const auto change = parse_fault_json(root.get(), &error)) {
             server.faults.apply(*change);
             close_now = change->close;
-            const fault_settings now = server.faults.settings();
-            cJSON_AddNumberToObject(reply.get(), "drop", now.drop);
-            cJSON_AddNumberToObject(reply.get(), "delay", now.delay_ms);
-            cJSON_AddNumberToObject(reply.get(), "garbage", now.garbage);
-            cJSON_AddNumberToObject(reply.get(), "stall", now.stall_ms);
+            add_fault_settings(reply.get(), server.faults.settings());
         } else {
             cJSON_AddStringToObject(reply.get(), "error", error.c_str());
         }
     } else {
         cJSON_AddStringToObject(reply.get(), "error", "unknown topic");
     }
-    client.send_line(json_print(reply.get()));
-    if (close_now)
-        for (const auto &other : server.clients())
-            other->shut();
+    // The other connections are closed before the answer leaves, and this
+    // one right after it: whoever reads the answer finds them all closed.
+    if (close_now) server.shut_all(&client);
+    client.queue_line(json_print(reply.get()), close_now);
     return true;
 }
 
 void simulator::impl::handle_line(arm_server &server, connection &client, const std::string &line) {
     if (handle_control(server, client, line)) return;
     command_context context{*server.state, now(), {}};
-    std::string reply;
-    {
-        std::lock_guard lock(server.state_mutex);
-        reply = answer_line(line, context);
-    }
-    if (reply.empty()) { // a command the controller does not answer
+    std::unique_lock state_lock(server.state_mutex);
+    const std::string reply = answer_line(line, context);
+    bind_project_text(*server.state, &client); // the text of an accepted "run_project" follows here
+    if (reply.empty()) {                       // a command the controller does not answer
         server.broadcast(context.reports);
         return;
     }
-    switch (server.faults.next_reply()) {
-    case arm_faults::reply_fate::drop:
+    const reply_plan plan = server.faults.next_reply();
+    if (plan.delay_ms > 0) {
+        // Waited out without the arm's lock: the cycle goes on meanwhile, so
+        // a report may overtake the late reply, as it may on a real network.
+        state_lock.unlock();
+        server.faults.delay_reply(plan.delay_ms, stopping);
+        state_lock.lock();
+    }
+    // Queued with the arm's lock held, so that the reply leaves before any
+    // report of what the command started.
+    if (plan.stale_first) client.queue_line(completion_report({true, 0, 0}));
+    switch (plan.what) {
+    case reply_plan::fate::drop:
         break;
-    case arm_faults::reply_fate::garbage:
-        server.faults.delay_reply(stopping);
-        client.send_line("}{ not a reply \x01");
+    case reply_plan::fate::garbage:
+        if (plan.twice) client.queue_line(k_garbage_line);
+        client.queue_line(k_garbage_line, plan.close_after);
         break;
-    case arm_faults::reply_fate::send:
-        server.faults.delay_reply(stopping);
-        client.send_line(reply);
+    case reply_plan::fate::send:
+        if (plan.twice) client.queue_line(reply);
+        client.queue_line(reply, plan.close_after);
         break;
     }
     server.broadcast(context.reports);
@@ -284,11 +482,14 @@ void simulator::impl::push(arm_server &server) {
             return;
         datagram = push_datagram(*server.state);
     }
+    if (server.faults.settings().mute_push) return;
     sockaddr_in target{};
     target.sin_family = AF_INET;
     target.sin_port = htons(static_cast<std::uint16_t>(config.port));
     if (::inet_pton(AF_INET, config.ip.c_str(), &target.sin_addr) != 1) return;
     if (datagram.size() > k_max_datagram) return; // cannot happen with seven joints; never sent cut
+    // A non-blocking socket: a datagram that cannot leave at once is lost,
+    // as on a busy network, rather than holding up the cycle.
     ::sendto(server.udp_fd, datagram.data(), datagram.size(), 0,
              reinterpret_cast<const sockaddr *>(&target), sizeof target);
 }
@@ -302,30 +503,23 @@ void simulator::impl::control_loop() {
         control_wake.wait_until(lock, next, [&] { return stopping.load(); });
         if (stopping) break;
         lock.unlock();
+        lateness.add(std::chrono::duration<double, std::milli>(steady::now() - next).count());
         const double t = now();
         for (auto &server : arms) {
-            report_list reports;
             {
                 std::lock_guard state_lock(server->state_mutex);
+                report_list reports;
                 for (const motion_end &end : server->state->advance(t))
                     reports.push_back(completion_report(end));
                 run_cycle_hooks(*server->state, t, reports);
+                server->broadcast(reports); // only queued: a slow client costs nothing here
             }
-            server->broadcast(reports);
             ++server->cycles;
             push(*server);
         }
         lock.lock();
         next += period;
         if (next < steady::now()) next = steady::now() + period; // fell behind: no burst of cycles
-    }
-}
-
-void simulator::impl::close_all() {
-    for (auto &server : arms) {
-        for (const auto &client : server->clients())
-            client->shut();
-        server->faults.wake();
     }
 }
 
@@ -369,7 +563,7 @@ std::vector<int> simulator::start() {
     };
     for (auto &server : impl_->arms) {
         server->listen_fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        server->udp_fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        server->udp_fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
         if (server->listen_fd < 0 || server->udp_fd < 0) {
             auto error = socket_error("socket");
             cleanup();
@@ -421,7 +615,10 @@ void simulator::stop() {
     if (impl_->control.joinable()) impl_->control.join();
     for (auto &server : impl_->arms)
         if (server->acceptor.joinable()) server->acceptor.join();
-    impl_->close_all();
+    for (auto &server : impl_->arms) {
+        server->shut_all();
+        server->faults.wake();
+    }
     for (auto &server : impl_->arms) {
         std::vector<std::shared_ptr<connection>> clients;
         {
@@ -450,14 +647,16 @@ const arm_traits &simulator::traits() const { return impl_->traits; }
 void simulator::set_faults(int number, const fault_change &change) {
     auto &server = impl_->arms.at(static_cast<std::size_t>(number - 1));
     server->faults.apply(change);
-    if (change.close)
-        for (const auto &client : server->clients())
-            client->shut();
+    if (change.close) server->shut_all();
 }
 
 fault_settings simulator::faults(int number) const {
     return impl_->arms.at(static_cast<std::size_t>(number - 1))->faults.settings();
 }
+
+cycle_lateness simulator::lateness() const { return impl_->lateness.summary(); }
+
+void simulator::reset_lateness() { impl_->lateness.reset(); }
 
 std::optional<std::vector<std::pair<int, fault_change>>> parse_fault_groups(const std::string &text,
                                                                             std::string *error) {

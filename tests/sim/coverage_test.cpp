@@ -169,6 +169,8 @@ TEST_F(CommandCoverage, EveryCommandFunctionSucceedsAgainstTheSimulator) {
                   path("pick.txt").c_str());
     project.project_path_len = static_cast<int>(std::strlen(project.project_path));
     project.plan_speed = 50;
+    project.only_save = 1; // stored under save_id, run later by id
+    project.save_id = 3;
     int errline = 0, count = 0, saved = 0;
     ka_program_run_state_t run_state{};
     auto programs = std::make_unique<ka_program_trajectorys_t>();
@@ -249,7 +251,9 @@ TEST_F(CommandCoverage, EveryCommandFunctionSucceedsAgainstTheSimulator) {
         {"ka_movej_nblock", [&](auto h) { return ka_movej_nblock(h, home, 5, 0, 0); }},
         {"ka_set_arm_slow_stop", [&](auto h) { return settled(h, ka_set_arm_slow_stop(h)); }},
         {"ka_movej_nblock", [&](auto h) { return ka_movej_nblock(h, home, 5, 0, 0); }},
-        {"ka_set_arm_stop", [&](auto h) { return ka_set_arm_stop(h); }},
+        // The stopped motion's report follows the stop's reply; it is in before
+        // the next blocking move starts (which drops reports left over).
+        {"ka_set_arm_stop", [&](auto h) { return settled(h, ka_set_arm_stop(h)); }},
         {"ka_movej", [&](auto h) { return ka_movej(h, home, 50, 0, 0, 1); }},
 
         // Joint and arm limits.
@@ -449,8 +453,9 @@ TEST_F(CommandCoverage, EveryCommandFunctionSucceedsAgainstTheSimulator) {
         // Online programming.
         {"ka_set_plan_speed", [&](auto h) { return ka_set_plan_speed(h, 60); }},
         {"ka_send_project", [&](auto h) { return ka_send_project(h, &project, &errline); }},
+                // A text the caller holds follows its own "run_project".
+        {"ka_run_project", [&](auto h) { return ka_run_project(h, &project, static_cast<int>(program_text.size())); }},
         {"ka_send_project_lock", [&](auto h) { return ka_send_project_lock(h, program_text.c_str(), static_cast<int>(program_text.size()), &errline); }},
-        {"ka_run_project", [&](auto h) { return ka_run_project(h, &project, 12); }},
         {"ka_get_program_trajectory_list", [&](auto h) { return ka_get_program_trajectory_list(h, 1, 10, nullptr, programs.get()); }},
         {"ka_update_program_trajectory", [&](auto h) { return ka_update_program_trajectory(h, programs->list[0].id, 40, "pick"); }},
         {"ka_set_default_run_program", [&](auto h) { return ka_set_default_run_program(h, programs->list[0].id); }},

@@ -266,7 +266,7 @@ TEST(SimulatedProjectText, RunsWhenNotOnlySavedAndFinishesWithItsId) {
 
 // A project's text must never be read as commands; that needs the reader
 // to hand raw bytes to the download first (see take_project_text).
-TEST(SimulatedPrograms, DISABLED_DownloadsAFileThroughTheLibrary) {
+TEST(SimulatedPrograms, DownloadsAFileThroughTheLibrary) {
     arm_session s(sim_test::options("KIVO-B", 20.0));
     char path[] = "/tmp/ka_sim_project_XXXXXX.txt";
     const int fd = mkstemps(path, 4);

@@ -33,8 +33,11 @@ arm_session::~arm_session() {
     simulator.stop();
 }
 
-line_client::line_client(int port) {
+line_client::line_client(int port, int receive_buffer_bytes) {
     fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd_ >= 0 && receive_buffer_bytes > 0)
+        ::setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &receive_buffer_bytes,
+                     sizeof receive_buffer_bytes);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<std::uint16_t>(port));
@@ -82,6 +85,40 @@ std::string line_client::read(std::chrono::milliseconds limit) {
 std::string line_client::ask(const std::string &line) {
     send(line);
     return read();
+}
+
+bool line_client::wait_closed(std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    pending_.clear();
+    for (;;) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) return false;
+        pollfd p{fd_, POLLIN, 0};
+        if (::poll(&p, 1, static_cast<int>(left.count())) != 1) return false;
+        char chunk[65536];
+        const ssize_t n = ::recv(fd_, chunk, sizeof chunk, 0);
+        if (n == 0 || (n < 0 && errno != EINTR && errno != EAGAIN)) return true;
+    }
+}
+
+std::function<void(const std::string &)> log_record::sink() {
+    return [this](const std::string &line) {
+        {
+            std::lock_guard lock(mutex_);
+            lines_.push_back(line);
+        }
+        changed_.notify_all();
+    };
+}
+
+bool log_record::wait_for(const std::string &text, std::chrono::milliseconds limit) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, limit, [&] {
+        for (const std::string &line : lines_)
+            if (line.find(text) != std::string::npos) return true;
+        return false;
+    });
 }
 
 event_record &events() {

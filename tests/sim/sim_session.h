@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -32,7 +33,10 @@ struct arm_session {
 // One TCP connection that sends and receives whole "\r\n" lines.
 class line_client {
   public:
-    explicit line_client(int port); // throws std::system_error
+    // receive_buffer_bytes above 0 shrinks the socket's receive buffer
+    // (set before connecting), so that a client that does not read fills
+    // it quickly. Throws std::system_error.
+    explicit line_client(int port, int receive_buffer_bytes = 0);
     ~line_client();
     line_client(const line_client &) = delete;
     line_client &operator=(const line_client &) = delete;
@@ -43,6 +47,9 @@ class line_client {
     std::string read(std::chrono::milliseconds limit = std::chrono::seconds(2));
     // send() then read().
     std::string ask(const std::string &line);
+    // True once the simulator has closed the connection (everything it sent
+    // before is read and dropped), false when it has not within the limit.
+    bool wait_closed(std::chrono::milliseconds limit = std::chrono::seconds(2));
 
   private:
     int fd_ = -1;
@@ -65,5 +72,19 @@ struct event_record {
 };
 event_record &events();
 void install_callbacks();
+
+// The simulator's log lines (client connects and disconnects), kept for
+// tests that wait for one: install with `options.log = log.sink()`.
+class log_record {
+  public:
+    std::function<void(const std::string &)> sink();
+    // True once a line containing `text` has been logged.
+    bool wait_for(const std::string &text, std::chrono::milliseconds limit);
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<std::string> lines_;
+};
 
 } // namespace sim_test

@@ -1,6 +1,6 @@
-// The simulator on the wire: error replies, several clients on one arm,
-// several arms, injected faults as the library meets them, and the ka-sim
-// program started and stopped as a separate process.
+// The simulator on the wire: error replies, several arms, faults set by a
+// control line and from the command line, and the ka-sim program started
+// and stopped as a separate process.
 #include "sim_session.h"
 #include "support/child_process.h"
 
@@ -51,6 +51,10 @@ TEST(SimulatorWire, AnswersBadLinesWithAnErrorAndKeepsServing) {
              R"({"command":"get_install_pose"})");
     EXPECT_EQ(raw.read(), R"({"command":"arm_power_state","power_state":1})");
     EXPECT_EQ(raw.read(), R"({"command":"install_pose","pose":[0,0,0]})");
+    // Only "\r\n" ends a request: a request printed formatted, with bare
+    // "\n" inside, is one request.
+    EXPECT_EQ(raw.ask("{\n\t\"command\":\t\"get_arm_power_state\"\n}"),
+              R"({"command":"arm_power_state","power_state":1})");
 }
 
 TEST(SimulatorWire, ServesEachArmOnItsOwnPortWithItsOwnState) {
@@ -75,46 +79,13 @@ TEST(SimulatorWire, ServesEachArmOnItsOwnPortWithItsOwnState) {
     simulator.stop();
 }
 
-TEST(SimulatorFaults, EachFaultMeetsTheLibraryAsATimeOutAndClears) {
-    float joints[7] = {};
-    struct fault_row {
-        const char *name;
-        sim::fault_change change;
-    };
-    sim::fault_change drop, garbage, late, stall;
-    drop.drop = 1;
-    garbage.garbage = 1;
-    late.delay_ms = 800; // beyond the library's 500 ms
-    stall.stall_ms = 800;
-    const fault_row rows[] = {
-        {"drop", drop}, {"garbage", garbage}, {"delay", late}, {"stall", stall}};
-    // A fresh arm per fault: a reply that comes late would otherwise wait in
-    // the library's queue and answer the next row's query.
-    for (const fault_row &row : rows) {
-        SCOPED_TRACE(row.name);
-        arm_session s(sim_test::options());
-        s.simulator.set_faults(1, row.change);
-        EXPECT_EQ(ka_get_joint_degree(s.arm, joints), KA_ERR_TIMEOUT);
-        sim::fault_change clear;
-        clear.clear = true;
-        s.simulator.set_faults(1, clear);
-        EXPECT_EQ(ka_get_joint_degree(s.arm, joints), KA_OK);
-    }
-    // A short delay is only a delay.
-    arm_session s(sim_test::options());
-    sim::fault_change short_delay;
-    short_delay.delay_ms = 50;
-    s.simulator.set_faults(1, short_delay);
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(ka_get_joint_degree(s.arm, joints), KA_OK);
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, 50ms);
-}
-
 TEST(SimulatorFaults, ControlLineDropsTheNextReplyAndCloses) {
     arm_session s(sim_test::options());
     line_client control(s.port);
     EXPECT_EQ(control.ask(R"({"sim":"faults","drop":1})"),
-              R"({"sim":"faults","drop":1,"delay":0,"garbage":0,"stall":0})");
+              std::string(R"({"sim":"faults","drop":1,"delay":0,"garbage":0,"stall":0,)") +
+                  R"("duplicate":0,"stale_report":0,"close_after":0,)" +
+                  R"("byte_by_byte":false,"refuse":false,"mute_push":false})");
     float joints[7] = {};
     EXPECT_EQ(ka_get_joint_degree(s.arm, joints), KA_ERR_TIMEOUT);
     EXPECT_EQ(ka_get_joint_degree(s.arm, joints), KA_OK);
@@ -122,14 +93,25 @@ TEST(SimulatorFaults, ControlLineDropsTheNextReplyAndCloses) {
 
     EXPECT_EQ(control.ask(R"({"sim":"faults","drop":-1})"),
               R"({"sim":"faults","error":"bad value for drop"})");
+    for (const char *bad : {R"({"sim":"faults","drop":-1})", R"({"sim":"faults","refuse":2})",
+                            R"({"sim":"faults","delay":1.5})", R"({"sim":"faults","drop":1e300})",
+                            R"({"sim":"faults","duplicate":"2"})"})
+        EXPECT_NE(control.ask(bad).find(R"("error":"bad value for )"), std::string::npos) << bad;
     EXPECT_EQ(control.ask(R"({"sim":"weather"})"), R"({"sim":"weather","error":"unknown topic"})");
 
     // Closing ends every connection of the arm, the control line's own too.
-    EXPECT_EQ(control.ask(R"({"sim":"faults","close":true})"),
-              R"({"sim":"faults","drop":0,"delay":0,"garbage":0,"stall":0})");
+    EXPECT_EQ(control.ask(R"({"sim":"faults","close":true,"refuse":1,"mute_push":true})"),
+              std::string(R"({"sim":"faults","drop":0,"delay":0,"garbage":0,"stall":0,)") +
+                  R"("duplicate":0,"stale_report":0,"close_after":0,)" +
+                  R"("byte_by_byte":false,"refuse":true,"mute_push":true})");
     EXPECT_EQ(control.read(), ""); // end of stream
     EXPECT_NE(ka_get_joint_degree(s.arm, joints), KA_OK);
-    // The arm still accepts new clients.
+    // New clients are refused until the fault is cleared.
+    line_client refused(s.port);
+    EXPECT_TRUE(refused.wait_closed());
+    sim::fault_change clear;
+    clear.clear = true;
+    s.simulator.set_faults(1, clear);
     line_client again(s.port);
     EXPECT_EQ(again.ask(R"({"command":"get_arm_power_state"})"),
               R"({"command":"arm_power_state","power_state":1})");
@@ -156,7 +138,19 @@ TEST(SimulatorOptions, RejectsWhatItCannotSimulate) {
     EXPECT_EQ((*groups)[0].second.delay_ms, 30);
     EXPECT_EQ((*groups)[1].first, 2);
     EXPECT_EQ((*groups)[1].second.garbage, 1);
-    for (const char *bad : {"drop", "drop=x", "6:drop=1", "smoke=1", "close"})
+    const auto switches = sim::parse_fault_groups(
+        "1:byte_by_byte,refuse=0,mute_push=1,duplicate=3,stale_report=1,close_after=4", &error);
+    ASSERT_TRUE(switches) << error;
+    const sim::fault_change &change = (*switches)[0].second;
+    EXPECT_EQ(change.byte_by_byte, 1);
+    EXPECT_EQ(change.refuse, 0);
+    EXPECT_EQ(change.mute_push, 1);
+    EXPECT_EQ(change.duplicate, 3);
+    EXPECT_EQ(change.stale_report, 1);
+    EXPECT_EQ(change.close_after, 4);
+    EXPECT_FALSE(change.drop);
+    for (const char *bad : {"drop", "drop=x", "6:drop=1", "smoke=1", "close", "refuse=2",
+                            "duplicate", "drop=-1", "delay=99999999999"})
         EXPECT_FALSE(sim::parse_fault_groups(bad, &error)) << bad;
 }
 
