@@ -225,6 +225,8 @@ void cycle_lateness_under_load(int seconds) {
     std::printf("%d arms pushing every cycle, %d querying clients, %.0f s\n", arms, arms, elapsed);
     std::printf("%-44s %10s %10s %10s\n", "control cycle lateness (ms)", "p50", "p99", "max");
     std::printf("%-44s %10.2f %10.2f %10.2f\n", "", late.p50_ms, late.p99_ms, late.max_ms);
+    std::printf("cycles later than one period: %llu\n",
+                static_cast<unsigned long long>(late.over_period));
     std::printf("cycles %llu (%.0f per s), datagrams %lld (%.0f per s), queries %lld (%.0f per s), "
                 "failed %lld\n",
                 static_cast<unsigned long long>(late.cycles), late.cycles / elapsed, datagrams,

@@ -48,6 +48,7 @@ struct simulator_options {
 // How late the control cycles woke, measured against their schedule.
 struct cycle_lateness {
     std::uint64_t cycles = 0;
+    std::uint64_t over_period = 0; // cycles that woke more than one period late
     double p50_ms = 0, p99_ms = 0, max_ms = 0;
 };
 

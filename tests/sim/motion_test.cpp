@@ -236,6 +236,35 @@ TEST(SimulatedArm, PushesTheRealtimeStateWhereItIsTold) {
     expect_same_pose(state.waypoint, ka_algo_forward_kinematics(s.arm, target), true);
 }
 
+// The push rate is one datagram every `cycle` control cycles, counted against
+// the simulator's own cycles (how punctually those run is a benchmark).
+TEST(SimulatedArm, PushesOnceEveryConfiguredNumberOfCycles) {
+    arm_session s(sim_test::options("KIVO-B"), KA_THREAD_MODE_TRIPLE);
+    ka_realtime_push_config_t config{};
+    config.enable = true;
+    config.cycle = 4;
+    config.port = ka_test::unused_local_port(SOCK_DGRAM);
+    std::snprintf(config.ip, sizeof config.ip, "127.0.0.1");
+    config.custom = {-1, -1, -1, -1};
+    ASSERT_EQ(ka_set_realtime_push(s.arm, config), KA_OK);
+    ASSERT_EQ(ka_sync_robot_info(s.arm), KA_OK);
+    ASSERT_TRUE(sim_test::events().wait_states(1, 3s));
+
+    sim_test::events().clear();
+    s.simulator.reset_lateness();
+    constexpr std::size_t wanted = 120;
+    ASSERT_TRUE(sim_test::events().wait_states(wanted, 10s));
+    const std::uint64_t cycles = s.simulator.lateness().cycles;
+    std::size_t received = 0;
+    {
+        std::lock_guard lock(sim_test::events().mutex);
+        received = sim_test::events().states.size();
+    }
+    const double expected = static_cast<double>(cycles) / config.cycle;
+    EXPECT_NEAR(static_cast<double>(received), expected, expected * 0.05)
+        << received << " datagrams in " << cycles << " cycles";
+}
+
 } // namespace
 
 namespace {
