@@ -51,7 +51,8 @@ ka_matrix_t translation(float x, float y, float z) {
 ka_matrix_t tool_in_work(const float q[7]) {
     ka_matrix_t F;
     forward_kinematics_e(&F, q);
-    return matrix_m(libalgo_get_work_cs_to_base_matrix(), matrix_m(F, libalgo_get_tool_cs_matrix()));
+    return matrix_m(libalgo_get_work_cs_to_base_matrix(),
+                    matrix_m(F, libalgo_get_tool_cs_matrix()));
 }
 
 void joints_to_radians(const float *deg, float (&rad)[7]) {

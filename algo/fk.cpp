@@ -7,8 +7,8 @@
 #include "algo/trig.h"
 
 #include <cmath>
-#include <cstring>
 #include <cstddef>
+#include <cstring>
 #include <utility>
 
 namespace {
@@ -96,14 +96,14 @@ template <auto Shape> struct joint_trig {
 // with a sign.
 template <twist T> inline void twist_columns(float (&R)[3][3]) {
     if constexpr (T == twist::plus) {
-        #pragma GCC unroll 3
+#pragma GCC unroll 3
         for (int r = 0; r < 3; ++r) {
             float c1 = R[r][1];
             R[r][1] = R[r][2];
             R[r][2] = -c1;
         }
     } else if constexpr (T == twist::minus) {
-        #pragma GCC unroll 3
+#pragma GCC unroll 3
         for (int r = 0; r < 3; ++r) {
             float c1 = R[r][1];
             R[r][1] = -R[r][2];
@@ -114,7 +114,7 @@ template <twist T> inline void twist_columns(float (&R)[3][3]) {
 
 // R <- R * Rz(theta): columns 0 and 1 rotate in their plane.
 inline void rotate_z_columns(float (&R)[3][3], float c, float s) {
-    #pragma GCC unroll 3
+#pragma GCC unroll 3
     for (int r = 0; r < 3; ++r) {
         float c0 = R[r][0], c1 = R[r][1];
         R[r][0] = c0 * c + c1 * s;
@@ -155,14 +155,14 @@ inline void full_step(float (&R)[3][3], float (&p)[3], const dh_table &dh,
     } else {
         twist_columns<L.tw>(R);
         if constexpr (L.uses_a) {
-            #pragma GCC unroll 3
+#pragma GCC unroll 3
             for (int r = 0; r < 3; ++r)
                 p[r] += dh.a[I] * R[r][0];
         }
         rotate_z_columns(R, c, s);
     }
     if constexpr (L.uses_d) {
-        #pragma GCC unroll 3
+#pragma GCC unroll 3
         for (int r = 0; r < 3; ++r)
             p[r] += dh.d[I] * R[r][2];
     }
@@ -203,13 +203,14 @@ inline void position_step(float (&p)[3], const dh_table &dh, const joint_trig<Sh
     }
 }
 
-template <auto Shape> KA_FLATTEN void chain_transform(const dh_table &dh, const float *q, float T[4][4]) {
+template <auto Shape>
+KA_FLATTEN void chain_transform(const dh_table &dh, const float *q, float T[4][4]) {
     const joint_trig<Shape> t(q);
     float R[3][3];
     float p[3];
     [&]<std::size_t... I>(std::index_sequence<I...>) { (full_step<Shape, I>(R, p, dh, t), ...); }
     (std::make_index_sequence<Shape.size>{});
-    #pragma GCC unroll 3
+#pragma GCC unroll 3
     for (int r = 0; r < 3; ++r) {
         T[r][0] = R[r][0];
         T[r][1] = R[r][1];
@@ -232,7 +233,8 @@ template <auto Shape> KA_FLATTEN void chain_rotation(const float *q, float R[3][
             R[i][j] = r[i][j];
 }
 
-template <auto Shape> KA_FLATTEN void chain_position(const dh_table &dh, const float *q, float out[3]) {
+template <auto Shape>
+KA_FLATTEN void chain_position(const dh_table &dh, const float *q, float out[3]) {
     const joint_trig<Shape> t(q);
     float p[3] = {0.0f, 0.0f, 0.0f};
     [&]<std::size_t... I>(std::index_sequence<I...>) { (position_step<Shape, I>(p, dh, t), ...); }
@@ -252,7 +254,7 @@ ka_matrix_t as_matrix(const float T[4][4]) {
 
 ka_matrix_t rotation_matrix(const float R[3][3]) {
     ka_matrix_t m = zero_matrix(3, 3);
-    #pragma GCC unroll 3
+#pragma GCC unroll 3
     for (int r = 0; r < 3; ++r)
         for (int c = 0; c < 3; ++c)
             m.data[r][c] = R[r][c];
@@ -539,7 +541,8 @@ ka_pose_t Forward_Kinematics_e(ka_robot_handle *handle, const float q_deg[7]) {
     return transformation_matrix_to_pose(flange(q));
 }
 
-extern "C" KA_FLATTEN ka_pose_t ka_algo_forward_kinematics(ka_robot_handle *handle, const float *joint) {
+extern "C" KA_FLATTEN ka_pose_t ka_algo_forward_kinematics(ka_robot_handle *handle,
+                                                           const float *joint) {
     context_scope scope(handle);
     if (!joint) return ka_pose_t{};
     float q[7];

@@ -19,16 +19,16 @@ struct link_dynamics {
 };
 
 struct model_params {
-    int type;          // ka_robot_arm_model_e value (9: the second seven-axis type)
+    int type; // ka_robot_arm_model_e value (9: the second seven-axis type)
     const char *name;
-    int dof;           // 6 or 7
-    bool nominal;      // geometry designed for this library, not measured product data
-    dh_table dh[3];    // per sensor variant 0, 1, 2 (only the flange distance differs)
+    int dof;        // 6 or 7
+    bool nominal;   // geometry designed for this library, not measured product data
+    dh_table dh[3]; // per sensor variant 0, 1, 2 (only the flange distance differs)
     float max_pos_deg[7];
     float min_pos_deg[7];
-    float max_speed_deg[7];  // degrees/s
-    float max_acc_deg[7];    // degrees/s^2
-    float direction[7];      // joint direction signs (data only; not applied in kinematics)
+    float max_speed_deg[7]; // degrees/s
+    float max_acc_deg[7];   // degrees/s^2
+    float direction[7];     // joint direction signs (data only; not applied in kinematics)
     float tcp_config[4];
     link_dynamics dynamics[3][7]; // per sensor variant, per link
 };

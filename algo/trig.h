@@ -54,8 +54,7 @@ inline double octant_arc_tangent(double n, double d) {
 
 // atan2(y, x) in [-pi, pi], the same quadrant rules as std::atan2.
 inline double arc_tangent2(double y, double x) {
-    if (!std::isfinite(x) || !std::isfinite(y) || (x == 0.0 && y == 0.0))
-        return std::atan2(y, x);
+    if (!std::isfinite(x) || !std::isfinite(y) || (x == 0.0 && y == 0.0)) return std::atan2(y, x);
     const double ax = std::fabs(x), ay = std::fabs(y);
     // The octant's angle r becomes pi/2 - r when steep, then pi - that when
     // x < 0: offset + sign * r, both known before r is. (x = -0 only comes
@@ -82,7 +81,8 @@ inline constexpr float k_reduction_limit = 1.0e5f;
 
 // sin and cos of n angles. The quadrant comes from the nearest multiple of
 // pi/2; the remainder (|r| <= pi/4) goes through two short polynomials.
-template <std::size_t N> inline void sines_cosines(const float (&angle)[N], float (&s)[N], float (&c)[N]) {
+template <std::size_t N>
+inline void sines_cosines(const float (&angle)[N], float (&s)[N], float (&c)[N]) {
     bool tame = true;
     for (std::size_t i = 0; i < N; ++i)
         tame = tame && std::fabs(angle[i]) <= k_reduction_limit;
@@ -101,8 +101,8 @@ template <std::size_t N> inline void sines_cosines(const float (&angle)[N], floa
         // Taylor series to r^9 and r^10: within 2e-9 of sin and 2e-10 of cos
         // on |r| <= pi/4, well inside half an ulp of the float result. The
         // terms go in pairs by z and z^2 (a shorter chain than one by one).
-        const double sr = r + (r * z) * ((-1.0 / 6 + z * (1.0 / 120)) +
-                                         z2 * (-1.0 / 5040 + z * (1.0 / 362880)));
+        const double sr =
+            r + (r * z) * ((-1.0 / 6 + z * (1.0 / 120)) + z2 * (-1.0 / 5040 + z * (1.0 / 362880)));
         const double cr = (1.0 - 0.5 * z) + z2 * ((1.0 / 24 - z * (1.0 / 720)) +
                                                   z2 * (1.0 / 40320 - z * (1.0 / 3628800)));
         // Quadrant j mod 4: (s, c) = (sr, cr), (cr, -sr), (-sr, -cr), (-cr, sr).

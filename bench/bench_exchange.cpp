@@ -58,9 +58,12 @@ class echo_peer {
         ::shutdown(listener_, SHUT_RDWR);
         ::close(listener_);
         acceptor_.join();
-        for (int fd : fds_) ::shutdown(fd, SHUT_RDWR);
-        for (auto &t : serve_) t.join();
-        for (int fd : fds_) ::close(fd);
+        for (int fd : fds_)
+            ::shutdown(fd, SHUT_RDWR);
+        for (auto &t : serve_)
+            t.join();
+        for (int fd : fds_)
+            ::close(fd);
     }
     int port() const { return port_; }
 

@@ -390,8 +390,7 @@ int ka_set_plan_speed(ka_robot_handle *handle, int speed) {
 // The list reply is long (up to 10240 bytes) and holds a record per program.
 int ka_get_program_trajectory_list(ka_robot_handle *handle, int page_num, int page_size,
                                    const char *vague_search, ka_program_trajectorys_t *list) {
-    constexpr cmd::page_query page{"ka_get_program_trajectory_list",
-                                   "get_program_trajectory_list"};
+    constexpr cmd::page_query page{"ka_get_program_trajectory_list", "get_program_trajectory_list"};
     constexpr const char *function = page.function;
     if (!list) return -1;
     std::vector<char> reply;

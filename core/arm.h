@@ -16,11 +16,11 @@
 #include <vector>
 
 // Protocol limits of the receive side.
-constexpr int queue_entry_count = 20;            // lines held per arm
-constexpr size_t queue_name_capacity = 54;       // "command"/"state" value kept per line
-constexpr size_t queue_line_capacity = 10240;    // longest line that is filed
-constexpr uint64_t queue_stale_after = 50;       // an entry is stale after 50 further lines
-constexpr size_t min_line_bytes = 6;             // shorter texts are never a reply
+constexpr int queue_entry_count = 20;         // lines held per arm
+constexpr size_t queue_name_capacity = 54;    // "command"/"state" value kept per line
+constexpr size_t queue_line_capacity = 10240; // longest line that is filed
+constexpr uint64_t queue_stale_after = 50;    // an entry is stale after 50 further lines
+constexpr size_t min_line_bytes = 6;          // shorter texts are never a reply
 
 struct ka_socket_object {
     platform::socket_t fd = platform::invalid_socket;

@@ -45,7 +45,9 @@ struct printed_deleter {
 };
 using printed_ptr = std::unique_ptr<char, printed_deleter>;
 
-inline json_ptr json_parse(const char *text) { return json_ptr(text ? cJSON_Parse(text) : nullptr); }
+inline json_ptr json_parse(const char *text) {
+    return json_ptr(text ? cJSON_Parse(text) : nullptr);
+}
 
 // Integer value of a number item, saturated to the int range (cJSON keeps
 // numbers as double; huge values must not overflow a conversion).

@@ -85,13 +85,13 @@ void ka_log(int level, const char *format, ...) {
     va_end(args);
 }
 
-#define KA_LEVEL_ENTRY(name, level)                                                             \
-    void name(const char *format, ...) {                                                       \
-        if (log_threshold.load() > (level)) return;                                            \
-        va_list args;                                                                          \
-        va_start(args, format);                                                                \
-        pass(format, args);                                                                    \
-        va_end(args);                                                                          \
+#define KA_LEVEL_ENTRY(name, level)                                                                \
+    void name(const char *format, ...) {                                                           \
+        if (log_threshold.load() > (level)) return;                                                \
+        va_list args;                                                                              \
+        va_start(args, format);                                                                    \
+        pass(format, args);                                                                        \
+        va_end(args);                                                                              \
     }
 KA_LEVEL_ENTRY(ka_log_debug, 0u)
 KA_LEVEL_ENTRY(ka_log_info, 1u)

@@ -181,7 +181,8 @@ void wake_channel::drain() {
 
 int poll_readable(const socket_t *sockets, bool *ready, size_t count, int timeout_ms) {
     std::vector<pollfd> fds(count);
-    for (size_t i = 0; i < count; ++i) fds[i] = pollfd{sockets[i], POLLIN, 0};
+    for (size_t i = 0; i < count; ++i)
+        fds[i] = pollfd{sockets[i], POLLIN, 0};
     int r;
     do {
         r = ::poll(fds.data(), fds.size(), timeout_ms);

@@ -47,11 +47,21 @@ worker_thread &udp() {
     return thread;
 }
 
-constexpr const char *status_names[] = {
-    "idle",          "move_L",           "move_J",           "move_C",
-    "move_S",        "move_through_joint", "move_through_pose", "move_through_force_pose",
-    "move_through_current", "stop",      "slow_stop",        "pause",
-    "current_drag",  "sensor_drag",      "tech_demonstration"};
+constexpr const char *status_names[] = {"idle",
+                                        "move_L",
+                                        "move_J",
+                                        "move_C",
+                                        "move_S",
+                                        "move_through_joint",
+                                        "move_through_pose",
+                                        "move_through_force_pose",
+                                        "move_through_current",
+                                        "stop",
+                                        "slow_stop",
+                                        "pause",
+                                        "current_drag",
+                                        "sensor_drag",
+                                        "tech_demonstration"};
 
 bool all_numbers(const cJSON *object, std::initializer_list<const char *> keys) {
     for (const char *key : keys)
@@ -59,7 +69,9 @@ bool all_numbers(const cJSON *object, std::initializer_list<const char *> keys) 
     return true;
 }
 
-int number(const cJSON *object, const char *key) { return json_int(cJSON_GetObjectItem(object, key)); }
+int number(const cJSON *object, const char *key) {
+    return json_int(cJSON_GetObjectItem(object, key));
+}
 
 // Reads up to `capacity` elements of the array `key` of object.
 template <typename T, size_t N, typename F>
@@ -75,7 +87,8 @@ bool read_exact(const cJSON *object, const char *key, int *out, int count) {
     const cJSON *array = cJSON_GetObjectItem(object, key);
     if (!cJSON_IsArray(array) || cJSON_GetArraySize(array) != count) return false;
     int i = 0;
-    for (const cJSON *item = array->child; item; item = item->next) out[i++] = json_int(item);
+    for (const cJSON *item = array->child; item; item = item->next)
+        out[i++] = json_int(item);
     return true;
 }
 
@@ -128,7 +141,8 @@ int parse(const char *text, ka_realtime_arm_joint_state_t &s) {
     if (!joints) return -3;
     read_array(joints, "joint_current", s.joint_current, thousandths);
     read_array(joints, "joint_en_flag", s.joint_en_flag, [](int v) { return v != 0; });
-    read_array(joints, "joint_err_code", s.joint_err_code, [](int v) { return static_cast<uint16_t>(v); });
+    read_array(joints, "joint_err_code", s.joint_err_code,
+               [](int v) { return static_cast<uint16_t>(v); });
     read_array(joints, "joint_position", s.joint_position, thousandths);
     read_array(joints, "joint_temperature", s.joint_temperature, thousandths);
     read_array(joints, "joint_voltage", s.joint_voltage, thousandths);
@@ -145,10 +159,9 @@ int parse(const char *text, ka_realtime_arm_joint_state_t &s) {
     s.waypoint.position = {static_cast<float>(position[0]) / 1000000.0f,
                            static_cast<float>(position[1]) / 1000000.0f,
                            static_cast<float>(position[2]) / 1000000.0f};
-    s.waypoint.quaternion = {static_cast<float>(quat[0]) / 1000000.0f,
-                             static_cast<float>(quat[1]) / 1000000.0f,
-                             static_cast<float>(quat[2]) / 1000000.0f,
-                             static_cast<float>(quat[3]) / 1000000.0f};
+    s.waypoint.quaternion = {
+        static_cast<float>(quat[0]) / 1000000.0f, static_cast<float>(quat[1]) / 1000000.0f,
+        static_cast<float>(quat[2]) / 1000000.0f, static_cast<float>(quat[3]) / 1000000.0f};
     s.waypoint.euler = {thousandths(euler[0]), thousandths(euler[1]), thousandths(euler[2])};
     if (!all_numbers(root, {"arm_err", "sys_err"})) return -3;
     s.arm_err = static_cast<uint16_t>(number(root, "arm_err"));
@@ -214,7 +227,8 @@ void realtime_stop() {
     if (!udp().stop()) return;
     ka_udp_listener *listener = ka_udp_init();
     std::lock_guard<std::mutex> ports(listener->mutex);
-    for (auto &entry : listener->entries) entry = port_entry{};
+    for (auto &entry : listener->entries)
+        entry = port_entry{};
 }
 
 int realtime_add_port(int port) { return ka_udp_add_port(ka_udp_init(), port); }

@@ -9,7 +9,8 @@ struct ka_udp_listener;
 extern "C" {
 KA_API void ka_realtime_arm_state_call_back(ka_realtime_callback_t callback);
 // 0 parsed, -3 not JSON or a required part missing or mistyped.
-KA_API int parse_ka_realtime_arm_joint_state(const char *text, ka_realtime_arm_joint_state_t *state);
+KA_API int parse_ka_realtime_arm_joint_state(const char *text,
+                                             ka_realtime_arm_joint_state_t *state);
 KA_API int get_arm_status_from_string(const char *name);
 // The process's listener (created on first use).
 KA_API ka_udp_listener *ka_udp_init(void);

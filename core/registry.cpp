@@ -88,9 +88,9 @@ struct model_marker {
 // First match wins: "TQ" comes before "NEPATQ", so a NEPATQ arm is taken as
 // the MARO code, as controllers have always been identified.
 constexpr model_marker model_markers[] = {
-    {"KIVO", 6, KA_ARM_MODEL_KIVO},   {"LUNE", 7, KA_ARM_MODEL_LUNE},
-    {"TQ", 6, KA_ARM_MODEL_MARO_II},  {"NEPAX", 6, KA_ARM_MODEL_NEPAX},
-    {"NEPAZ", 6, KA_ARM_MODEL_NEPAZ}, {"QUIL", 7, KA_ARM_MODEL_QUIL},
+    {"KIVO", 6, KA_ARM_MODEL_KIVO},     {"LUNE", 7, KA_ARM_MODEL_LUNE},
+    {"TQ", 6, KA_ARM_MODEL_MARO_II},    {"NEPAX", 6, KA_ARM_MODEL_NEPAX},
+    {"NEPAZ", 6, KA_ARM_MODEL_NEPAZ},   {"QUIL", 7, KA_ARM_MODEL_QUIL},
     {"NEPATQ", 6, KA_ARM_MODEL_NEPATQ},
 };
 struct force_marker {
@@ -174,7 +174,8 @@ ka_robot_handle *ka_create_robot_arm(const char *ip, int port) {
     size_t slot = 0;
     {
         std::unique_lock<std::shared_mutex> lock(registry_lock);
-        while (slot < slots.size() && slots[slot]) ++slot;
+        while (slot < slots.size() && slots[slot])
+            ++slot;
         if (slot == slots.size()) {
             ka_log_error("[ka_create_robot_arm] robot num is max");
             return nullptr;

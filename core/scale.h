@@ -18,7 +18,9 @@ inline int32_t truncate(double v) {
 }
 
 // Degrees to millidegrees, the product formed in double precision.
-inline int32_t millidegrees(float degrees) { return truncate(static_cast<double>(degrees) * 1000.0); }
+inline int32_t millidegrees(float degrees) {
+    return truncate(static_cast<double>(degrees) * 1000.0);
+}
 // Metres to micrometres, quaternion components to millionths (single precision).
 inline int32_t millionths(float v) { return truncate(v * 1000000.0f); }
 // Radians to milliradians; metres to millimetres; m/s, A, V, kg to thousandths.

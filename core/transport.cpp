@@ -1,10 +1,10 @@
 // TCP transport: the socket object, the receive thread that splits each
 // arm's byte stream into lines and files them in the arm's reply queue, the
 // direct reader of single-thread mode, and matching a line to a waiter.
+#include "core/transport.h"
 #include "core/arm.h"
 #include "core/json.h"
 #include "core/save_state.h"
-#include "core/transport.h"
 #include "core/worker.h"
 
 #include <algorithm>
@@ -277,7 +277,8 @@ void receive_loop(const worker_thread::run_ptr &run) {
         if (ready[0]) wake.drain();
         for (size_t i = 1; i < count; ++i)
             if (ready[i]) read_available(*polled[i]);
-        for (auto &arm : arms) arm.reset();
+        for (auto &arm : arms)
+            arm.reset();
     }
 }
 

@@ -98,10 +98,14 @@ void check_key(const cJSON *object, const char *key) {
         FUZZ_CHECK(integer == -3);
     } else {
         double v = item->valuedouble;
-        if (std::isnan(v)) FUZZ_CHECK(integer == 0);
-        else if (v >= INT_MAX) FUZZ_CHECK(integer == INT_MAX);
-        else if (v <= INT_MIN) FUZZ_CHECK(integer == INT_MIN);
-        else FUZZ_CHECK(integer == static_cast<int>(std::trunc(v)));
+        if (std::isnan(v))
+            FUZZ_CHECK(integer == 0);
+        else if (v >= INT_MAX)
+            FUZZ_CHECK(integer == INT_MAX);
+        else if (v <= INT_MIN)
+            FUZZ_CHECK(integer == INT_MIN);
+        else
+            FUZZ_CHECK(integer == static_cast<int>(std::trunc(v)));
     }
 
     const char *text = MIO_JSON_GetObjectItemStr(object, key);
@@ -117,8 +121,10 @@ void check_index(const cJSON *array, int index, int size) {
     const cJSON *item = MIO_JSON_GetArrayItem(array, index);
     FUZZ_CHECK((item != nullptr) == (index >= 0 && index < size));
     int integer = MIO_JSON_GetArrayItemInt(array, index);
-    if (!item || type_of(item) != cJSON_Number) FUZZ_CHECK(integer == -1);
-    else FUZZ_CHECK(integer == json_int(item));
+    if (!item || type_of(item) != cJSON_Number)
+        FUZZ_CHECK(integer == -1);
+    else
+        FUZZ_CHECK(integer == json_int(item));
 }
 
 void check_getters(const cJSON *item, const probe &chosen) {
@@ -128,8 +134,10 @@ void check_getters(const cJSON *item, const probe &chosen) {
     int counted = 0;
     for (const cJSON *child = item->child; child; child = child->next) {
         if (counted < probed_children) {
-            if (type == cJSON_Object) check_key(item, child->string);
-            else check_index(item, counted, size);
+            if (type == cJSON_Object)
+                check_key(item, child->string);
+            else
+                check_index(item, counted, size);
             check_getters(child, chosen);
         }
         ++counted;

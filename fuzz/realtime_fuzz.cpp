@@ -33,29 +33,17 @@ void check_state(const ka_realtime_arm_joint_state_t &s) {
     FUZZ_CHECK(s.errCode == 0);
     FUZZ_CHECK(all_zero(s.arm_ip, sizeof s.arm_ip));
     const auto *flags = reinterpret_cast<const unsigned char *>(s.joint_en_flag);
-    for (size_t i = 0; i < sizeof s.joint_en_flag; ++i) FUZZ_CHECK(flags[i] <= 1);
+    for (size_t i = 0; i < sizeof s.joint_en_flag; ++i)
+        FUZZ_CHECK(flags[i] <= 1);
     // Every value comes from a saturated integer: never infinite or NaN.
     const ka_pose_t &w = s.waypoint;
-    FUZZ_CHECK(finite({{s.joint_current, 7},
-                       {s.joint_position, 7},
-                       {s.joint_temperature, 7},
-                       {s.joint_voltage, 7},
-                       {s.joint_speed, 7},
-                       {s.force, 6},
-                       {s.zero_force, 6},
-                       {&w.position.x, 1},
-                       {&w.position.y, 1},
-                       {&w.position.z, 1},
-                       {&w.quaternion.w, 1},
-                       {&w.quaternion.x, 1},
-                       {&w.quaternion.y, 1},
-                       {&w.quaternion.z, 1},
-                       {&w.euler.rx, 1},
-                       {&w.euler.ry, 1},
-                       {&w.euler.rz, 1},
-                       {&s.lift_pos, 1},
-                       {&s.expand_pos, 1},
-                       {&s.hand_force, 1}}));
+    FUZZ_CHECK(finite({{s.joint_current, 7}, {s.joint_position, 7}, {s.joint_temperature, 7},
+                       {s.joint_voltage, 7}, {s.joint_speed, 7},    {s.force, 6},
+                       {s.zero_force, 6},    {&w.position.x, 1},    {&w.position.y, 1},
+                       {&w.position.z, 1},   {&w.quaternion.w, 1},  {&w.quaternion.x, 1},
+                       {&w.quaternion.y, 1}, {&w.quaternion.z, 1},  {&w.euler.rx, 1},
+                       {&w.euler.ry, 1},     {&w.euler.rz, 1},      {&s.lift_pos, 1},
+                       {&s.expand_pos, 1},   {&s.hand_force, 1}}));
 }
 
 } // namespace

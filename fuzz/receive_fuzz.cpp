@@ -114,8 +114,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     s.waited_name = in.bytes(in.byte() % queue_name_capacity);
     s.waited_name.resize(std::strlen(s.waited_name.c_str()));
     std::optional<reply_claim> claim;
-    if (!s.waited_name.empty()) claim.emplace(*s.arm, s.waited_name.c_str(), true);
-    else s.only_name_protected = false;
+    if (!s.waited_name.empty())
+        claim.emplace(*s.arm, s.waited_name.c_str(), true);
+    else
+        s.only_name_protected = false;
 
     while (!in.empty() && s.stream.size() < stream_limit) {
         uint8_t op = in.byte();
@@ -123,7 +125,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             feed(s, in.bytes(op));
         } else if (op < 0xF0) {
             size_t pick = op & 0x0F;
-            std::string name = pick == 0 ? s.waited_name : pick == 1 ? "" : entry_name(s, in.byte());
+            std::string name = pick == 0   ? s.waited_name
+                               : pick == 1 ? ""
+                                           : entry_name(s, in.byte());
             take(s, name, output_size(in.byte()));
         } else if (op < 0xFE) {
             size_t count = in.word();

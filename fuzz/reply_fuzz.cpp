@@ -14,11 +14,32 @@
 
 namespace {
 
-const char *const known_keys[] = {
-    "command",  "state",   "arm_state", "all_state",  "set_state", "receive_state", "trajectory_state",
-    "device",   "trajectory_connect",   "joint",      "pose",      "v",             "custom",
-    "ip",       "port",    "cycle",     "enable",     "force_coordinate",          "joint_status",
-    "waypoint", "arm_err", "sys_err",   "finish_id",  "point",     "given_state",   "name"};
+const char *const known_keys[] = {"command",
+                                  "state",
+                                  "arm_state",
+                                  "all_state",
+                                  "set_state",
+                                  "receive_state",
+                                  "trajectory_state",
+                                  "device",
+                                  "trajectory_connect",
+                                  "joint",
+                                  "pose",
+                                  "v",
+                                  "custom",
+                                  "ip",
+                                  "port",
+                                  "cycle",
+                                  "enable",
+                                  "force_coordinate",
+                                  "joint_status",
+                                  "waypoint",
+                                  "arm_err",
+                                  "sys_err",
+                                  "finish_id",
+                                  "point",
+                                  "given_state",
+                                  "name"};
 
 constexpr int max_fields = 8;
 constexpr int field_type_count = 6; // the five types and one unknown to the parser
@@ -122,8 +143,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     } else {
         FUZZ_CHECK(device >= 0 && connect >= 0);
         // The verdict's result key read the same line the same way.
-        FUZZ_CHECK(parse_ka_set_command("fuzz", text, "trajectory_state") ==
-                   (moved == 1 ? 0 : moved == 0 ? 1 : -3));
+        FUZZ_CHECK(parse_ka_set_command("fuzz", text, "trajectory_state") == (moved == 1   ? 0
+                                                                              : moved == 0 ? 1
+                                                                                           : -3));
     }
     FUZZ_CHECK(parse_ka_move_command(text, nullptr, nullptr) == moved);
     return 0;

@@ -64,8 +64,8 @@ KA_API ka_pose_t ka_algo_forward_kinematics(ka_robot_handle *handle, const float
 
 KA_API ka_quat_t ka_algo_euler2quaternion(ka_euler_t euler);
 KA_API ka_euler_t ka_algo_quaternion2euler(ka_quat_t quat);
-KA_API ka_matrix_t ka_algo_euler2matrix(ka_euler_t euler);   /* 3x3 */
-KA_API ka_matrix_t ka_algo_pos2matrix(ka_pose_t pose);       /* 4x4 */
+KA_API ka_matrix_t ka_algo_euler2matrix(ka_euler_t euler); /* 3x3 */
+KA_API ka_matrix_t ka_algo_pos2matrix(ka_pose_t pose);     /* 4x4 */
 KA_API ka_pose_t ka_algo_matrix2pos(ka_matrix_t matrix);
 
 /* matrix maps base coordinates into the work frame. */
@@ -74,8 +74,8 @@ KA_API ka_pose_t ka_algo_workframe2base(ka_matrix_t matrix, ka_pose_t pose);
 
 KA_API ka_pose_t ka_algo_rotate_move(ka_robot_handle *handle, const float *joint, int rotate_axis,
                                      float rotate_angle, ka_pose_t choose_axis);
-KA_API ka_pose_t ka_algo_cartesian_tool(ka_robot_handle *handle, const float *joint,
-                                        float move_x, float move_y, float move_z);
+KA_API ka_pose_t ka_algo_cartesian_tool(ka_robot_handle *handle, const float *joint, float move_x,
+                                        float move_y, float move_z);
 /* delta: dx, dy, dz (metres), drx, dry, drz (radians); frame_mode 0 work
  * frame, 1 tool frame. */
 KA_API ka_pose_t ka_algo_pose_move(ka_robot_handle *handle, ka_pose_t pose, const float *delta,

@@ -48,31 +48,31 @@ extern "C" {
 
 /* ---------------------------------------------------------- return codes */
 #define KA_OK 0
-#define KA_REFUSED 1          /* the controller answered "false" */
-#define KA_ERR_LOCAL (-1)     /* unknown handle, bad argument, send failure */
-#define KA_ERR_TIMEOUT (-2)   /* no matching reply in time */
-#define KA_ERR_PARSE (-3)     /* reply unparsable or a key missing */
-#define KA_ERR_OUTCOME (-4)   /* done, but not as requested (other device) */
-#define KA_ERR_FAMILY_5 (-5)  /* family specific, e.g. blocking wait timed out */
-#define KA_ERR_FAMILY_6 (-6)  /* family specific, e.g. bad trajectory_connect */
+#define KA_REFUSED 1         /* the controller answered "false" */
+#define KA_ERR_LOCAL (-1)    /* unknown handle, bad argument, send failure */
+#define KA_ERR_TIMEOUT (-2)  /* no matching reply in time */
+#define KA_ERR_PARSE (-3)    /* reply unparsable or a key missing */
+#define KA_ERR_OUTCOME (-4)  /* done, but not as requested (other device) */
+#define KA_ERR_FAMILY_5 (-5) /* family specific, e.g. blocking wait timed out */
+#define KA_ERR_FAMILY_6 (-6) /* family specific, e.g. bad trajectory_connect */
 
 /* -------------------------------------------------------------- capacities
  * Capacities the controller protocol leaves open; every copy into these
  * records is bounded by them. They may be raised when rebuilding. */
-#define KA_MAX_ARMS 5                 /* arms open at once */
-#define KA_JOINTS 7                   /* every joint array holds 7 entries */
-#define KA_NAME_SIZE 12               /* frame, fence and envelope names */
-#define KA_ENVELOPE_BALLS 5           /* spheres in one tool envelope */
-#define KA_WIFI_SSID_SIZE 33          /* 32 characters and a terminator */
+#define KA_MAX_ARMS 5        /* arms open at once */
+#define KA_JOINTS 7          /* every joint array holds 7 entries */
+#define KA_NAME_SIZE 12      /* frame, fence and envelope names */
+#define KA_ENVELOPE_BALLS 5  /* spheres in one tool envelope */
+#define KA_WIFI_SSID_SIZE 33 /* 32 characters and a terminator */
 #define KA_WAYPOINT_NAME_SIZE 20
 #define KA_WAYPOINT_TIME_SIZE 32      /* "YYYY-MM-DD hh:mm:ss" and room */
 #define KA_WAYPOINT_LIST_CAPACITY 100 /* waypoints in one listed page */
 #define KA_PROGRAM_LIST_CAPACITY 100  /* programs in one listed page */
 #define KA_PROGRAM_NAME_SIZE 32
-#define KA_PROGRAM_LOOPS 100          /* loop_num / loop_cont entries */
+#define KA_PROGRAM_LOOPS 100 /* loop_num / loop_cont entries */
 #define KA_PROJECT_PATH_SIZE 300
-#define KA_FENCE_LIST_CAPACITY 10     /* stored electronic fences */
-#define KA_FRAME_LIST_CAPACITY 10     /* names in one tool or work frame list */
+#define KA_FENCE_LIST_CAPACITY 10 /* stored electronic fences */
+#define KA_FRAME_LIST_CAPACITY 10 /* names in one tool or work frame list */
 #define KA_SEARCH_TEXT_SIZE 32
 
 /* ------------------------------------------------------------ enumerations */
@@ -184,14 +184,14 @@ typedef struct {
 
 /* ----------------------------------------------------- realtime push (UDP) */
 typedef struct {
-    int32_t joint_speed;        /* 1 on, 0 off, negative: leave unchanged */
+    int32_t joint_speed; /* 1 on, 0 off, negative: leave unchanged */
     int32_t lift_state;
     int32_t expand_state;
     int32_t arm_current_status;
 } ka_realtime_push_custom_t;
 
 typedef struct {
-    int32_t cycle;            /* controller cycles; sent when above 0 */
+    int32_t cycle; /* controller cycles; sent when above 0 */
     bool enable;
     int32_t port;             /* sent when above 0 */
     int32_t force_coordinate; /* sent when above 0 on arms with a sensor */
@@ -594,8 +594,8 @@ KA_API int ka_moves(ka_robot_handle *handle, ka_pose_t pose, int v, int r, int t
                     int block);
 KA_API int ka_movec(ka_robot_handle *handle, ka_pose_t pose_via, ka_pose_t pose_to, int v, int r,
                     int loop, int trajectory_connect, int block);
-KA_API int ka_movej_p(ka_robot_handle *handle, ka_pose_t pose, int v, int r,
-                      int trajectory_connect, int block);
+KA_API int ka_movej_p(ka_robot_handle *handle, ka_pose_t pose, int v, int r, int trajectory_connect,
+                      int block);
 
 KA_API int ka_movej_nblock(ka_robot_handle *handle, const float *joint, int v, int r,
                            int trajectory_connect);
@@ -621,8 +621,8 @@ KA_API int ka_movej_p_block(ka_robot_handle *handle, ka_pose_t pose, int v, int 
 
 /* The running trajectory's kind and its data (float[7]): joint angles in
  * degrees for joint kinds, x, y, z (m) and rx, ry, rz (rad) for pose kinds. */
-KA_API int ka_get_arm_current_trajectory(ka_robot_handle *handle,
-                                         ka_arm_current_trajectory_e *type, float *data);
+KA_API int ka_get_arm_current_trajectory(ka_robot_handle *handle, ka_arm_current_trajectory_e *type,
+                                         float *data);
 
 /* =================================================================
  * Passthrough and follow motion: sent, never answered. 0 sent, -1 not.
@@ -772,8 +772,7 @@ KA_API int ka_get_joint_err_flag(ka_robot_handle *handle, uint16_t *err_flag,
 KA_API int ka_get_controller_state(ka_robot_handle *handle, float *voltage, float *current,
                                    float *temperature, int *err_flag);
 KA_API int ka_get_arm_power_state(ka_robot_handle *handle, int *power_state);
-KA_API int ka_get_system_runtime(ka_robot_handle *handle, int *day, int *hour, int *min,
-                                 int *sec);
+KA_API int ka_get_system_runtime(ka_robot_handle *handle, int *day, int *hour, int *min, int *sec);
 /* Software versions; also sets the handle's model and force type. */
 KA_API int ka_get_arm_software_info(ka_robot_handle *handle, ka_arm_software_version_t *info);
 KA_API int ka_set_arm_power(ka_robot_handle *handle, int arm_power);
@@ -790,8 +789,7 @@ KA_API int ka_clear_system_err(ka_robot_handle *handle);
 
 KA_API int ka_set_NetIP(ka_robot_handle *handle, const char *ip); /* waits 2 s */
 KA_API int ka_set_wifi_ap(ka_robot_handle *handle, const char *wifi_name, const char *password);
-KA_API int ka_set_wifi_sta(ka_robot_handle *handle, const char *router_name,
-                           const char *password);
+KA_API int ka_set_wifi_sta(ka_robot_handle *handle, const char *router_name, const char *password);
 KA_API int ka_set_usb(ka_robot_handle *handle, int baudrate);
 KA_API int ka_set_RS485(ka_robot_handle *handle, int baudrate);
 /* ip and mask: room for 16 characters, mac for 18. */
@@ -841,8 +839,7 @@ KA_API int ka_set_gripper_pick(ka_robot_handle *handle, int speed, int force, bo
                                int timeout);
 KA_API int ka_set_gripper_pick_on(ka_robot_handle *handle, int speed, int force, bool block,
                                   int timeout);
-KA_API int ka_set_gripper_position(ka_robot_handle *handle, int position, bool block,
-                                   int timeout);
+KA_API int ka_set_gripper_position(ka_robot_handle *handle, int position, bool block, int timeout);
 KA_API int ka_get_gripper_state(ka_robot_handle *handle, ka_gripper_state_t *state);
 KA_API int ka_set_hand_posture(ka_robot_handle *handle, int posture_num, bool block, int timeout);
 KA_API int ka_set_hand_seq(ka_robot_handle *handle, int seq_num, bool block, int timeout);
@@ -932,12 +929,11 @@ KA_API int ka_write_coils(ka_robot_handle *handle, ka_peripheral_read_write_para
                           int *data);
 /* Reads num / 8 groups rounded up and writes num / 8 rounded down: fewer
  * than 8 coils leave data untouched. */
-KA_API int ka_read_multiple_coils(ka_robot_handle *handle,
-                                  ka_peripheral_read_write_params_t params, int *data);
+KA_API int ka_read_multiple_coils(ka_robot_handle *handle, ka_peripheral_read_write_params_t params,
+                                  int *data);
 /* data: num x 2 integers. */
 KA_API int ka_read_multiple_holding_registers(ka_robot_handle *handle,
-                                              ka_peripheral_read_write_params_t params,
-                                              int *data);
+                                              ka_peripheral_read_write_params_t params, int *data);
 KA_API int ka_read_multiple_input_registers(ka_robot_handle *handle,
                                             ka_peripheral_read_write_params_t params, int *data);
 
@@ -970,8 +966,7 @@ KA_API int ka_set_plan_speed(ka_robot_handle *handle, int speed);
 /* vague_search NULL lists everything; at most KA_PROGRAM_LIST_CAPACITY
  * records are written. */
 KA_API int ka_get_program_trajectory_list(ka_robot_handle *handle, int page_num, int page_size,
-                                          const char *vague_search,
-                                          ka_program_trajectorys_t *list);
+                                          const char *vague_search, ka_program_trajectorys_t *list);
 KA_API int ka_get_program_run_state(ka_robot_handle *handle, ka_program_run_state_t *state);
 KA_API int ka_delete_program_trajectory(ka_robot_handle *handle, int id);
 KA_API int ka_update_program_trajectory(ka_robot_handle *handle, int id, int plan_speed,
@@ -1022,8 +1017,8 @@ KA_API int ka_get_electronic_fence_list_names(ka_robot_handle *handle, ka_fence_
 KA_API int ka_get_given_electronic_fence_config(ka_robot_handle *handle, const char *form_name,
                                                 ka_fence_config_t *config);
 /* list: room for KA_FENCE_LIST_CAPACITY entries. */
-KA_API int ka_get_electronic_fence_list_infos(ka_robot_handle *handle,
-                                              ka_fence_config_list_t *list, int *len);
+KA_API int ka_get_electronic_fence_list_infos(ka_robot_handle *handle, ka_fence_config_list_t *list,
+                                              int *len);
 KA_API int ka_set_electronic_fence_enable(ka_robot_handle *handle,
                                           ka_electronic_fence_enable_t state);
 KA_API int ka_get_electronic_fence_enable(ka_robot_handle *handle,
@@ -1032,8 +1027,7 @@ KA_API int ka_get_electronic_fence_enable(ka_robot_handle *handle,
 KA_API int ka_set_electronic_fence_config(ka_robot_handle *handle, ka_fence_config_t config);
 KA_API int ka_get_electronic_fence_config(ka_robot_handle *handle, ka_fence_config_t *config);
 KA_API int ka_set_virtual_wall_enable(ka_robot_handle *handle, ka_electronic_fence_enable_t state);
-KA_API int ka_get_virtual_wall_enable(ka_robot_handle *handle,
-                                      ka_electronic_fence_enable_t *state);
+KA_API int ka_get_virtual_wall_enable(ka_robot_handle *handle, ka_electronic_fence_enable_t *state);
 /* Cube or sphere. */
 KA_API int ka_set_virtual_wall_config(ka_robot_handle *handle, ka_fence_config_t config);
 KA_API int ka_get_virtual_wall_config(ka_robot_handle *handle, ka_fence_config_t *config);

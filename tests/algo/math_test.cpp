@@ -69,8 +69,10 @@ TEST(Trigonometry, AgreesWithTheDoubleResultRoundedOnce) {
         angle[0] = static_cast<float>(i % 9) * static_cast<float>(k_pi_f / 4) * (i % 2 ? -1 : 1);
         trig::sines_cosines(angle, s, c);
         for (int k = 0; k < 8; ++k) {
-            ASSERT_LE(ulps_apart(s[k], static_cast<float>(std::sin(double{angle[k]}))), 1) << angle[k];
-            ASSERT_LE(ulps_apart(c[k], static_cast<float>(std::cos(double{angle[k]}))), 1) << angle[k];
+            ASSERT_LE(ulps_apart(s[k], static_cast<float>(std::sin(double{angle[k]}))), 1)
+                << angle[k];
+            ASSERT_LE(ulps_apart(c[k], static_cast<float>(std::cos(double{angle[k]}))), 1)
+                << angle[k];
         }
     }
     const float large[2] = {3.0e5f, -7.0e7f};

@@ -161,7 +161,8 @@ TEST(drag_origin, a_blocking_move_to_the_origin_waits_for_the_arm) {
     for (int device : {0, 2}) {
         arm_session s;
         s.peer.on_once("get_arm_current_trajectory", poll("movej"));
-        s.peer.on("get_arm_current_trajectory", poll("none", {delay(20ms), reply(completion_report(device))}));
+        s.peer.on("get_arm_current_trajectory",
+                  poll("none", {delay(20ms), reply(completion_report(device))}));
         EXPECT_EQ(ka_drag_trajectory_origin(s.arm, 1), device == 0 ? 0 : -4);
         EXPECT_EQ(s.peer.commands().front(), "drag_trajectory_origin");
     }

@@ -15,7 +15,6 @@ namespace {
 // Every reading lands in its own slot of `got`, in the order of the table below.
 int got[36];
 
-
 } // namespace
 
 // `reply`: the reply's name when it is not the command's. The last rows lack

@@ -78,7 +78,7 @@ TEST(jogging_steps, single_thread_mode_gives_up_after_block_seconds) {
     arm_session s(KA_THREAD_MODE_SINGLE);
     s.peer.on("set_joint_step", {reply(answer("set_joint_step", "receive_state"))});
     EXPECT_EQ(ka_set_joint_step(s.arm, 1, 2, 20, 1), -5);
-    s.peer.on("set_joint_step",
-              {reply(answer("set_joint_step", "receive_state")), delay(20ms), reply(completion_report())});
+    s.peer.on("set_joint_step", {reply(answer("set_joint_step", "receive_state")), delay(20ms),
+                                 reply(completion_report())});
     EXPECT_EQ(ka_set_joint_step(s.arm, 1, 2, 20, 2), 0);
 }

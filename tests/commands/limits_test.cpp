@@ -17,7 +17,6 @@ uint8_t bytes[7];
 int stage;
 const float pose[7] = {0.0019f, -90.5f, 45, 0, 1, -1.0009f, 99};
 
-
 } // namespace
 
 // Rows name the reply when it is not the command's; `reread` lists the limits

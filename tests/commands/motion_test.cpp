@@ -151,8 +151,8 @@ TEST(motion_single_thread, block_counts_seconds_of_reading) {
     s.peer.on("movej", {reply(accept("movej"))});
     EXPECT_EQ(ka_movej_block(s.arm, joints, 20, 0, 0, 0), -5);
     EXPECT_EQ(movej(s.arm, 2), -5);
-    s.peer.on("movej", {reply(accept("movej")), delay(20ms), reply(completion_report(1)), delay(20ms),
-                        reply(completion_report())});
+    s.peer.on("movej", {reply(accept("movej")), delay(20ms), reply(completion_report(1)),
+                        delay(20ms), reply(completion_report())});
     EXPECT_EQ(movej(s.arm, 2), 0);
     s.peer.on("movej", {reply(accept("movej")), delay(20ms), reply(completion_report(0, false))});
     EXPECT_EQ(movej(s.arm, 1), 1);

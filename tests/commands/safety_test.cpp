@@ -12,7 +12,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-
 ka_fence_config_t zone(int form, const char *name = "") {
     ka_fence_config_t z{form, {}, {-0.5f, 0.5f, -0.4f, 0.4f, 0.1f, 0.9f}};
     z.plane = {0.0125f, -0.0125f, 1, 0, 0, 0, 0, 0, -0.0009f};

@@ -20,7 +20,6 @@ ka_current_arm_state_t arm_state;
 ka_arm_all_state_t all;
 ka_arm_software_version_t software;
 
-
 } // namespace
 
 TEST(state, every_command_sends_its_exact_line_and_reads_its_reply) {

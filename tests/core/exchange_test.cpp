@@ -16,13 +16,19 @@ int set_x(ka_robot_handle *h) { return ka_set_data_common(h, 5, "set_x", "k"); }
 TEST(exchange, generic_set_sends_one_exact_line_and_maps_the_result) {
     arm_session s;
     const wire_case rows[] = {
-        {"true", set_x, R"({"command":"set_x","k":5})", R"({"command":"set_x","set_state":true})", 0},
-        {"false", set_x, R"({"command":"set_x","k":5})", R"({"command":"set_x","set_state":false})", 1},
-        {"key missing", set_x, R"({"command":"set_x","k":5})", R"({"command":"set_x","other":true})", -3},
-        {"not a boolean", set_x, R"({"command":"set_x","k":5})", R"({"command":"set_x","set_state":1})", -3},
-        {"reply under state", set_x, R"({"command":"set_x","k":5})", R"({"state":"set_x","set_state":true})", 0},
+        {"true", set_x, R"({"command":"set_x","k":5})", R"({"command":"set_x","set_state":true})",
+         0},
+        {"false", set_x, R"({"command":"set_x","k":5})", R"({"command":"set_x","set_state":false})",
+         1},
+        {"key missing", set_x, R"({"command":"set_x","k":5})",
+         R"({"command":"set_x","other":true})", -3},
+        {"not a boolean", set_x, R"({"command":"set_x","k":5})",
+         R"({"command":"set_x","set_state":1})", -3},
+        {"reply under state", set_x, R"({"command":"set_x","k":5})",
+         R"({"state":"set_x","set_state":true})", 0},
     };
-    for (const auto &row : rows) expect_wire(s, row);
+    for (const auto &row : rows)
+        expect_wire(s, row);
 }
 
 TEST(exchange, no_reply_gives_minus_two_after_the_long_timeout) {
@@ -47,14 +53,18 @@ TEST(exchange, the_wire_line_ends_with_crlf_and_nothing_else) {
 TEST(exchange, generic_get_reads_an_integer_at_top_level_or_inside_arm_state) {
     arm_session s;
     int value = 0;
-    auto get = [&](ka_robot_handle *h) { return ka_get_data_common(h, &value, "get_grade", "grade"); };
-    expect_wire(s, {"top level", get, R"({"command":"get_grade"})", R"({"command":"get_grade","grade":3})", 0});
+    auto get = [&](ka_robot_handle *h) {
+        return ka_get_data_common(h, &value, "get_grade", "grade");
+    };
+    expect_wire(s, {"top level", get, R"({"command":"get_grade"})",
+                    R"({"command":"get_grade","grade":3})", 0});
     EXPECT_EQ(value, 3);
     expect_wire(s, {"arm_state", get, R"({"command":"get_grade"})",
                     R"({"command":"get_grade","arm_state":{"grade":7}})", 0});
     EXPECT_EQ(value, 7);
     value = 11;
-    expect_wire(s, {"missing", get, R"({"command":"get_grade"})", R"({"command":"get_grade"})", -3});
+    expect_wire(s,
+                {"missing", get, R"({"command":"get_grade"})", R"({"command":"get_grade"})", -3});
     EXPECT_EQ(value, 11);
 }
 
@@ -129,21 +139,26 @@ TEST(reply_parsing, typed_fields_check_type_and_exact_array_length) {
 
 TEST(reply_parsing, motion_result_codes) {
     int device = -9, connect = -9;
-    EXPECT_EQ(parse_ka_move_command(R"({"trajectory_state":true,"device":0,"trajectory_connect":1})",
-                                    &device, &connect),
-              1);
+    EXPECT_EQ(
+        parse_ka_move_command(R"({"trajectory_state":true,"device":0,"trajectory_connect":1})",
+                              &device, &connect),
+        1);
     EXPECT_EQ(device, 0);
     EXPECT_EQ(connect, 1);
-    EXPECT_EQ(parse_ka_move_command(R"({"trajectory_state":false,"device":2,"trajectory_connect":0})",
-                                    &device, &connect),
-              0);
+    EXPECT_EQ(
+        parse_ka_move_command(R"({"trajectory_state":false,"device":2,"trajectory_connect":0})",
+                              &device, &connect),
+        0);
     EXPECT_EQ(device, 2);
     // A missing state takes the accepted branch with -1.
-    EXPECT_EQ(parse_ka_move_command(R"({"device":0,"trajectory_connect":0})", &device, &connect), -1);
-    EXPECT_EQ(parse_ka_move_command(R"({"trajectory_state":true,"device":0})", &device, &connect), -3);
-    EXPECT_EQ(parse_ka_move_command(R"({"trajectory_state":true,"device":-1,"trajectory_connect":0})",
-                                    &device, &connect),
+    EXPECT_EQ(parse_ka_move_command(R"({"device":0,"trajectory_connect":0})", &device, &connect),
+              -1);
+    EXPECT_EQ(parse_ka_move_command(R"({"trajectory_state":true,"device":0})", &device, &connect),
               -3);
+    EXPECT_EQ(
+        parse_ka_move_command(R"({"trajectory_state":true,"device":-1,"trajectory_connect":0})",
+                              &device, &connect),
+        -3);
     EXPECT_EQ(parse_ka_move_command("{", &device, &connect), -3);
 }
 

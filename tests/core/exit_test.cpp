@@ -16,7 +16,8 @@ TEST(process_exit, ends_cleanly_without_ka_destory_in_every_mode) {
                 SCOPED_TRACE(std::string("mode ") + mode + ", arm " + arm + ", " + ending);
                 test_peer peer;
                 serve_standard_arm(peer);
-                child_process child(KA_EXIT_CHILD, {mode, std::to_string(peer.port()), arm, ending});
+                child_process child(KA_EXIT_CHILD,
+                                    {mode, std::to_string(peer.port()), arm, ending});
                 ASSERT_TRUE(child.wait(30s)) << "the child did not end; stopped by its pid";
                 EXPECT_EQ(child.describe(), "exit 0");
             }

@@ -2,8 +2,8 @@
 #include "core/transport.h"
 #include "support/arm_fixture.h"
 
-#include <gtest/gtest.h>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <memory>
 #include <sys/socket.h>
 

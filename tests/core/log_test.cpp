@@ -21,11 +21,13 @@ TEST(logging, threshold_names_the_least_severe_level_written) {
         log_capture capture;
         ka_set_log_call_back(nullptr, r.threshold); // restores the stderr sink...
         log_capture again;                          // ...which the capture replaces at 0
-        ka_set_log_call_back([](const char *f, va_list a) {
-            char text[256];
-            std::vsnprintf(text, sizeof text, f, a);
-            std::fprintf(stdout, "%s", text);
-        }, r.threshold);
+        ka_set_log_call_back(
+            [](const char *f, va_list a) {
+                char text[256];
+                std::vsnprintf(text, sizeof text, f, a);
+                std::fprintf(stdout, "%s", text);
+            },
+            r.threshold);
         testing::internal::CaptureStdout();
         ka_log_debug("d%d\n", 1);
         ka_log_info("i\n");

@@ -51,7 +51,8 @@ TEST_P(framing, replies_arrive_intact_however_the_bytes_are_cut) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(modes, framing, ::testing::Values(KA_THREAD_MODE_SINGLE, KA_THREAD_MODE_DUAL));
+INSTANTIATE_TEST_SUITE_P(modes, framing,
+                         ::testing::Values(KA_THREAD_MODE_SINGLE, KA_THREAD_MODE_DUAL));
 
 // The first line of the segment answers a call that is already waiting for
 // it, the second the call that the segment answers.
@@ -115,8 +116,10 @@ TEST(receive, completion_reports_reach_the_event_callback) {
     ka_get_arm_event_call_back(on_event);
     ka_get_arm_event_call_back(nullptr); // ignored: the callback stays
     events = 0;
-    s.peer.push({reply(R"({"state":"current_trajectory_state","trajectory_state":true,"device":2,"trajectory_connect":0})")});
-    for (int i = 0; i < 200 && events < 1; ++i) std::this_thread::sleep_for(5ms);
+    s.peer.push({reply(
+        R"({"state":"current_trajectory_state","trajectory_state":true,"device":2,"trajectory_connect":0})")});
+    for (int i = 0; i < 200 && events < 1; ++i)
+        std::this_thread::sleep_for(5ms);
     {
         std::lock_guard<std::mutex> lock(event_mutex);
         EXPECT_EQ(last_event.handle_id, 1);
@@ -125,7 +128,8 @@ TEST(receive, completion_reports_reach_the_event_callback) {
         EXPECT_EQ(last_event.device, 2);
     }
     s.peer.push({reply(R"({"state":"program_run_finish","finish_id":12})")});
-    for (int i = 0; i < 200 && events < 2; ++i) std::this_thread::sleep_for(5ms);
+    for (int i = 0; i < 200 && events < 2; ++i)
+        std::this_thread::sleep_for(5ms);
     std::lock_guard<std::mutex> lock(event_mutex);
     EXPECT_EQ(last_event.event_type, 2);
     EXPECT_EQ(last_event.finish_id, 12);
@@ -142,11 +146,13 @@ TEST(reply_queue, capacity_staleness_and_the_awaited_event_flag) {
         add_str_to_fifo(&arm, line.c_str(), static_cast<int>(line.size()));
     };
     char out[256];
-    for (int i = 0; i < 20; ++i) file("a" + std::to_string(i));
+    for (int i = 0; i < 20; ++i)
+        file("a" + std::to_string(i));
     file("dropped");
     EXPECT_EQ(get_str_from_fifo(&arm.queue, "dropped", out, sizeof out), -1);
     // 50 more lines make the oldest entries stale: each new line takes one.
-    for (int i = 0; i < 49; ++i) file("filler");
+    for (int i = 0; i < 49; ++i)
+        file("filler");
     file("late");
     EXPECT_GT(get_str_from_fifo(&arm.queue, "late", out, sizeof out), 0);
     EXPECT_STREQ(out, R"({"command":"late"})");
@@ -160,7 +166,8 @@ TEST(reply_queue, capacity_staleness_and_the_awaited_event_flag) {
     // the arm's flag says one is expected; a wait for the report itself takes
     // it. Another arm's flag and a blocking wait in progress keep it.
     arm_record second;
-    std::string report = R"({"state":"current_trajectory_state","trajectory_state":true,"device":0,"trajectory_connect":0})";
+    std::string report =
+        R"({"state":"current_trajectory_state","trajectory_state":true,"device":0,"trajectory_connect":0})";
     add_str_to_fifo(&second, report.c_str(), static_cast<int>(report.size()));
     arm.awaited_event = 1;
     EXPECT_EQ(get_str_from_fifo(&second.queue, "other", out, sizeof out), -1);
@@ -209,13 +216,16 @@ TEST(concurrency, commands_on_two_arms_and_a_delete_race_cleanly) {
     ASSERT_EQ(arm_b->id, 2);
     std::atomic<int> good_a{0}, good_b{0};
     std::thread ta([&] {
-        for (int i = 0; i < 100; ++i) good_a += get_v(arm_a) == 9;
+        for (int i = 0; i < 100; ++i)
+            good_a += get_v(arm_a) == 9;
     });
     std::thread tb([&] {
         for (int i = 0; i < 100; ++i) {
             int r = get_v(arm_b);
-            if (r == 9) ++good_b;
-            else EXPECT_EQ(r, -1); // deleted under its feet: refused, never stuck
+            if (r == 9)
+                ++good_b;
+            else
+                EXPECT_EQ(r, -1); // deleted under its feet: refused, never stuck
         }
     });
     std::this_thread::sleep_for(20ms);

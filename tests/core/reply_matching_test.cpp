@@ -100,7 +100,8 @@ TEST_P(every_mode, a_line_is_judged_by_its_length_not_by_how_it_arrived) {
     const std::string answer = v_reply(9) + "\r\n";
     auto pieces = [](const std::string &bytes) {
         std::vector<size_t> cuts;
-        for (size_t at = 1500; at < bytes.size() - 1; at += 1500) cuts.push_back(at);
+        for (size_t at = 1500; at < bytes.size() - 1; at += 1500)
+            cuts.push_back(at);
         cuts.push_back(bytes.size() - 1); // "\r" and "\n" apart
         return split(bytes, cuts, 1ms);
     };
@@ -188,8 +189,8 @@ TEST(full_queue, every_completion_report_reaches_the_event_callback) {
 // Threaded modes: the receive thread writes the points. A point line that is
 // not an array spoils the save even when the stream then reaches its count.
 TEST(full_queue, a_trajectory_save_keeps_every_point_and_fails_on_a_bad_one) {
-    const std::string accepted =
-        R"({"command":"save_trajectory","save_state":true,"total_num":3})" "\r\n";
+    const std::string accepted = R"({"command":"save_trajectory","save_state":true,"total_num":3})"
+                                 "\r\n";
     const std::string good = "{\"point\":[1,2,3,4,5,6]}\r\n";
     const std::string bad = "{\"point\":5}\r\n";
     // The bad point comes once the save has seen its first good one, in one
@@ -200,7 +201,10 @@ TEST(full_queue, a_trajectory_save_keeps_every_point_and_fails_on_a_bad_one) {
         int result;
         std::string file;
     } rows[] = {
-        {"full queue", {raw(unasked_lines(20) + accepted + good + good + good)}, 0, good + good + good},
+        {"full queue",
+         {raw(unasked_lines(20) + accepted + good + good + good)},
+         0,
+         good + good + good},
         {"bad point among good ones",
          {raw(accepted), delay(50ms), raw(good), delay(50ms), raw(bad + good + good)},
          -6,

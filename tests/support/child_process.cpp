@@ -14,11 +14,13 @@ extern char **environ;
 
 namespace ka_test {
 
-child_process::child_process(const std::string &program, const std::vector<std::string> &arguments) {
+child_process::child_process(const std::string &program,
+                             const std::vector<std::string> &arguments) {
     std::vector<std::string> words{program};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char *> argv;
-    for (auto &word : words) argv.push_back(word.data());
+    for (auto &word : words)
+        argv.push_back(word.data());
     argv.push_back(nullptr);
     int error = posix_spawn(&pid_, program.c_str(), nullptr, nullptr, argv.data(), environ);
     if (error != 0) throw std::system_error(error, std::generic_category(), program);
@@ -45,7 +47,8 @@ bool child_process::wait(std::chrono::milliseconds limit) {
     if (ended_) return true;
     pollfd p{pidfd_, POLLIN, 0};
     int r;
-    do r = ::poll(&p, 1, static_cast<int>(limit.count()));
+    do
+        r = ::poll(&p, 1, static_cast<int>(limit.count()));
     while (r < 0 && errno == EINTR);
     if (r != 1) return false;
     ended_ = ::waitpid(pid_, &status_, 0) == pid_;
@@ -56,7 +59,8 @@ std::string child_process::describe() const {
     if (!ended_) return "still running";
     if (WIFEXITED(status_)) return "exit " + std::to_string(WEXITSTATUS(status_));
     if (WIFSIGNALED(status_))
-        return "signal " + std::to_string(WTERMSIG(status_)) + " (" + strsignal(WTERMSIG(status_)) + ")";
+        return "signal " + std::to_string(WTERMSIG(status_)) + " (" + strsignal(WTERMSIG(status_)) +
+               ")";
     return "status " + std::to_string(status_);
 }
 
