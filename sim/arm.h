@@ -133,6 +133,8 @@ class arm {
     // Moves the joints to where the motions put them at `now`; returns the
     // motions that ended on the way, in order.
     std::vector<motion_end> advance(double now);
+    // Simulated time of the last advance(), seconds.
+    double clock() const { return last_now_; }
     // Ends the running motion where the arm is and drops the queued ones.
     // Returns the motions that had ended by `now`, then the stopped one.
     std::vector<motion_end> stop(double now);

@@ -21,7 +21,7 @@ void usage(std::FILE *out) {
              "  --port    first arm's TCP port, 0 for any free port (default 8080)\n"
              "  --arms    arms on consecutive ports, 1..5 (default 1)\n"
              "  --speed   simulated seconds per real second (default 1)\n"
-             "  --seed    seed of the simulated readings' noise (default 0)\n"
+             "  --seed    seed of the force sensor's noise; 0, the default, reads without noise\n"
              "  --faults  [N:]SETTING[,SETTING...][;...], settings drop=K, delay=MS,\n"
              "            garbage=K, stall=MS, duplicate=K, stale_report=K, close_after=K,\n"
              "            byte_by_byte, refuse, mute_push (see sim/README.md)\n");

@@ -584,6 +584,9 @@ simulator::simulator(simulator_options options) : impl_(std::make_unique<impl>()
         auto server = std::make_unique<impl::arm_server>();
         server->number = i;
         server->state = std::make_unique<arm>(*traits);
+        if (options.seed != 0) // each arm its own noise; never 0, which means none
+            server->state->devices.sensor.noise_seed =
+                std::max<std::uint32_t>(1, options.seed * 31 + static_cast<std::uint32_t>(i));
         impl_->arms.push_back(std::move(server));
     }
     for (const auto &[number, change] : options.faults) {

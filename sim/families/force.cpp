@@ -92,6 +92,34 @@ std::vector<int> wire_wrench(const wrench &w) {
 
 } // namespace
 
+namespace {
+
+// Noise amplitudes of the simulated sensor: forces in newtons, torques in
+// newton-metres.
+constexpr double k_force_noise_n = 0.05;
+constexpr double k_torque_noise_nm = 0.005;
+
+// Measuring noise, uniform in +-amplitude, the same for the same seed, control
+// cycle and axis, so that a run is repeatable.
+wrench sensor_noise(std::uint32_t seed, double clock) {
+    wrench noise{};
+    if (seed == 0) return noise;
+    const auto cycle = static_cast<std::uint64_t>(clock / 0.005);
+    for (std::size_t axis = 0; axis < noise.size(); ++axis) {
+        // splitmix64 of (seed, cycle, axis)
+        std::uint64_t x = (std::uint64_t{seed} << 32) ^ (cycle * 8 + axis);
+        x += 0x9e3779b97f4a7c15ULL;
+        x = (x ^ (x >> 30)) * 0xbf58476d1ce4e5b9ULL;
+        x = (x ^ (x >> 27)) * 0x94d049bb133111ebULL;
+        x ^= x >> 31;
+        const double unit = static_cast<double>(x >> 11) / 9007199254740992.0 * 2 - 1; // -1..1
+        noise[axis] = unit * (axis < 3 ? k_force_noise_n : k_torque_noise_nm);
+    }
+    return noise;
+}
+
+} // namespace
+
 force_readout read_force_sensor(const arm &a) {
     const mat3 flange = rotation(flange_matrix(a.traits(), a.sample().joints));
     // Gravity points down in the world; the base is mounted at the install pose.
@@ -107,6 +135,9 @@ force_readout read_force_sensor(const arm &a) {
     const load mounted = mounted_load(a);
     force_readout out;
     out.raw = weight(mounted.kg, mounted.centre, g_sensor);
+    const wrench noise = sensor_noise(sensor.noise_seed, a.clock());
+    for (std::size_t axis = 0; axis < out.raw.size(); ++axis)
+        out.raw[axis] += noise[axis];
     const wrench known =
         sensor.load_known ? weight(sensor.load_kg, sensor.load_centre_m, g_sensor) : wrench{};
     out.zeroed = minus(minus(out.raw, known), sensor.offset);

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <deque>
 #include <vector>
 
@@ -95,6 +96,8 @@ struct force_sensor_state {
     double load_kg = 0;
     std::array<double, 3> load_centre_m{};
     int manual_poses = 0; // postures of the manual six-axis calibration received in order
+    // Seed of the measuring noise (--seed); 0: the sensor reads without noise.
+    std::uint32_t noise_seed = 0;
 };
 
 struct drag_state {

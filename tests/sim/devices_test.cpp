@@ -13,6 +13,7 @@
 #include <cmath>
 #include <cstdio>
 #include <functional>
+#include <set>
 #include <sys/socket.h>
 
 namespace {
@@ -473,6 +474,29 @@ TEST(SimulatedPush, DatagramCarriesTheAxesAndTheForceSensor) {
     ASSERT_EQ(ka_clear_force_data(s.arm), KA_OK);
     ASSERT_TRUE(state_until([](const auto &st) { return norm3(st.zero_force) < 0.003f; }, &state));
     EXPECT_NEAR(norm3(state.force), k_plate_weight_n, 0.01f);
+}
+
+// A seeded sensor reads the noise-free value plus at most 0.05 N (0.005 N m)
+// of noise that changes from cycle to cycle.
+TEST(SimulatedForceSensor, SeededNoiseStaysWithinItsAmplitude) {
+    ka_force_data_t clean{};
+    {
+        arm_session quiet(sim_test::options("NEPATQ-6F", 20.0));
+        ASSERT_EQ(ka_get_force_data(quiet.arm, &clean), KA_OK);
+    }
+    sim::simulator_options noisy = sim_test::options("NEPATQ-6F", 20.0);
+    noisy.seed = 7;
+    arm_session s(noisy);
+    std::set<float> seen;
+    const auto deadline = std::chrono::steady_clock::now() + 5s;
+    while (seen.size() < 5 && std::chrono::steady_clock::now() < deadline) {
+        ka_force_data_t data{};
+        ASSERT_EQ(ka_get_force_data(s.arm, &data), KA_OK);
+        for (int i = 0; i < 6; ++i)
+            EXPECT_NEAR(data.force_data[i], clean.force_data[i], i < 3 ? 0.051f : 0.0051f) << i;
+        seen.insert(data.force_data[0]);
+    }
+    EXPECT_GE(seen.size(), 5u) << "the seeded readings do not change";
 }
 
 TEST(SimulatedPush, OneAxisSensorPushesItsZForce) {
