@@ -560,6 +560,9 @@ constexpr double k_near_reach = 0.64;
 // looked for.
 constexpr double k_aligned_band = 0.05;
 constexpr double k_aligned_seed = 0.35;
+// An answer whose middle joint is within this of the alignment (sine) lies
+// beside the passage: the descent may have stopped on the wrong side of it.
+constexpr double k_beside_alignment = 2.0 * k_aligned_band;
 
 // Finite-difference step of the tilt's derivatives, radians of the parameter.
 constexpr double k_tilt_diff_step = 2e-4;
@@ -1108,8 +1111,16 @@ template <class Arm> class redundancy_search {
 
     // A point near the alignment of the triple about joint j: that joint
     // within k_aligned_seed of 0.
-    bool near_alignment(int j, const double q[7]) const {
-        return std::fabs(std::sin(q[j] + off_[j])) < k_aligned_seed;
+    bool near_alignment(int j, const double q[7], double band = k_aligned_seed) const {
+        return std::fabs(std::sin(q[j] + off_[j])) < band;
+    }
+
+    // A lower bound on the squared distance from the reference of any point
+    // within k_aligned_band of the alignment about joint j: joint j alone
+    // must come within asin(k_aligned_band) of a multiple of pi.
+    double alignment_bound(int j) const {
+        const double gap = std::fabs(std::remainder(ref_t_[j], k_pi)) - std::asin(k_aligned_band);
+        return gap > 0.0 ? gap * gap : 0.0;
     }
 
     // Exactly at the alignment only the sum (or difference) of joints 1
@@ -1243,13 +1254,27 @@ template <class Arm> class redundancy_search {
         refine_in_order([&](int g) { return g == own || starts[g].cost < 1.5 * own_best; });
         // A reference near an alignment: the passage through it is looked
         // for from the reference's group (and the group it meets there) and
-        // from the best answer.
+        // from the best answer, unless the best found is already nearer
+        // than any point at the alignment can be. An answer with every joint
+        // within k_close_gap of a reference that is not itself at the
+        // alignment is taken as it is, unless the answer lies beside the
+        // passage (within k_beside_alignment), where the swing of the outer
+        // joints may have carried the descent past the nearer side; in
+        // strategy 0 every passage is looked at.
+        const bool settled = !thorough_ && found_ && max_joint_gap(best_, ref_) <= k_close_gap;
         for (int j : Arm::aligning_joints) {
             if (!near_alignment(j, ref_)) continue;
+            if (settled && !near_alignment(j, ref_, k_aligned_band) &&
+                !near_alignment(j, best_, k_beside_alignment))
+                continue;
+            const double bound = alignment_bound(j);
+            auto worth = [&] { return !found_ || best_cost_ > bound; };
             bool followed[Arm::groups] = {};
             for (int g : {own, Arm::partner(own)})
-                if (ok[g] && !followed[g]) follow_alignment(j, starts[g].p, g), followed[g] = true;
-            if (found_ && near_alignment(j, best_)) follow_alignment(j, best_p_, best_g_);
+                if (ok[g] && !followed[g] && worth())
+                    follow_alignment(j, starts[g].p, g), followed[g] = true;
+            if (found_ && near_alignment(j, best_) && worth())
+                follow_alignment(j, best_p_, best_g_);
         }
         // The distance along the parameter need not fall steadily towards
         // the nearest solution: another member's path can pass nearer a

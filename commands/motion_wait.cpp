@@ -64,13 +64,14 @@ trajectory query_trajectory(ka_robot_handle *handle) {
 }
 
 // Thread mode 0: nothing files reports, so each attempt reads the socket.
-int wait_single(ka_robot_handle *handle, const completion_wait &w, int seconds) {
+// device is the one whose report ends the wait (0, the arm, for the motions).
+int wait_single(ka_robot_handle *handle, const char *function, int seconds, int device) {
     if (seconds == 0) return -5;
     for (int attempt = 0; attempt < seconds; ++attempt) {
-        auto r = next_report(handle, w.function, single_report_size, single_read_ms);
+        auto r = next_report(handle, function, single_report_size, single_read_ms);
         if (!r) continue;
         if (r->reading != 1) return ended_badly(*r);
-        if (r->device == 0 && r->connect == 0) return 0;
+        if (r->device == device && r->connect == 0) return 0;
     }
     return -5;
 }
@@ -156,7 +157,7 @@ int wait_for_completion(ka_robot_handle *handle, const completion_wait &wait, in
                         int accepted_length) {
     switch (thread_mode()) {
     case KA_THREAD_MODE_SINGLE:
-        return wait_single(handle, wait, block);
+        return wait_single(handle, wait.function, block, 0);
     case KA_THREAD_MODE_DUAL:
     case KA_THREAD_MODE_TRIPLE:
         return wait.style == follow_style::report_first ? follow_reports(handle, wait)
@@ -167,3 +168,7 @@ int wait_for_completion(ka_robot_handle *handle, const completion_wait &wait, in
 }
 
 } // namespace motion
+
+extern "C" int ka_movecmd_singlemode_parse(ka_robot_handle *handle, int timeout, int device) {
+    return motion::wait_single(handle, "ka_movecmd_singlemode_parse", timeout, device);
+}

@@ -168,6 +168,15 @@ int ka_init(int mode) {
 
 const char *ka_api_version(void) { return KA_API_VERSION_STRING; }
 
+int ka_api_version_number(void) { return KA_API_VERSION_NUMBER; }
+
+int ka_handle_init(ka_robot_handle *handle) {
+    if (!handle) return KA_ERR_LOCAL;
+    // The state of a handle no slot refers to: every command rejects it.
+    *handle = ka_robot_handle{};
+    return KA_OK;
+}
+
 ka_robot_handle *ka_create_robot_arm(const char *ip, int port) {
     ensure_started();
     auto arm = std::make_shared<arm_record>();

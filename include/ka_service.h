@@ -34,6 +34,7 @@ class KA_API KA_Service {
     // Library lifecycle and arm registry
     decltype(::ka_init) ka_init;
     decltype(::ka_api_version) ka_api_version;
+    decltype(::ka_api_version_number) ka_api_version_number;
     decltype(::ka_create_robot_arm) ka_create_robot_arm;
     decltype(::ka_delete_robot_arm) ka_delete_robot_arm;
     decltype(::ka_destory) ka_destory;

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Installs every build, test, benchmark and fuzzing dependency from Debian
-# packages.
+# Installs every build, test, benchmark, fuzzing, documentation and
+# formatting dependency from Debian packages.
 # Safe to run again: apt-get only installs what is missing.
 set -euo pipefail
 packages=(build-essential cmake pkg-config libcjson-dev libeigen3-dev
           libgtest-dev libgmock-dev libbenchmark-dev liborocos-kdl-dev
-          clang libclang-rt-14-dev)
+          clang libclang-rt-14-dev doxygen clang-format)
 sudo_cmd=()
 if [ "$(id -u)" -ne 0 ]; then sudo_cmd=(sudo); fi
 missing=()

@@ -72,6 +72,7 @@ template <typename Flat, typename Member> Flat pass_on(Member &value) {
 // Library lifecycle and arm registry
 KA_FORWARD(ka_init, 1);
 KA_FORWARD(ka_api_version, 0);
+KA_FORWARD(ka_api_version_number, 0);
 KA_FORWARD(ka_create_robot_arm, 2);
 KA_FORWARD(ka_delete_robot_arm, 1);
 KA_FORWARD(ka_destory, 0);

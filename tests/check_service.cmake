@@ -9,7 +9,7 @@ cmake_minimum_required(VERSION 3.25)
 
 # The size of the facade as documented; a new flat function changes it on
 # purpose, together with its member.
-set(expected_total 256)
+set(expected_total 257)
 
 # Flat functions without a member: commands left out of the facade, the
 # internal exports, and the logging entry points. The record forms are

@@ -82,13 +82,16 @@ ka_fence_config_t cube_fence(const char *name) {
 
 ka_peripheral_read_write_params_t modbus(int address, int num) { return {1, address, 1, num}; }
 
-// Every function of the public header whose first parameter is the arm
+// Every function of the public headers whose first parameter is the arm
 // handle: the commands.
 std::set<std::string> header_commands() {
-    std::ifstream in(KA_PUBLIC_HEADER);
-    std::stringstream text;
-    text << in.rdbuf();
-    const std::string header = text.str();
+    std::string header;
+    for (const char *name : {"/ka_api.h", "/ka_compat.h"}) {
+        std::ifstream in(std::string(KA_INCLUDE_DIR) + name);
+        std::stringstream text;
+        text << in.rdbuf();
+        header += text.str();
+    }
     const std::regex declaration(R"(KA_API\s+[\w\s\*]*?\b(\w+)\s*\(\s*ka_robot_handle\s*\*)");
     std::set<std::string> names;
     for (auto it = std::sregex_iterator(header.begin(), header.end(), declaration);
@@ -500,10 +503,14 @@ TEST_F(CommandCoverage, EveryCommandFunctionSucceedsAgainstTheSimulator) {
         EXPECT_EQ(result, row.expected) << row.function << (row.why ? row.why : "");
     }
 
-    // Every command function of the header has a row.
+    // Every command function of the headers has a row, except those that
+    // take the handle but send no request: closing it, resetting a record,
+    // and the single-thread mode's completion wait (which reads reports).
+    const std::set<std::string> sends_nothing = {"ka_delete_robot_arm", "ka_handle_init",
+                                                 "ka_movecmd_singlemode_parse"};
     std::set<std::string> missing;
     for (const std::string &name : header_commands())
-        if (!called.count(name) && name != "ka_delete_robot_arm") missing.insert(name);
+        if (!called.count(name) && !sends_nothing.count(name)) missing.insert(name);
     std::string list;
     for (const auto &name : missing)
         list += name + " ";
