@@ -10,6 +10,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -92,6 +93,9 @@ struct arm_record {
     // direct_read_mutex, by the commanding thread (mode 0).
     line_splitter assembly;
     std::mutex direct_read_mutex;
+    // Mode 0: whole lines that arrived in the same read after the one a
+    // direct wait took, kept (with their "\r\n") for the next wait.
+    std::deque<std::string> direct_pending;
 
     ~arm_record();
 };

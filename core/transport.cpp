@@ -287,17 +287,27 @@ bool is_point_line(const cJSON *doc) {
     return doc && !line_name(doc) && cJSON_GetObjectItem(doc, "point");
 }
 
+// Lines kept for later direct waits; beyond this many the oldest go (a
+// caller that stopped waiting leaves them unread).
+constexpr std::size_t max_direct_pending = 64;
+
 // Single-thread mode: read the socket on the caller's thread until the line
-// named `name` arrives. Bytes received after it in the same read are dropped.
+// named `name` arrives. Lines met before it are answers nobody waits for and
+// are dropped; whole lines that came after it in the same read are kept for
+// the next wait (two completion reports may share a read).
 int direct_wait(arm_record &arm, const char *name, char *out, int size, int timeout_ms) {
     std::lock_guard<std::mutex> reading(arm.direct_read_mutex);
     line_splitter &lines = arm.assembly;
-    lines.clear();
-    if (!arm.connected.load()) return -1;
+    if (!arm.connected.load() && arm.direct_pending.empty()) return -1;
     int found = -1;
     // The copy handed out keeps the line's "\r\n", which follows its text.
     auto on_line = [&](const char *line, size_t length) {
         size_t with_end = length + 2;
+        if (found >= 0) {
+            if (arm.direct_pending.size() == max_direct_pending) arm.direct_pending.pop_front();
+            arm.direct_pending.emplace_back(line, with_end);
+            return true;
+        }
         if (with_end < min_line_bytes || has_nul(line, length)) return true;
         json_ptr doc(cJSON_ParseWithLength(line, length));
         const char *got = doc ? line_name(doc.get()) : nullptr;
@@ -305,11 +315,18 @@ int direct_wait(arm_record &arm, const char *name, char *out, int size, int time
             found = copy_out(out, size, line, with_end);
             ka_log_debug("thread_socket_receive len %d robot_handle: %d message:%s\n", found,
                          load_public(arm.pub.id), out);
-            return false;
+            return true;
         }
         if (is_point_line(doc.get())) save_point_direct(arm, std::string(line, with_end));
         return true;
     };
+    while (!arm.direct_pending.empty()) {
+        const std::string line = std::move(arm.direct_pending.front());
+        arm.direct_pending.pop_front();
+        on_line(line.data(), line.size() - 2);
+        if (found >= 0) return found;
+    }
+    if (!arm.connected.load()) return -1;
     auto deadline = platform::clock::now() + std::chrono::milliseconds(timeout_ms);
     char chunk[4096];
     for (;;) {
@@ -338,6 +355,11 @@ int direct_wait(arm_record &arm, const char *name, char *out, int size, int time
 // it is dropped (a point line still goes to a save file). The caller holds
 // the arm's direct_read_mutex.
 void direct_drain(arm_record &arm) {
+    for (const std::string &line : arm.direct_pending) {
+        json_ptr doc(cJSON_ParseWithLength(line.data(), line.size() - 2));
+        if (is_point_line(doc.get())) save_point_direct(arm, line);
+    }
+    arm.direct_pending.clear();
     if (!arm.connected.load()) return;
     line_splitter &lines = arm.assembly;
     lines.clear();

@@ -157,3 +157,22 @@ TEST(motion_single_thread, block_counts_seconds_of_reading) {
     s.peer.on("movej", {reply(accept("movej")), delay(20ms), reply(completion_report(0, false))});
     EXPECT_EQ(movej(s.arm, 1), 1);
 }
+
+// Lines that share a read with the one a wait takes are kept for the next
+// wait: the reply and the completion report of an instant move, or a chain's
+// two reports, may arrive in one segment.
+TEST(motion_single_thread, lines_sharing_a_read_reach_the_next_wait) {
+    arm_session s(KA_THREAD_MODE_SINGLE);
+    const auto line = [](const std::string &text) { return text + "\r\n"; };
+    s.peer.on("movej", {raw(line(accept("movej")) + line(completion_report()))});
+    EXPECT_EQ(movej(s.arm, 2), 0);
+    s.peer.on("movej", {reply(accept("movej")), delay(20ms),
+                        raw(line(completion_report(1)) + line(completion_report()))});
+    EXPECT_EQ(movej(s.arm, 2), 0);
+    // What is left when the next request goes out answers nothing of it.
+    s.peer.on("movej",
+              {raw(line(accept("movej")) + line(completion_report()) + line(completion_report()))});
+    EXPECT_EQ(movej(s.arm, 2), 0);
+    s.peer.on("movej", {reply(accept("movej"))});
+    EXPECT_EQ(movej(s.arm, 1), -5);
+}
