@@ -8,6 +8,7 @@
 // the arm's joint count. A run executes one program line every half second
 // at 100 % speed and ends with {"state":"program_run_finish","finish_id":id}.
 #include "sim/families/family.h"
+#include "sim/families/paging.h"
 
 #include <algorithm>
 #include <cmath>
@@ -24,9 +25,6 @@ constexpr double k_sample_period_s = 0.02;
 // A motion after the arm stood still this long starts a new recording.
 constexpr double k_recording_gap_s = 1.0;
 constexpr std::size_t k_max_recorded_points = 1000;
-// Pages are cut short rather than overflow the client's 10240-byte reply
-// buffer; the cut leaves room for the reply's other keys.
-constexpr std::size_t k_max_list_text = 9800;
 
 bool percent(const std::optional<int> &v) { return v && *v >= 1 && *v <= 100; }
 bool flag(const std::optional<int> &v) { return v && (*v == 0 || *v == 1); }
@@ -155,36 +153,18 @@ int program_lines(const stored_program &p, int dof) {
 // Pages count from 1; "vague_search" keeps the programs whose name
 // contains it.
 void trajectory_list(const cJSON *request, cJSON *reply, command_context &c) {
-    const auto page_num = json_int(request, "page_num");
-    const auto page_size = json_int(request, "page_size");
-    const auto search = json_string(request, "vague_search");
-    const cJSON *search_item = cJSON_GetObjectItemCaseSensitive(request, "vague_search");
-    if (!page_num || !page_size || *page_num < 1 || *page_size < 1 || (search_item && !search)) {
+    const auto page = read_page_request(request);
+    if (!page) {
         cJSON_AddStringToObject(reply, "error", "bad page");
         return;
     }
-    std::vector<const stored_program *> matching;
-    for (const stored_program &p : c.target.programs.programs)
-        if (!search || p.name.find(*search) != std::string::npos) matching.push_back(&p);
-    cJSON_AddNumberToObject(reply, "page_num", *page_num);
-    cJSON_AddNumberToObject(reply, "page_size", *page_size);
-    cJSON_AddNumberToObject(reply, "total_size", static_cast<double>(matching.size()));
-    if (search) cJSON_AddStringToObject(reply, "vague_search", search->c_str());
-    cJSON *list = cJSON_AddArrayToObject(reply, "list");
-    const std::size_t first =
-        static_cast<std::size_t>(*page_num - 1) * static_cast<std::size_t>(*page_size);
-    std::size_t text = json_print(reply).size();
-    for (std::size_t i = first; i < matching.size() && i < first + *page_size; ++i) {
-        const stored_program &p = *matching[i];
-        json_ptr item(cJSON_CreateObject());
-        cJSON_AddNumberToObject(item.get(), "id", p.id);
-        cJSON_AddNumberToObject(item.get(), "size", program_lines(p, c.target.traits().dof));
-        cJSON_AddNumberToObject(item.get(), "speed", p.speed);
-        cJSON_AddStringToObject(item.get(), "trajectory_name", p.name.c_str());
-        text += json_print(item.get()).size() + 1;
-        if (text > k_max_list_text) break;
-        cJSON_AddItemToArray(list, item.release());
-    }
+    const int dof = c.target.traits().dof;
+    add_page(reply, *page, c.target.programs.programs, [&](cJSON *item, const stored_program &p) {
+        cJSON_AddNumberToObject(item, "id", p.id);
+        cJSON_AddNumberToObject(item, "size", program_lines(p, dof));
+        cJSON_AddNumberToObject(item, "speed", p.speed);
+        cJSON_AddStringToObject(item, "trajectory_name", p.name.c_str());
+    });
 }
 
 // run_state 0 idle, 1 running; plan_num is the line being executed.

@@ -2,6 +2,7 @@
 // (millidegrees), pose (micrometres and milliradians), frame names and the
 // time the client stamped them with, all returned exactly as received.
 #include "sim/families/family.h"
+#include "sim/families/paging.h"
 
 #include <algorithm>
 
@@ -10,9 +11,6 @@ namespace sim {
 namespace {
 
 constexpr std::size_t k_max_time_text = 28;
-// Pages are cut short rather than overflow the client's 10240-byte reply
-// buffer; the cut leaves room for the reply's other keys.
-constexpr std::size_t k_max_list_text = 9800;
 
 bool fits(const std::optional<std::string> &text, std::size_t max, bool may_be_empty) {
     return text && text->size() <= max && (may_be_empty || !text->empty());
@@ -92,32 +90,9 @@ void given_waypoint(const cJSON *request, cJSON *reply, command_context &c) {
 // Pages count from 1; "vague_search" keeps the waypoints whose name
 // contains it.
 void list_waypoints(const cJSON *request, cJSON *reply, command_context &c) {
-    const auto page_num = json_int(request, "page_num");
-    const auto page_size = json_int(request, "page_size");
-    const auto search = json_string(request, "vague_search");
-    const cJSON *search_item = cJSON_GetObjectItemCaseSensitive(request, "vague_search");
-    const bool ok =
-        page_num && page_size && *page_num >= 1 && *page_size >= 1 && (search || !search_item);
-    cJSON_AddBoolToObject(reply, "get_state", ok);
-    if (!ok) return;
-    std::vector<const stored_waypoint *> matching;
-    for (const stored_waypoint &w : c.target.programs.waypoints)
-        if (!search || w.name.find(*search) != std::string::npos) matching.push_back(&w);
-    cJSON_AddNumberToObject(reply, "page_num", *page_num);
-    cJSON_AddNumberToObject(reply, "page_size", *page_size);
-    cJSON_AddNumberToObject(reply, "total_size", static_cast<double>(matching.size()));
-    if (search) cJSON_AddStringToObject(reply, "vague_search", search->c_str());
-    cJSON *list = cJSON_AddArrayToObject(reply, "list");
-    const std::size_t first =
-        static_cast<std::size_t>(*page_num - 1) * static_cast<std::size_t>(*page_size);
-    std::size_t text = json_print(reply).size();
-    for (std::size_t i = first; i < matching.size() && i < first + *page_size; ++i) {
-        json_ptr item(cJSON_CreateObject());
-        add_waypoint_keys(item.get(), *matching[i]);
-        text += json_print(item.get()).size() + 1;
-        if (text > k_max_list_text) break;
-        cJSON_AddItemToArray(list, item.release());
-    }
+    const auto page = read_page_request(request);
+    cJSON_AddBoolToObject(reply, "get_state", page.has_value());
+    if (page) add_page(reply, *page, c.target.programs.waypoints, add_waypoint_keys);
 }
 
 constexpr command_row rows[] = {
