@@ -18,6 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using sim_test::arm_session;
+using sim_test::expect_near_pose;
 
 struct model_row {
     const char *product;
@@ -63,16 +64,6 @@ TEST(SimulatedArm, OpensEveryModelWithItsJointsAndLimits) {
             EXPECT_EQ(joints[j], 0.0f);
         }
     }
-}
-
-// Position within `metres` and Euler angles within `radians`.
-void expect_near_pose(const ka_pose_t &a, const ka_pose_t &b, float metres, float radians) {
-    EXPECT_NEAR(a.position.x, b.position.x, metres);
-    EXPECT_NEAR(a.position.y, b.position.y, metres);
-    EXPECT_NEAR(a.position.z, b.position.z, metres);
-    EXPECT_NEAR(a.euler.rx, b.euler.rx, radians);
-    EXPECT_NEAR(a.euler.ry, b.euler.ry, radians);
-    EXPECT_NEAR(a.euler.rz, b.euler.rz, radians);
 }
 
 // The pose the simulator reports against the library's own kinematics,

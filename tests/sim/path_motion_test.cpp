@@ -81,14 +81,9 @@ ka_pose_t shifted(ka_pose_t pose, float dx, float dy, float dz) {
     return pose;
 }
 
+// Targets cross the wire truncated to micrometres and milliradians.
 void expect_pose_near(const ka_pose_t &reached, const ka_pose_t &wanted) {
-    // Targets cross the wire truncated to micrometres and milliradians.
-    EXPECT_NEAR(reached.position.x, wanted.position.x, 2e-5f);
-    EXPECT_NEAR(reached.position.y, wanted.position.y, 2e-5f);
-    EXPECT_NEAR(reached.position.z, wanted.position.z, 2e-5f);
-    EXPECT_NEAR(reached.euler.rx, wanted.euler.rx, 3e-3f);
-    EXPECT_NEAR(reached.euler.ry, wanted.euler.ry, 3e-3f);
-    EXPECT_NEAR(reached.euler.rz, wanted.euler.rz, 3e-3f);
+    sim_test::expect_near_pose(reached, wanted, 2e-5f, 3e-3f);
 }
 
 TEST(SimulatedPaths, LineKeepsTheToolOnTheSegmentAndEndsOnTarget) {

@@ -205,12 +205,7 @@ ka_pose_t pose(float x, float y, float z, float rx, float ry, float rz) {
 
 // Within the wire's resolution: micrometres and milliradians.
 void expect_pose(const ka_pose_t &a, const ka_pose_t &b) {
-    EXPECT_NEAR(a.position.x, b.position.x, 3e-6f);
-    EXPECT_NEAR(a.position.y, b.position.y, 3e-6f);
-    EXPECT_NEAR(a.position.z, b.position.z, 3e-6f);
-    EXPECT_NEAR(a.euler.rx, b.euler.rx, 2e-3f);
-    EXPECT_NEAR(a.euler.ry, b.euler.ry, 2e-3f);
-    EXPECT_NEAR(a.euler.rz, b.euler.rz, 2e-3f);
+    sim_test::expect_near_pose(a, b, 3e-6f, 2e-3f);
 }
 
 std::vector<std::string> names(const ka_frame_name_t *list, int count) {

@@ -1,5 +1,7 @@
 #include "sim_session.h"
 
+#include <gtest/gtest.h>
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -168,6 +170,15 @@ void install_callbacks() {
     ka_get_arm_event_call_back(on_event);
     ka_realtime_arm_state_call_back(on_state);
     events().clear();
+}
+
+void expect_near_pose(const ka_pose_t &a, const ka_pose_t &b, float metres, float radians) {
+    EXPECT_NEAR(a.position.x, b.position.x, metres);
+    EXPECT_NEAR(a.position.y, b.position.y, metres);
+    EXPECT_NEAR(a.position.z, b.position.z, metres);
+    EXPECT_NEAR(a.euler.rx, b.euler.rx, radians);
+    EXPECT_NEAR(a.euler.ry, b.euler.ry, radians);
+    EXPECT_NEAR(a.euler.rz, b.euler.rz, radians);
 }
 
 } // namespace sim_test

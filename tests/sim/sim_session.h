@@ -87,4 +87,7 @@ class log_record {
     std::vector<std::string> lines_;
 };
 
+// Expects position within `metres` and Euler angles within `radians`.
+void expect_near_pose(const ka_pose_t &a, const ka_pose_t &b, float metres, float radians);
+
 } // namespace sim_test
