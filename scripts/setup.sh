@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
 # Installs every build, test, benchmark, fuzzing, documentation and
-# formatting dependency from Debian packages.
+# formatting dependency from Debian packages, the Windows cross toolchain
+# with Wine to test it, and Python for the package and its tests.
 # Safe to run again: apt-get only installs what is missing.
 set -euo pipefail
 packages=(build-essential cmake pkg-config libcjson-dev libeigen3-dev
           libgtest-dev libgmock-dev libbenchmark-dev liborocos-kdl-dev
-          clang libclang-rt-14-dev doxygen clang-format)
+          clang libclang-rt-14-dev doxygen clang-format
+          g++-mingw-w64-x86-64-posix wine64 dpkg-dev
+          python3-pytest python3-clang-14 python3-setuptools python3-pip python3-venv)
 sudo_cmd=()
 if [ "$(id -u)" -ne 0 ]; then sudo_cmd=(sudo); fi
 missing=()
