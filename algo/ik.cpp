@@ -53,8 +53,56 @@ int joint_count(int dof) { return std::clamp(dof, 0, 7); }
 // The joint that closes the wrist: joint 7 of LUNE, joint 6 of every other type.
 int last_joint_index(int robot_type) { return robot_type == 1 ? 6 : 5; }
 
-mat_t flange_target_mat(const kinematics_view &ctx, const ka_matrix_t &T) {
-    return matrix_to_mat(ik_frame_to_matrix(ik_flange_target(T, ctx.install, ctx.tool)));
+// The context adapter of every solver: the tool target in the base frame
+// becomes the flange target, the reference and the modelling limits of the
+// context go in, the answer comes out in float. The seven-axis solvers get
+// the flange target rounded to float, as they always have, so that their
+// answers stay bit for bit what the search's tuning was measured on.
+template <class Solver>
+int solve_on_context(Solver solver, int dof, bool float_target, const kinematics_view &ctx,
+                     const ka_matrix_t &T, const float q_ref[7], float q_out[7]) {
+    ik_frame flange = ik_flange_target(T, ctx.install, ctx.tool);
+    if (float_target) flange = ik_frame_from_matrix(ik_frame_to_matrix(flange));
+    ik_limits limits{};
+    double ref[7] = {}, out[7] = {};
+    for (int i = 0; i < dof; ++i) {
+        limits.lo[i] = ctx.model_min[i];
+        limits.hi[i] = ctx.model_max[i];
+        ref[i] = q_ref[i];
+    }
+    const int rc = solver(ctx.dh, flange, ref, limits, out);
+    if (rc != k_ik_ok) return rc;
+    for (int i = 0; i < dof; ++i)
+        q_out[i] = static_cast<float>(out[i]);
+    return k_ik_ok;
+}
+
+// The solver of a robot type, through the adapter above.
+int solve_for_type(const kinematics_view &ctx, const ka_matrix_t &T, const float q_ref[7],
+                   float q_out[7]) {
+    const ik_redundancy redundancy = ikine_get_redundancy();
+    auto seven = [redundancy](auto solver) {
+        return [solver, redundancy](const dh_table &dh, const ik_frame &F, const double *ref,
+                                    const ik_limits &limits, double *out) {
+            return solver(dh, F, ref, limits, redundancy, out);
+        };
+    };
+    switch (ctx.robot_type) {
+    case 0: // KIVO
+    case 3: // MARO II
+    case 4: // MARO III
+        return solve_on_context(ik_solve_offset_wrist, 6, false, ctx, T, q_ref, q_out);
+    case 5: // NEPA series
+    case 6:
+    case 8:
+        return solve_on_context(ik_solve_parallel_axes, 6, false, ctx, T, q_ref, q_out);
+    case 1: // LUNE
+        return solve_on_context(seven(ik_solve_arm_angle), 7, true, ctx, T, q_ref, q_out);
+    case 7: // QUIL
+        return solve_on_context(seven(ik_solve_offset_elbow), 7, true, ctx, T, q_ref, q_out);
+    default:
+        return k_ik_unknown_type;
+    }
 }
 
 // The degree layer with the radians kept for the over-speed check.
@@ -113,31 +161,7 @@ int inverse_kinematics(const float q_ref[7], const ka_pose_t &pose, float q_out[
         last = -k_last_joint_turn;
 
     float out[7] = {};
-    int rc;
-    switch (ctx.robot_type) {
-    case 0:
-        rc = inverse_kinematics_kivo(ctx, T, ref, out);
-        break;
-    case 1:
-        rc = inverse_kinematics_lune(ctx, flange_target_mat(ctx, T), ref, out);
-        break;
-    case 3:
-        rc = inverse_kinematics_maro_2(ctx, T, ref, out);
-        break;
-    case 4:
-        rc = inverse_kinematics_maro_3(ctx, T, ref, out);
-        break;
-    case 5:
-    case 6:
-    case 8:
-        rc = inverse_kinematics_nepa(ctx, T, ref, out);
-        break;
-    case 7:
-        rc = inverse_kinematics_quil(ctx, flange_target_mat(ctx, T), ref, out);
-        break;
-    default:
-        return k_ik_unknown_type;
-    }
+    const int rc = solve_for_type(ctx, T, ref, out);
     if (rc != k_ik_ok) return rc;
     std::copy(out, out + joint_count(ctx.dof), q_out);
     return k_ik_ok;

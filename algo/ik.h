@@ -63,24 +63,11 @@
 //    window holds no in-limit solution the whole range is traversed.
 #pragma once
 
-#include "algo/ik_common.h"
+#include "algo/ik_solvers.h"
 #include "algo/matrix.h"
-#include "algo/models.h"
 #include "ka_api.h"
 
 #include <cstdint>
-
-struct kinematics_view;
-
-// ------------------------------------------------------------- codes
-
-inline constexpr int k_ik_ok = 0;
-// Target out of reach, or no candidate within the limits.
-inline constexpr int k_ik_no_solution = -1;
-// DH table without the zero pattern the solver needs, or a non-finite target.
-inline constexpr int k_ik_bad_geometry = -2;
-// Robot type without a solver (inner layer only).
-inline constexpr int k_ik_unknown_type = -4;
 
 // Last-joint clamp band: a reference last joint in (2*pi, this) is read as
 // 2*pi (and symmetrically below -2*pi); two degrees past one turn.
@@ -89,11 +76,6 @@ inline constexpr float k_last_joint_turn = 6.283185f;
 
 // ------------------------------------------------- redundancy settings
 
-struct ik_redundancy {
-    float range;  // solution range theta_v, radians of the redundancy parameter
-    int strategy; // global_is_movl: 1 near the reference, 0 traverse the range
-};
-
 void ikine_set_solution_range_lune(float range);
 float ikine_get_solution_range_lune();
 void ikine_set_7dof_solver_search_strategy(int strategy);
@@ -101,39 +83,6 @@ int ikine_get_7dof_solver_search_strategy();
 ik_redundancy ikine_get_redundancy();
 // 1 until the exported traversal-mode setter has been called once.
 int ikine_default_traversal_mode();
-
-// ---------------------------------------------- pure solvers (no context)
-// Targets are flange transforms in the arm base frame; joints in radians.
-// q_ref and q_out hold dof entries. Return k_ik_ok, k_ik_no_solution or
-// k_ik_bad_geometry; q_out is written only on success.
-
-int ik_solve_offset_wrist(const dh_table &dh, const ik_frame &flange, const double q_ref[6],
-                          const ik_limits &limits, double q_out[6]);
-int ik_solve_parallel_axes(const dh_table &dh, const ik_frame &flange, const double q_ref[6],
-                           const ik_limits &limits, double q_out[6]);
-int ik_solve_arm_angle(const dh_table &dh, const ik_frame &flange, const double q_ref[7],
-                       const ik_limits &limits, ik_redundancy redundancy, double q_out[7]);
-int ik_solve_offset_elbow(const dh_table &dh, const ik_frame &flange, const double q_ref[7],
-                          const ik_limits &limits, ik_redundancy redundancy, double q_out[7]);
-
-// ------------------------------------------- per-model solvers (context)
-// The caller holds a context_scope and passes the view it took. Six-axis
-// solvers receive the tool target in the base frame and remove the install
-// and tool frames themselves; seven-axis solvers receive the flange target.
-// q_ref and q_out: float[7], radians.
-
-int inverse_kinematics_kivo(const kinematics_view &ctx, const ka_matrix_t &T, const float q_ref[7],
-                            float q_out[7]);
-int inverse_kinematics_maro_2(const kinematics_view &ctx, const ka_matrix_t &T,
-                              const float q_ref[7], float q_out[7]);
-int inverse_kinematics_maro_3(const kinematics_view &ctx, const ka_matrix_t &T,
-                              const float q_ref[7], float q_out[7]);
-int inverse_kinematics_nepa(const kinematics_view &ctx, const ka_matrix_t &T, const float q_ref[7],
-                            float q_out[7]);
-int inverse_kinematics_lune(const kinematics_view &ctx, const mat_t &T_flange, const float q_ref[7],
-                            float q_out[7]);
-int inverse_kinematics_quil(const kinematics_view &ctx, const mat_t &T_flange, const float q_ref[7],
-                            float q_out[7]);
 
 // ------------------------------------------------------ inner layer
 

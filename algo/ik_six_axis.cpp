@@ -2,8 +2,7 @@
 // III) and the parallel-axes family (NEPA series). Each enumerates its eight
 // analytic branches in double precision, then keeps the in-limit candidate
 // nearest to the reference.
-#include "algo/context.h"
-#include "algo/ik.h"
+#include "algo/ik_solvers.h"
 
 #include <algorithm>
 #include <cmath>
@@ -142,26 +141,6 @@ template <class T, int N> struct ordered {
         item[i] = t;
     }
 };
-
-// Tool target in the base frame -> flange target, then the pure solver, with
-// the modelling limits of the context.
-template <class Solver>
-int solve_from_context(Solver solver, const kinematics_view &ctx, const ka_matrix_t &T,
-                       const float q_ref[7], float q_out[7]) {
-    const ik_frame flange = ik_flange_target(T, ctx.install, ctx.tool);
-    ik_limits limits{};
-    double ref[6], out[6];
-    for (int i = 0; i < 6; ++i) {
-        limits.lo[i] = ctx.model_min[i];
-        limits.hi[i] = ctx.model_max[i];
-        ref[i] = q_ref[i];
-    }
-    const int rc = solver(ctx.dh, flange, ref, limits, out);
-    if (rc != k_ik_ok) return rc;
-    for (int i = 0; i < 6; ++i)
-        q_out[i] = static_cast<float>(out[i]);
-    return k_ik_ok;
-}
 
 } // namespace
 
@@ -394,24 +373,4 @@ int ik_solve_parallel_axes(const dh_table &dh, const ik_frame &F, const double q
         }
     }
     return set.pick(q_out);
-}
-
-int inverse_kinematics_kivo(const kinematics_view &ctx, const ka_matrix_t &T, const float q_ref[7],
-                            float q_out[7]) {
-    return solve_from_context(ik_solve_offset_wrist, ctx, T, q_ref, q_out);
-}
-
-int inverse_kinematics_maro_2(const kinematics_view &ctx, const ka_matrix_t &T,
-                              const float q_ref[7], float q_out[7]) {
-    return solve_from_context(ik_solve_offset_wrist, ctx, T, q_ref, q_out);
-}
-
-int inverse_kinematics_maro_3(const kinematics_view &ctx, const ka_matrix_t &T,
-                              const float q_ref[7], float q_out[7]) {
-    return solve_from_context(ik_solve_offset_wrist, ctx, T, q_ref, q_out);
-}
-
-int inverse_kinematics_nepa(const kinematics_view &ctx, const ka_matrix_t &T, const float q_ref[7],
-                            float q_out[7]) {
-    return solve_from_context(ik_solve_parallel_axes, ctx, T, q_ref, q_out);
 }

@@ -10,6 +10,15 @@
 
 using namespace algo_test;
 
+namespace {
+
+// Rotations about one base axis, radians.
+ka_matrix_t rotx(float a) { return ka_algo_euler2matrix({a, 0.0f, 0.0f}); }
+ka_matrix_t roty(float a) { return ka_algo_euler2matrix({0.0f, a, 0.0f}); }
+ka_matrix_t rotz(float a) { return ka_algo_euler2matrix({0.0f, 0.0f, a}); }
+
+} // namespace
+
 TEST(FrameConversion, WorkFrameToBaseUndoesBaseToWorkFrame) {
     // Identity: only the quaternion is recomputed from the Euler angles.
     ka_pose_t p{{0.3f, -0.2f, 0.5f}, {9, 9, 9, 9}, {0.1f, 0.2f, 0.3f}};

@@ -1,5 +1,5 @@
 // Pose mathematics (Euler angles, quaternions, rotations, poses) and the
-// three matrix libraries, by property.
+// matrix inverses, by property.
 #include "tests/algo/algo_test_support.h"
 
 #include "algo/matrix.h"
@@ -191,7 +191,7 @@ TEST(PoseMatrices, HaveTheirSizesAndIgnoreTheQuaternion) {
     EXPECT_EQ(t.data[3][0] + t.data[3][1] + t.data[3][2], 0.0f);
 }
 
-// --------------------------------------------------------- matrix libraries
+// ---------------------------------------------------------------- matrices
 
 namespace {
 
@@ -208,15 +208,6 @@ template <class M> M random_matrix(random_source &rng, int rows, int cols, float
 ::testing::AssertionResult all_of(std::initializer_list<::testing::AssertionResult> results) {
     for (const auto &r : results)
         if (!r) return r;
-    return ::testing::AssertionSuccess();
-}
-
-// Zero below the diagonal (and ones on it when unit is set).
-::testing::AssertionResult upper_triangular(const mat_t &m, bool unit = false) {
-    for (int r = 0; r < m.rows; ++r)
-        for (int c = 0; c <= std::min(r, m.columns - 1); ++c)
-            if (c < r ? m.data[r][c] != 0.0f : unit && m.data[r][c] != 1.0f)
-                return ::testing::AssertionFailure() << "entry (" << r << "," << c << ")";
     return ::testing::AssertionSuccess();
 }
 
@@ -238,90 +229,26 @@ const struct {
          return all_of({matrices_near(matrix_m(inv, t), unit_matrix(4), 3e-6),
                         matrices_near(inv, matrix_inv(t), 3e-6)});
      }},
-    {"7x7 inverses",
+    {"3x3 inverse, and the singular and non-square cases",
      [](random_source &rng) {
-         const auto a = random_matrix<matrix7_t>(rng, 7, 7, 3.0f);
-         return all_of(
-             {matrices_near(matrix_m_dim7(matrix_inv_dim7(a), a), unit_matrix_dim7(7), 2e-6),
-              matrices_near(matrix_m_dim7(simp_matrix_inv77(a), a), unit_matrix_dim7(7), 2e-6)});
-     }},
-    {"general inverse",
-     [](random_source &rng) {
-         const auto a = random_matrix<mat_t>(rng, 12, 12, 4.0f);
-         mat_t inv{};
-         if (mat_inv(a, &inv) == 0) return ::testing::AssertionFailure() << "reported singular";
-         return matrices_near(mat_mult(a, inv), mat_eye(12), 1e-5);
-     }},
-    {"pseudo-inverses",
-     [](random_source &rng) {
-         const auto tall = random_matrix<mat_t>(rng, 7, 4, 2.0f),
-                    wide = random_matrix<mat_t>(rng, 6, 7, 2.0f);
-         return all_of({matrices_near(mat_mult(mat_pinv(tall), tall), mat_eye(4), 2e-5),
-                        matrices_near(mat_mult(wide, mat_pinv(wide)), mat_eye(6), 2e-5),
-                        matrices_near(mat_pinv_svd(wide), mat_pinv(wide), 1e-4)});
-     }},
-    {"LU",
-     [](random_source &rng) {
-         const auto a = random_matrix<mat_t>(rng, 6, 6);
-         mat_t l{}, u{}, p{};
-         if (mat_lu(a, &l, &u, &p) != 1) return ::testing::AssertionFailure() << "failed";
-         return all_of({matrices_near(mat_mult(p, a), mat_mult(l, u), 1e-5),
-                        upper_triangular(mat_T(l), true), upper_triangular(u)});
-     }},
-    {"QR",
-     [](random_source &rng) {
-         const auto a = random_matrix<mat_t>(rng, 7, 5);
-         mat_t q{}, r{};
-         if (mat_qr(a, &q, &r) != 1) return ::testing::AssertionFailure() << "failed";
-         return all_of({matrices_near(mat_mult(mat_T(q), q), mat_eye(7), 1e-5),
-                        matrices_near(mat_mult(q, r), a, 1e-5), upper_triangular(r)});
-     }},
-    {"SVD",
-     [](random_source &rng) {
-         const auto a = random_matrix<mat_t>(rng, 6, 7);
-         mat_t u{}, s{}, v{};
-         if (mat_svd(a, &u, &s, &v) != 1) return ::testing::AssertionFailure() << "failed";
-         for (int i = 1; i < s.rows; ++i)
-             if (s.data[i - 1][0] < s.data[i][0]) return ::testing::AssertionFailure() << "order";
-         const float cond = s.data[0][0] / s.data[5][0];
-         if (!(std::fabs(mat_cond(a) - cond) <= 1e-3f * cond))
-             return ::testing::AssertionFailure() << "condition " << mat_cond(a) << " vs " << cond;
-         return matrices_near(mat_mult(mat_mult(u, mat_diag(s)), mat_T(v)), a, 1e-5);
-     }},
-    {"symmetric eigenvalues",
-     [](random_source &rng) {
-         const auto b = random_matrix<mat_t>(rng, 5, 5);
-         const mat_t a = mat_mult(b, mat_T(b));
-         mat_t values{}, vectors{};
-         if (mat_hermitian_eig(a, &values, &vectors) != 1)
-             return ::testing::AssertionFailure() << "failed";
-         for (int i = 0; i < 5; ++i) {
-             if (i > 0 && values.data[i - 1][0] > values.data[i][0])
-                 return ::testing::AssertionFailure() << "order";
-             const mat_t x = mat_get_Mcol_j(vectors, i);
-             if (auto r = matrices_near(mat_mult(a, x), mat_kM(values.data[i][0], x), 1e-5); !r)
-                 return r;
-         }
-         return ::testing::AssertionSuccess();
-     }},
-    {"singular input reported",
-     [](random_source &rng) {
-         mat_t a = random_matrix<mat_t>(rng, 5, 5), inv{};
-         a = mat_set_Mrow_i(a, mat_get_Mrow_i(a, 0), 3); // two equal rows
-         return mat_inv(a, &inv) == 0 && mat_pinv(a).rows == 0
-                    ? ::testing::AssertionSuccess()
-                    : ::testing::AssertionFailure() << "inverted";
-     }},
-    {"homogeneous inverse entry returns its argument",
-     [](random_source &rng) {
-         const mat_t t = matrix_to_mat(pose_euler_to_transformation_matrix(rng.pose()));
-         return matrices_near(mat_homogen_trans_inv(t), t, 0.0);
+         const auto a = random_matrix<ka_matrix_t>(rng, 3, 3, 2.0f);
+         auto singular = random_matrix<ka_matrix_t>(rng, 3, 3);
+         for (int c = 0; c < 3; ++c)
+             singular.data[2][c] = singular.data[0][c]; // two equal rows
+         const ka_matrix_t s = matrix_inv(singular),
+                           wide = matrix_inv(random_matrix<ka_matrix_t>(rng, 3, 4));
+         if (std::isfinite(s.data[0][0]) && std::isfinite(s.data[1][1]) &&
+             std::isfinite(s.data[2][2]))
+             return ::testing::AssertionFailure() << "a singular matrix inverted to finite values";
+         if (!(wide.rows == 3 && wide.columns == 4 && matrices_near(wide, zero_matrix(3, 4), 0.0)))
+             return ::testing::AssertionFailure() << "a non-square matrix did not give zeros";
+         return matrices_near(matrix_m(a, matrix_inv(a)), unit_matrix(3), 2e-6);
      }},
 };
 
 } // namespace
 
-TEST(MatrixLibraries, PropertiesOfInversesAndDecompositions) {
+TEST(Matrices, PropertiesOfTheInverses) {
     for (const auto &p : k_matrix_properties) {
         random_source rng(4);
         for (int i = 0; i < 100; ++i)

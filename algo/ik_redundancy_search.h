@@ -1,554 +1,40 @@
-// Seven-axis solvers: for a fixed value of the redundancy parameter each arm
-// has a closed form with eight branches; a one-dimensional search along the
-// parameter finds the in-limit solution nearest to the reference. Because
-// every point of the search is an exact solution, the search decides only
-// how near the answer is, never how accurate it is.
-#include "algo/context.h"
-#include "algo/ik.h"
+// The search along a seven-axis arm's redundancy parameter, shared by both
+// arm families: for a fixed value of the parameter each arm has a closed form
+// with eight branches (an Arm class: groups of members followed continuously
+// along the parameter); this one-dimensional search finds the in-limit
+// solution nearest to the reference. Because every point of the search is an
+// exact solution, the search decides only how near the answer is, never how
+// accurate it is. A template so that each arm's closed form is inlined into
+// its search (ik_lune.cpp and ik_quil.cpp instantiate it).
+#pragma once
+
+#include "algo/ik_seven_axis.h"
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
 
-namespace {
-
-constexpr double k_pattern_tol = 1e-6;
-// Cosine-rule slack inside the redundancy search, metres: the rounding of a
-// float target, no more (a clamped point is off the target by this much).
-constexpr double k_rounding_slack = 1e-7;
-constexpr double k_inf = std::numeric_limits<double>::infinity();
-// Where QUIL's last joint stands still along the self-motion: joint 2
-// within the first band of 0, joint 5 within the second of +-90 degrees
-// (sines and cosines).
-constexpr double k_stall_band_shoulder = 0.1;
-constexpr double k_stall_band_wrist = 0.3;
-
-bool near(double value, double expected) { return std::fabs(value - expected) < k_pattern_tol; }
-
-struct v3 {
-    double x, y, z;
-};
-inline v3 operator+(const v3 &a, const v3 &b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
-inline v3 operator-(const v3 &a, const v3 &b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
-inline v3 operator*(double k, const v3 &a) { return {k * a.x, k * a.y, k * a.z}; }
-inline double dot(const v3 &a, const v3 &b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
-inline v3 cross(const v3 &a, const v3 &b) {
-    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
-}
-inline double norm(const v3 &a) { return std::sqrt(dot(a, a)); }
-inline v3 column(const double R[3][3], int j) { return {R[0][j], R[1][j], R[2][j]}; }
-
-// p * q for polynomials of degree <= 2, coefficients ascending.
-void product2(const double p[3], const double q[3], double out[5]) {
-    for (int i = 0; i < 5; ++i)
-        out[i] = 0.0;
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j)
-            out[i + j] += p[i] * q[j];
-}
-
-// ------------------------------------------------------------------ LUNE
-// Shoulder S at height d0, elbow E at d2 from S, wrist centre W at d4 from E
-// and d6 behind the flange. E lies on a circle about the line S-W:
-// E = C + r (cos psi u + sin psi v). Given E: z2 = (E - S)/d2,
-// z4 = (W - E)/d4 = -sin t3 x2 + cos t3 z2, so x2 follows and
-// [x2 y2 z2] = Rz(t0) Ry(t1) Rz(t2); the wrist is
-// Ry(t3) [x2 y2 z2]^T R = Rz(t4) Ry(t5) Rz(t6).
-// Groups: the elbow sign; members: two shoulder times two wrist branches.
-struct arm_angle_arm {
-    static constexpr int param_joint = -1; // the parameter is not a joint
-    // Middle joints of the triples that align: the shoulder and the wrist.
-    static constexpr int aligning_joints[] = {1, 5};
-    // The group another meets where the parameter stands still: none.
-    static int partner(int g) { return g; }
-    // The arm angle describes the self-motion everywhere off the singularities.
-    static bool parameter_stalls(const double[7]) { return false; }
-    static constexpr int groups = 2;
-    static constexpr int members = 4;
-    double d2 = 0, d4 = 0;
-    v3 S{}, W{}, C{}, u{}, v{}, wh{};
-    double r = 0, elbow = 0, c3 = 1, s3 = 0;
-    double R[3][3]{};
-
-    int setup(const dh_table &dh, const ik_frame &F) {
-        static constexpr double alpha[7] = {0,         -k_pi / 2, k_pi / 2, k_pi / 2,
-                                            -k_pi / 2, -k_pi / 2, k_pi / 2};
-        for (int i = 0; i < 7; ++i)
-            if (!near(dh.alpha[i], alpha[i]) || !near(dh.a[i], 0.0)) return k_ik_bad_geometry;
-        if (!near(dh.d[1], 0.0) || !near(dh.d[3], 0.0) || !near(dh.d[5], 0.0) ||
-            dh.d[2] <= k_pattern_tol || dh.d[4] <= k_pattern_tol)
-            return k_ik_bad_geometry;
-        d2 = dh.d[2];
-        d4 = dh.d[4];
-        for (int i = 0; i < 3; ++i)
-            for (int j = 0; j < 3; ++j)
-                R[i][j] = F.R[i][j];
-        const double d6 = dh.d[6];
-        S = {0.0, 0.0, dh.d[0]};
-        W = {F.p[0] - d6 * R[0][2], F.p[1] - d6 * R[1][2], F.p[2] - d6 * R[2][2]};
-        const v3 D = W - S;
-        const double dist = norm(D);
-        if (dist < 1e-9) return k_ik_no_solution;
-        double c = (dist * dist - d2 * d2 - d4 * d4) / (2.0 * d2 * d4);
-        // A near miss (elbow clamped straight or folded) is polished with
-        // every other result at the end.
-        if (ik_reach_cosine(&c, d2 * d4 / dist) == ik_reach::unreachable) return k_ik_no_solution;
-        elbow = std::acos(c);
-        c3 = c;
-        s3 = std::sqrt(std::max(0.0, 1.0 - c * c));
-        const double cb =
-            std::clamp((d2 * d2 + dist * dist - d4 * d4) / (2.0 * d2 * dist), -1.0, 1.0);
-        wh = (1.0 / dist) * D;
-        C = S + (d2 * cb) * wh;
-        r = d2 * std::sqrt(std::max(0.0, 1.0 - cb * cb));
-        const v3 up = std::fabs(wh.z) < 0.9 ? v3{0, 0, 1} : v3{1, 0, 0};
-        const v3 uu = up - dot(up, wh) * wh;
-        u = (1.0 / norm(uu)) * uu;
-        v = cross(wh, u);
-        return k_ik_ok;
-    }
-
-    // The arm angle whose elbow plane is the reference's: the plane's normal
-    // is y2, which for elbow sign e points along e (cos psi v - sin psi u).
-    // Unlike the elbow's position it stays well defined near a stretched
-    // elbow, where the circle shrinks.
-    // Near a stretched elbow the two elbow groups meet half a turn apart,
-    // so each group has its own start.
-    double reference_parameter(const double ref_t[7], int g) const {
-        const double c0 = std::cos(ref_t[0]), s0 = std::sin(ref_t[0]);
-        const double c1 = std::cos(ref_t[1]), s1 = std::sin(ref_t[1]);
-        const double c2 = std::cos(ref_t[2]), s2 = std::sin(ref_t[2]);
-        const v3 y2{-c0 * c1 * s2 - s0 * c2, -s0 * c1 * s2 + c0 * c2, s1 * s2};
-        const double e = reference_group(ref_t) == 0 ? 1.0 : -1.0;
-        const double yu = dot(y2, u), yv = dot(y2, v);
-        double psi;
-        if (yu * yu + yv * yv > 1e-12) {
-            psi = std::atan2(-e * yu, e * yv);
-        } else {
-            const v3 z2{c0 * s1, s0 * s1, c1};
-            const v3 d = S + d2 * z2 - C;
-            psi = std::atan2(dot(d, v), dot(d, u));
-        }
-        return g == reference_group(ref_t) ? psi : psi + k_pi;
-    }
-
-    int reference_group(const double ref_t[7]) const { return ik_wrap_pi(ref_t[3]) >= 0.0 ? 0 : 1; }
-
-    bool bounded() const { return false; }
-    double lower() const { return -k_inf; }
-    double upper() const { return k_inf; }
-
-    // sin^2 of middle joint j (1: the shoulder, 5: the wrist) of group g at
-    // arm angle psi: the squared tilt of its axis, from the two axes it
-    // lies between (the base's z and z2; z4 and the flange's approach),
-    // without the group's angles.
-    bool aligning_tilt2(int j, double psi, int g, double *h) const {
-        const v3 E = C + r * (std::cos(psi) * u + std::sin(psi) * v);
-        const v3 z2 = (1.0 / d2) * (E - S);
-        if (j == 1) {
-            *h = z2.x * z2.x + z2.y * z2.y; // z1 is the base's z
-            return true;
-        }
-        // The wrist's middle cosine: M[2][2] of eval_group.
-        const double st3 = (g == 0 ? 1.0 : -1.0) * s3;
-        const v3 a{R[0][2], R[1][2], R[2][2]};
-        double c;
-        if (s3 > 1e-9) {
-            c = dot((1.0 / d4) * (W - E), a);
-        } else {
-            const v3 dir = std::cos(psi) * u + std::sin(psi) * v;
-            const v3 t = dir - dot(dir, z2) * z2;
-            c = -st3 * dot((1.0 / norm(t)) * t, a) + c3 * dot(z2, a);
-        }
-        *h = (1.0 - c) * (1.0 + c);
-        return true;
-    }
-
-    // The four members of elbow group g at arm angle psi.
-    bool eval_group(double psi, int g, const double ref_t[7], double theta[][7]) const {
-        const double e = g == 0 ? 1.0 : -1.0;
-        const double cp = std::cos(psi), sp = std::sin(psi);
-        const v3 dir = cp * u + sp * v;
-        const v3 E = C + r * dir;
-        const v3 z2 = (1.0 / d2) * (E - S);
-        const v3 z4 = (1.0 / d4) * (W - E);
-        const double t3 = e * elbow, st3 = e * s3;
-        v3 x2;
-        if (s3 > 1e-9) {
-            x2 = (1.0 / st3) * (c3 * z2 - z4);
-        } else {
-            // Stretched or folded: the arm angle turns the upper arm about itself.
-            const v3 t = dir - dot(dir, z2) * z2;
-            x2 = (1.0 / norm(t)) * t;
-        }
-        const v3 y2 = cross(z2, x2);
-        const double R2[3][3] = {{x2.x, y2.x, z2.x}, {x2.y, y2.y, z2.y}, {x2.z, y2.z, z2.z}};
-        zyz_angles shoulder;
-        ik_zyz(R2, ref_t[0], ref_t[2], &shoulder);
-        const v3 cols[3] = {x2, y2, z2};
-        double N[3][3];
-        for (int i = 0; i < 3; ++i)
-            for (int j = 0; j < 3; ++j)
-                N[i][j] = cols[i].x * R[0][j] + cols[i].y * R[1][j] + cols[i].z * R[2][j];
-        double M[3][3];
-        for (int j = 0; j < 3; ++j) {
-            M[0][j] = c3 * N[0][j] + st3 * N[2][j];
-            M[1][j] = N[1][j];
-            M[2][j] = -st3 * N[0][j] + c3 * N[2][j];
-        }
-        zyz_angles wrist;
-        ik_zyz(M, ref_t[4], ref_t[6], &wrist);
-        for (int i = 0; i < 2; ++i) {
-            for (int j = 0; j < 2; ++j) {
-                double *t = theta[i + 2 * j];
-                t[0] = shoulder.angle[i][0];
-                t[1] = shoulder.angle[i][1];
-                t[2] = shoulder.angle[i][2];
-                t[3] = t3;
-                t[4] = wrist.angle[j][0];
-                t[5] = wrist.angle[j][1];
-                t[6] = wrist.angle[j][2];
-            }
-        }
-        return true;
-    }
-};
-
-// Where along the redundancy parameter the groups of each elbow sign (bit 1
-// of the group) have solutions at all.
-struct solution_intervals {
-    static constexpr int cap = 24;
-    int n[2] = {0, 0};
-    double iv[2][cap][2];
-};
-
-// ------------------------------------------------------------------ QUIL
-// The last joint t6 fixes frame 5: x5 = R (c6, -s6, 0), z5 = R (s6, c6, 0),
-// and the wrist point W = p - a6 x5 - d6 z (origin of frames 4 and 5).
-// In frame 3, W - S = (ux, uy, 0) with ux = a3 c3 + a4 + d2 s3 and
-// uy = d4 + d2 c3 - a3 s3, so |W - S| gives t3. Joint 5's axis is y3 and
-// must be normal to z5; with y3 . (W - S) = uy this leaves two choices of
-// y3. Then x3 = ((W - S) - uy y3) / ux, [x2 y2 z2] = R3 Rz(-t3) Rx(-pi/2)
-// = Rz(t0) Ry(t1) Rz(t2), and Rz(t4) Rx(pi/2) Rz(t5) = [x3 -z3 y3]^T R5.
-// Groups: elbow sign times the choice of y3; members: two shoulder branches.
-struct offset_elbow_arm {
-    static constexpr int param_joint = 6;
-    // Middle joint of the triple that aligns: the shoulder (the wrist's
-    // last axis is offset).
-    static constexpr int aligning_joints[] = {1};
-    // The group another meets where the last joint stands still (the
-    // other choice of y3, at the end of their common interval).
-    static int partner(int g) { return g ^ 1; }
-    // Whether t (a reference's joints with their offsets) is near a
-    // configuration where the self-motion leaves the last joint standing:
-    // joint 2 at 0, joint 5 at +-90 degrees (where the two choices of y3 meet).
-    static bool parameter_stalls(const double t[7]) {
-        return std::fabs(std::sin(t[1])) < k_stall_band_shoulder ||
-               std::fabs(std::cos(t[4])) < k_stall_band_wrist;
-    }
-    static constexpr int groups = 4;
-    static constexpr int members = 2;
-    double a3 = 0, a4 = 0, a6 = 0, d2 = 0, d4 = 0, d6 = 0;
-    double K0 = 0, Kn = 0, Kphi = 0, cKphi = 1, sKphi = 0;
-    v3 S{}, P{}, fx{}, fy{}, zf{}; // flange position and axes
-    double lo6 = 0, hi6 = 0;
-    // Where a group has solutions at all. With V = P - d6 z - S,
-    // V . fx = rho cos(phi), V . fy = rho sin(phi) and x = cos(t6 + phi):
-    // |W - S|^2 = A - B x and delta^2 = |W - S|^2 - rho^2 (1 - x^2), so the
-    // elbow's cosine c is linear in x and whether an elbow sign has
-    // solutions depends on x alone.
-    double vA = 0, vB = 0, rho = 0, phi = 0, ua = 0, ub = 0;
-
-    int setup(const dh_table &dh, const ik_frame &F, const ik_limits &limits) {
-        static constexpr double alpha[7] = {0,         -k_pi / 2, k_pi / 2, k_pi / 2,
-                                            -k_pi / 2, k_pi / 2,  k_pi / 2};
-        for (int i = 0; i < 7; ++i)
-            if (!near(dh.alpha[i], alpha[i])) return k_ik_bad_geometry;
-        if (!near(dh.a[0], 0.0) || !near(dh.a[1], 0.0) || !near(dh.a[2], 0.0) ||
-            !near(dh.a[5], 0.0) || !near(dh.d[1], 0.0) || !near(dh.d[3], 0.0) ||
-            !near(dh.d[5], 0.0))
-            return k_ik_bad_geometry;
-        a3 = dh.a[3];
-        a4 = dh.a[4];
-        a6 = dh.a[6];
-        d2 = dh.d[2];
-        d4 = dh.d[4];
-        d6 = dh.d[6];
-        K0 = a3 * a3 + a4 * a4 + d2 * d2 + d4 * d4;
-        const double K1 = 2.0 * (a3 * a4 + d2 * d4);
-        const double K2 = 2.0 * (d2 * a4 - a3 * d4);
-        Kn = std::hypot(K1, K2);
-        if (Kn < k_pattern_tol) return k_ik_bad_geometry;
-        Kphi = std::atan2(K2, K1);
-        cKphi = K1 / Kn;
-        sKphi = K2 / Kn;
-        S = {0.0, 0.0, dh.d[0]};
-        P = {F.p[0], F.p[1], F.p[2]};
-        fx = column(F.R, 0);
-        fy = column(F.R, 1);
-        zf = column(F.R, 2);
-        lo6 = limits.lo[6] + dh.offset[6];
-        hi6 = limits.hi[6] + dh.offset[6];
-        const v3 V = P - d6 * zf - S;
-        rho = std::hypot(dot(V, fx), dot(V, fy));
-        phi = std::atan2(dot(V, fy), dot(V, fx));
-        vA = dot(V, V) + a6 * a6;
-        vB = 2.0 * a6 * rho;
-        // uy = d4 + ua c - ub e sqrt(1 - c^2).
-        ua = d2 * cKphi - a3 * sKphi;
-        ub = d2 * sKphi + a3 * cKphi;
-        return k_ik_ok;
-    }
-
-    // The elbow's cosine at x, clamped onto its reach.
-    double elbow_cosine(double x) const { return std::clamp((vA - vB * x - K0) / Kn, -1.0, 1.0); }
-
-    // delta^2 - uy^2 for elbow sign e at x: a group has solutions where it
-    // is not negative and |c| <= 1.
-    double y3_margin(double x, double e) const {
-        const double c = elbow_cosine(x);
-        const double uy = d4 + ua * c - ub * e * std::sqrt((1.0 - c) * (1.0 + c));
-        return vA - vB * x - rho * rho * (1.0 - x * x) - uy * uy;
-    }
-
-    // The intervals of x in which the groups of each elbow sign have
-    // solutions, at most 3 per sign.
-    void cosine_intervals(double cos_iv[2][3][2], int n_cos[2]) const {
-        n_cos[0] = n_cos[1] = 0;
-        // |c| <= 1 with c = c0 + c1 x.
-        const double c0 = (vA - K0) / Kn, c1 = -vB / Kn;
-        double xl = -1.0, xh = 1.0;
-        if (std::fabs(c1) > 1e-12) {
-            const double a = (-1.0 - c0) / c1, b = (1.0 - c0) / c1;
-            xl = std::max(xl, std::min(a, b));
-            xh = std::min(xh, std::max(a, b));
-        } else if (std::fabs(c0) > 1.0) {
-            return;
-        }
-        if (!(xl < xh)) return;
-        // The margin's zeros: with m = d4 + ua c and Q = delta^2,
-        // L = Q - m^2 - ub^2 (1 - c^2) = -2 e ub m sqrt(1 - c^2), squared:
-        // L^2 - 4 ub^2 m^2 (1 - c^2) = 0, a quartic in x for both signs.
-        const double m[3] = {d4 + ua * c0, ua * c1, 0.0};
-        const double one_c2[3] = {1.0 - c0 * c0, -2.0 * c0 * c1, -c1 * c1};
-        double m2[5];
-        product2(m, m, m2);
-        const double Q[3] = {vA - rho * rho, -vB, rho * rho};
-        double L[3], L2[5], m2c[5], quartic[5];
-        for (int i = 0; i < 3; ++i)
-            L[i] = Q[i] - m2[i] - ub * ub * one_c2[i];
-        product2(L, L, L2);
-        product2(m2, one_c2, m2c);
-        for (int i = 0; i < 5; ++i)
-            quartic[i] = L2[i] - 4.0 * ub * ub * m2c[i];
-        double ends[6];
-        int n = 0;
-        ends[n++] = xl;
-        n += ik_polynomial_roots(quartic, 4, xl, xh, ends + n);
-        ends[n++] = xh;
-        for (int s = 0; s < 2; ++s) {
-            int &count = n_cos[s];
-            for (int k = 0; k + 1 < n; ++k) {
-                if (y3_margin(0.5 * (ends[k] + ends[k + 1]), s ? -1.0 : 1.0) < 0.0) continue;
-                if (count > 0 && cos_iv[s][count - 1][1] == ends[k])
-                    cos_iv[s][count - 1][1] = ends[k + 1];
-                else
-                    cos_iv[s][count][0] = ends[k], cos_iv[s][count][1] = ends[k + 1], ++count;
-            }
-        }
-    }
-
-    // How near joint 3 (ref_t3, with its offset) can come to the reference's
-    // while t6 stays within [a, b] on the groups of elbow sign e: t3 = Kphi
-    // + e acos(c) with c monotone in x = cos(t6 + phi).
-    double elbow_gap(int e_bit, double a, double b, double ref_t3) const {
-        double xa = std::cos(a + phi), xb = std::cos(b + phi);
-        double x_lo = std::min(xa, xb), x_hi = std::max(xa, xb);
-        // cos reaches 1 at whole turns and -1 half a turn on.
-        if (std::floor((b + phi) / k_two_pi) > std::floor((a + phi) / k_two_pi)) x_hi = 1.0;
-        if (std::floor((b + phi - k_pi) / k_two_pi) > std::floor((a + phi - k_pi) / k_two_pi))
-            x_lo = -1.0;
-        const double ca = elbow_cosine(x_lo), cb = elbow_cosine(x_hi);
-        const double e = e_bit ? -1.0 : 1.0;
-        double t_a = Kphi + e * std::acos(ca), t_b = Kphi + e * std::acos(cb);
-        if (t_a > t_b) std::swap(t_a, t_b);
-        const double from_a = ik_wrap_pi(ref_t3 - t_a);
-        if (from_a >= 0.0 && from_a <= t_b - t_a) return 0.0;
-        return std::min(std::fabs(from_a), std::fabs(ik_wrap_pi(ref_t3 - t_b)));
-    }
-
-    // The intervals of t6 within [lo, hi] in which the groups of each elbow
-    // sign have solutions (as many as fit).
-    void parameter_intervals(double lo, double hi, solution_intervals *out) const {
-        double xs[2][3][2];
-        int nx[2];
-        cosine_intervals(xs, nx);
-        for (int e = 0; e < 2; ++e) {
-            int &count = out->n[e];
-            count = 0;
-            auto add = [&](double a, double b) { // an arc of t6 + phi, shifted by whole turns
-                a -= phi;
-                b -= phi;
-                for (double k = std::floor((lo - b) / k_two_pi); a + k * k_two_pi <= hi; ++k) {
-                    const double from = std::max(lo, a + k * k_two_pi),
-                                 to = std::min(hi, b + k * k_two_pi);
-                    if (from <= to && count < solution_intervals::cap)
-                        out->iv[e][count][0] = from, out->iv[e][count][1] = to, ++count;
-                }
-            };
-            for (int k = 0; k < nx[e]; ++k) {
-                const double x_lo = xs[e][k][0], x_hi = xs[e][k][1];
-                const double ta = std::acos(std::min(x_hi, 1.0)),
-                             tb = std::acos(std::max(x_lo, -1.0));
-                if (x_hi >= 1.0 && x_lo <= -1.0) {
-                    add(-k_pi, k_pi);
-                } else if (x_hi >= 1.0) {
-                    add(-tb, tb);
-                } else if (x_lo <= -1.0) {
-                    add(ta, k_two_pi - ta);
-                } else {
-                    add(ta, tb);
-                    add(-tb, -ta);
-                }
-            }
-        }
-    }
-
-    double reference_parameter(const double ref_t[7], int) const {
-        return std::clamp(ref_t[6], lo6, hi6);
-    }
-    // The reference's own group: its elbow sign, and on which side of the
-    // plane of z5 and W - S its y3 lies (frames of the reference's joints).
-    int reference_group(const double ref_t[7]) const {
-        const double c0 = std::cos(ref_t[0]), s0 = std::sin(ref_t[0]);
-        const double c1 = std::cos(ref_t[1]), s1 = std::sin(ref_t[1]);
-        const double c2 = std::cos(ref_t[2]), s2 = std::sin(ref_t[2]);
-        const double c3 = std::cos(ref_t[3]), s3 = std::sin(ref_t[3]);
-        const double c4 = std::cos(ref_t[4]), s4 = std::sin(ref_t[4]);
-        // Columns of R2 = Rz(t0) Ry(t1) Rz(t2).
-        const v3 x2{c0 * c1 * c2 - s0 * s2, s0 * c1 * c2 + c0 * s2, -s1 * c2};
-        const v3 y2{-c0 * c1 * s2 - s0 * c2, -s0 * c1 * s2 + c0 * c2, s1 * s2};
-        const v3 z2{c0 * s1, s0 * s1, c1};
-        // R3 = R2 Rx(pi/2) Rz(t3): x3 = c3 x2 + s3 z2, y3 = -s3 x2 + c3 z2, z3 = -y2.
-        const v3 x3 = c3 * x2 + s3 * z2;
-        const v3 y3 = -s3 * x2 + c3 * z2;
-        const v3 z3 = -1.0 * y2;
-        const v3 z5 = s4 * x3 + c4 * z3;
-        const v3 D = (a3 + a4 * c3 - d4 * s3) * x2 + (d2 + a4 * s3 + d4 * c3) * z2;
-        const v3 Dp = D - dot(D, z5) * z5;
-        const int e = ik_wrap_pi(ref_t[3] - Kphi) >= 0.0 ? 0 : 2;
-        const int f = dot(y3, cross(z5, Dp)) >= 0.0 ? 0 : 1;
-        return e | f;
-    }
-    bool bounded() const { return true; }
-    double lower() const { return lo6; }
-    double upper() const { return hi6; }
-
-    // sin^2 of joint 2 of group g at t6 (the squared tilt of z2 off the
-    // base's z), without the group's angles; j is always the shoulder's 1.
-    bool aligning_tilt2(int, double t6, int g, double *h) const {
-        upper_arm a;
-        if (!upper_arm_at(t6, g, &a)) return false;
-        const v3 z2 = a.s3 * a.x3 + a.c3 * a.y3;
-        *h = z2.x * z2.x + z2.y * z2.y;
-        return std::isfinite(*h);
-    }
-
-    // The two shoulder members of group g (bit 1: elbow sign, bit 0: y3 choice).
-    bool eval_group(double t6, int g, const double ref_t[7], double theta[][7]) const {
-        upper_arm a;
-        if (!upper_arm_at(t6, g, &a)) return false;
-        const v3 &x3 = a.x3, &y3 = a.y3, &x5 = a.x5, &z5 = a.z5;
-        const v3 z3 = cross(x3, y3);
-        const v3 x2 = a.c3 * x3 - a.s3 * y3;
-        const v3 y2 = -1.0 * z3;
-        const v3 z2 = a.s3 * x3 + a.c3 * y3;
-        const double R2[3][3] = {{x2.x, y2.x, z2.x}, {x2.y, y2.y, z2.y}, {x2.z, y2.z, z2.z}};
-        zyz_angles shoulder;
-        ik_zyz(R2, ref_t[0], ref_t[2], &shoulder);
-        const double t4 = std::atan2(dot(x3, z5), dot(z3, z5));
-        const double t5 = std::atan2(dot(y3, x5), -dot(y3, zf));
-        for (int i = 0; i < 2; ++i) {
-            double *t = theta[i];
-            t[0] = shoulder.angle[i][0];
-            t[1] = shoulder.angle[i][1];
-            t[2] = shoulder.angle[i][2];
-            t[3] = a.t3;
-            t[4] = t4;
-            t[5] = t5;
-            t[6] = t6;
-        }
-        return true;
-    }
-
-  private:
-    // What a group fixes at t6 before the shoulder's angles: frame 3's x and
-    // y axes, joint 4's angle with its cosine and sine, x5 and z5.
-    struct upper_arm {
-        v3 x3, y3, x5, z5;
-        double t3, c3, s3;
-    };
-
-    bool upper_arm_at(double t6, int g, upper_arm *out) const {
-        const double e = (g & 2) ? -1.0 : 1.0, f = (g & 1) ? -1.0 : 1.0;
-        const double cs = std::cos(t6), sn = std::sin(t6);
-        const v3 x5 = cs * fx - sn * fy;
-        const v3 z5 = sn * fx + cs * fy;
-        const v3 W = P - a6 * x5 - d6 * zf;
-        const v3 D = W - S;
-        const double dist = norm(D);
-        if (dist < 1e-9) return false;
-        // Slack of the target's rounding only: the search moves t6 off the
-        // boundary of its range rather than accept a clamped point there,
-        // but a target whose solution lies on that boundary (joint 5 at
-        // +-90 degrees, where the two choices of y3 meet) still has one.
-        double c = (dist * dist - K0) / Kn;
-        if (!ik_clamp_cosine(&c, Kn / (2.0 * dist), k_rounding_slack)) return false;
-        // t3 = Kphi + e acos(c); its cosine and sine by the sum formulas.
-        const double t3 = Kphi + e * std::acos(c);
-        const double se = e * std::sqrt((1.0 - c) * (1.0 + c));
-        const double c3 = cKphi * c - sKphi * se, s3 = sKphi * c + cKphi * se;
-        const double ux = a3 * c3 + a4 + d2 * s3;
-        const double uy = d4 + d2 * c3 - a3 * s3;
-        if (std::fabs(ux) < 1e-10) return false;
-        const v3 Dp = D - dot(D, z5) * z5;
-        const double delta = norm(Dp);
-        if (delta < 1e-12) return false;
-        double cb = uy / delta;
-        // A clamped cb misplaces W by its excess times delta / |ux|.
-        if (!ik_clamp_cosine(&cb, delta, k_rounding_slack * std::min(1.0, std::fabs(ux) / delta)))
-            return false;
-        const double sb = f * std::sqrt(std::max(0.0, 1.0 - cb * cb));
-        const v3 dh = (1.0 / delta) * Dp;
-        const v3 y3 = cb * dh + sb * cross(z5, dh);
-        v3 x3 = (1.0 / ux) * (D - uy * y3);
-        x3 = (1.0 / norm(x3)) * x3;
-        *out = {x3, y3, x5, z5, t3, c3, s3};
-        return true;
-    }
-};
+namespace ik7 {
 
 // ------------------------------------------------------ redundancy search
 
 // Grid step of a traversal and of its finer second pass, radians.
-constexpr double k_coarse_step = 0.1;
-constexpr double k_fine_step = 0.02;
+inline constexpr double k_coarse_step = 0.1;
+inline constexpr double k_fine_step = 0.02;
 // Grid step of strategy 0's search for every local minimum, radians.
-constexpr double k_minimum_step = 0.05;
+inline constexpr double k_minimum_step = 0.05;
 // Finite-difference step of the descent's derivative, radians.
-constexpr double k_diff_step = 1e-6;
+inline constexpr double k_diff_step = 1e-6;
 // Bisections of a descent step that leaves the limits onto their boundary.
-constexpr int k_limit_bisections = 10;
+inline constexpr int k_limit_bisections = 10;
 // How far inside its limits a point found by bisection onto them stays, rad:
 // the final polish onto the target may move a joint by about 1e-6 rad.
-constexpr double k_boundary_margin = 1e-5;
+inline constexpr double k_boundary_margin = 1e-5;
 // Smallest outward probe step of strategy 1, radians.
-constexpr double k_min_probe = 0.02;
+inline constexpr double k_min_probe = 0.02;
 // First step (arms that cannot say where their groups have solutions) and
 // reach of strategy 1's search for a start of a group other than the
 // reference's own, radians of the parameter.
-constexpr double k_near_probe = 0.08;
-constexpr double k_near_reach = 0.64;
+inline constexpr double k_near_probe = 0.08;
+inline constexpr double k_near_reach = 0.64;
 // The shoulder is aligned where joint 2 is at 0 (LUNE's wrist where joint 6
 // is): joints 1 and 3 then turn about one line and only their sum is
 // defined. Where a group passes within k_aligned_band of that (rad of joint
@@ -558,30 +44,30 @@ constexpr double k_near_reach = 0.64;
 // on its own and the answer taken along the self-motion in the joints. A
 // reference whose joint 2 is within k_aligned_seed of 0 has such a passage
 // looked for.
-constexpr double k_aligned_band = 0.05;
-constexpr double k_aligned_seed = 0.35;
+inline constexpr double k_aligned_band = 0.05;
+inline constexpr double k_aligned_seed = 0.35;
 // An answer whose middle joint is within this of the alignment (sine) lies
 // beside the passage: the descent may have stopped on the wrong side of it.
-constexpr double k_beside_alignment = 2.0 * k_aligned_band;
+inline constexpr double k_beside_alignment = 2.0 * k_aligned_band;
 
 // Finite-difference step of the tilt's derivatives, radians of the parameter.
-constexpr double k_tilt_diff_step = 2e-4;
+inline constexpr double k_tilt_diff_step = 2e-4;
 // First step of the stepped search for the least tilt, radians of the parameter.
-constexpr double k_tilt_first_step = 0.005;
+inline constexpr double k_tilt_first_step = 0.005;
 // Alignments of one group closer than this are one, radians of the parameter.
-constexpr double k_same_alignment = 0.02;
+inline constexpr double k_same_alignment = 0.02;
 // Steps along the self-motion from the nearest point found at an alignment.
-constexpr int k_alignment_steps = 5;
+inline constexpr int k_alignment_steps = 5;
 // Where strategy 1 looks beside each refined start, radians of the parameter.
-constexpr double k_near_offsets[] = {-0.25, 0.25};
+inline constexpr double k_near_offsets[] = {-0.25, 0.25};
 // An answer none of whose joints is farther than this from the reference
 // is neither looked beside nor swept for other intervals, rad.
-constexpr double k_close_gap = 0.3;
+inline constexpr double k_close_gap = 0.3;
 // Nor is an answer with a joint farther than this swept, rad: from a far
 // reference the sweep would enter most intervals, for little gain.
-constexpr double k_sweep_gap = 1.0;
+inline constexpr double k_sweep_gap = 1.0;
 
-double max_joint_gap(const double a[7], const double b[7]) {
+inline double max_joint_gap(const double a[7], const double b[7]) {
     double gap = 0.0;
     for (int i = 0; i < 7; ++i)
         gap = std::max(gap, std::fabs(a[i] - b[i]));
@@ -1482,80 +968,14 @@ template <class Arm> class redundancy_search {
         }
     }
 };
-
 // A traversal range of at least this covers the whole parameter, rad.
-constexpr float k_whole_range = 3.14f;
-// Largest joint difference of an answer from its reference up to which it is
-// moved along the self-motion, rad. A farther answer is left as the search
-// found it: from far away the steps cost many polishes and seldom gain. So is
-// one with every joint within k_close_gap: the search's descent has settled
-// it, and a step would gain a trifle for its cost.
-constexpr double k_self_motion_gap = 1.0;
-// Largest joint difference of an answer from its reference beyond which the
-// answer is checked against Newton's method started at the reference, rad.
-constexpr double k_suspect_gap = 0.6;
-// Newton's method is started at the reference only when its pose is off the
-// target by at most this (metres and radians combined; a reference within
-// 0.3 rad of a solution is off by less than 0.9), and given a handful of
-// steps.
-constexpr double k_reference_error_bound = 1.0;
-constexpr int k_steps_from_reference = 6;
-// Near the aligned shoulder: an answer with every joint this close to the
-// reference is taken as it is (rad), and steps along the self-motion.
-constexpr double k_settled_gap = 1e-3;
-constexpr int k_aligned_steps = 6;
-// Joint motion per pose error (metres and radians combined) up to which an
-// answer counts as the reference's neighbour where the parameter stalls.
-constexpr double k_stall_ratio = 2.0;
+inline constexpr float k_whole_range = 3.14f;
 
-// The search's answer q, brought nearer to the reference where it can be:
-// along the self-motion, and, when a joint stays far, by
-// Newton's method started at the reference (where the search's closed form
-// is ill-conditioned, QUIL's elbow offset vanishing, the search may not
-// have reached the neighbourhood of a solution next to the reference).
+// The search's answer q, brought nearer to the reference where it can be
+// (ik_redundancy_search.cpp). parameter_stalls: the arm's own test that its
+// parameter stands still along the self-motion at the reference.
 void bring_nearer(const dh_table &dh, const ik_frame &flange, const double q_ref[7],
-                  const ik_limits &limits, bool parameter_stalls, double q[7]) {
-    // Where the search's parameter stands still along the self-motion (the
-    // arm's own test), it describes the self-motion badly, while in the
-    // joints it is a plain curve: the answer, and Newton's method from the
-    // reference, are moved along it.
-    if (parameter_stalls) {
-        // An answer that moved no more than the reference's pose error
-        // suggests is taken as it is.
-        const double plausible =
-            std::max(k_settled_gap, k_stall_ratio * ik_pose_error(dh, 7, flange, q_ref));
-        if (max_joint_gap(q, q_ref) <= plausible) return;
-        double moved[7];
-        std::copy(q, q + 7, moved);
-        if (ik_nearest_on_self_motion(dh, flange, q_ref, limits, moved, k_aligned_steps) &&
-            ik_joint_distance2(moved, q_ref, 7) < ik_joint_distance2(q, q_ref, 7))
-            std::copy(moved, moved + 7, q);
-        if (max_joint_gap(q, q_ref) <= k_settled_gap) return;
-        // A polish that stalls short of the target is still a start: every
-        // point the steps keep is polished.
-        std::copy(q_ref, q_ref + 7, moved);
-        ik_polish(dh, 7, flange, moved, k_polish_tolerance, k_steps_from_reference,
-                  k_reference_error_bound);
-        if (std::equal(moved, moved + 7, q_ref)) return; // the reference is far off the target
-        if (ik_nearest_on_self_motion(dh, flange, q_ref, limits, moved, k_aligned_steps) &&
-            ik_joint_distance2(moved, q_ref, 7) < ik_joint_distance2(q, q_ref, 7))
-            std::copy(moved, moved + 7, q);
-        return;
-    }
-    const double gap = max_joint_gap(q, q_ref);
-    if (gap > k_close_gap && gap <= k_self_motion_gap)
-        ik_nearer_along_self_motion(dh, flange, q_ref, limits, q);
-    if (max_joint_gap(q, q_ref) <= k_suspect_gap) return;
-    double from_ref[7];
-    std::copy(q_ref, q_ref + 7, from_ref);
-    if (!(ik_polish(dh, 7, flange, from_ref, k_polish_tolerance, k_steps_from_reference,
-                    k_reference_error_bound) &&
-          find_nearest_joint(from_ref, 7, q_ref, limits, from_ref)))
-        return;
-    ik_nearer_along_self_motion(dh, flange, q_ref, limits, from_ref);
-    if (ik_joint_distance2(from_ref, q_ref, 7) < ik_joint_distance2(q, q_ref, 7))
-        std::copy(from_ref, from_ref + 7, q);
-}
+                  const ik_limits &limits, bool parameter_stalls, double q[7]);
 
 template <class Arm>
 int solve_redundant(const Arm &arm, const dh_table &dh, const ik_frame &flange,
@@ -1583,56 +1003,4 @@ int solve_redundant(const Arm &arm, const dh_table &dh, const ik_frame &flange,
     return k_ik_ok;
 }
 
-int solve_from_context(int (*solver)(const dh_table &, const ik_frame &, const double[7],
-                                     const ik_limits &, ik_redundancy, double[7]),
-                       const kinematics_view &ctx, const mat_t &T, const float q_ref[7],
-                       float q_out[7]) {
-    ik_frame F;
-    for (int i = 0; i < 3; ++i) {
-        for (int j = 0; j < 3; ++j)
-            F.R[i][j] = T.data[i][j];
-        F.p[i] = T.data[i][3];
-    }
-    ik_limits limits{};
-    double ref[7], out[7];
-    for (int i = 0; i < 7; ++i) {
-        limits.lo[i] = ctx.model_min[i];
-        limits.hi[i] = ctx.model_max[i];
-        ref[i] = q_ref[i];
-    }
-    const int rc = solver(ctx.dh, F, ref, limits, ikine_get_redundancy(), out);
-    if (rc != k_ik_ok) return rc;
-    for (int i = 0; i < 7; ++i)
-        q_out[i] = static_cast<float>(out[i]);
-    return k_ik_ok;
-}
-
-} // namespace
-
-int ik_solve_arm_angle(const dh_table &dh, const ik_frame &flange, const double q_ref[7],
-                       const ik_limits &limits, ik_redundancy redundancy, double q_out[7]) {
-    if (!ik_frame_finite(flange)) return k_ik_bad_geometry;
-    arm_angle_arm arm;
-    const int rc = arm.setup(dh, flange);
-    if (rc != k_ik_ok) return rc;
-    return solve_redundant(arm, dh, flange, q_ref, limits, redundancy, q_out);
-}
-
-int ik_solve_offset_elbow(const dh_table &dh, const ik_frame &flange, const double q_ref[7],
-                          const ik_limits &limits, ik_redundancy redundancy, double q_out[7]) {
-    if (!ik_frame_finite(flange)) return k_ik_bad_geometry;
-    offset_elbow_arm arm;
-    const int rc = arm.setup(dh, flange, limits);
-    if (rc != k_ik_ok) return rc;
-    return solve_redundant(arm, dh, flange, q_ref, limits, redundancy, q_out);
-}
-
-int inverse_kinematics_lune(const kinematics_view &ctx, const mat_t &T_flange, const float q_ref[7],
-                            float q_out[7]) {
-    return solve_from_context(ik_solve_arm_angle, ctx, T_flange, q_ref, q_out);
-}
-
-int inverse_kinematics_quil(const kinematics_view &ctx, const mat_t &T_flange, const float q_ref[7],
-                            float q_out[7]) {
-    return solve_from_context(ik_solve_offset_elbow, ctx, T_flange, q_ref, q_out);
-}
+} // namespace ik7
