@@ -51,8 +51,7 @@ ka_matrix_t translation(float x, float y, float z) {
 ka_matrix_t tool_in_work(const float q[7]) {
     ka_matrix_t F;
     forward_kinematics_e(&F, q);
-    return matrix_m(libalgo_get_work_cs_to_base_matrix(),
-                    matrix_m(F, libalgo_get_tool_cs_matrix()));
+    return matrix_m(context_work_to_base_matrix(), matrix_m(F, context_tool_matrix()));
 }
 
 void joints_to_radians(const float *deg, float (&rad)[7]) {
@@ -117,6 +116,36 @@ ka_quat_t step_attitude(ka_quat_t current, ka_quat_t target, float max_step) {
     return quaternion_interpolation(half, half_step, current, target);
 }
 
+namespace {
+
+// The tool moved in its own frame, and rotated about an axis; the caller
+// holds the context.
+ka_pose_t cartesian_tool(const float *joint, float move_x, float move_y, float move_z) {
+    if (!joint) return ka_pose_t{};
+    float q[7];
+    joints_to_radians(joint, q);
+    // The translation is applied in the tool frame, so it multiplies on the right.
+    ka_matrix_t T = matrix_m(tool_in_work(q), translation(move_x, move_y, move_z));
+    return transformation_matrix_to_pose(T);
+}
+
+ka_pose_t rotate_move(const float *joint, int rotate_axis, float rotate_angle,
+                      ka_pose_t choose_axis) {
+    if (!joint) return ka_pose_t{};
+    float q[7];
+    joints_to_radians(joint, q);
+    ka_pose_t current = forward_kinematics(q);
+    if (rotate_axis < 0 || rotate_axis > 2) return current;
+    ka_matrix_t frame = euler_to_matrix(choose_axis.euler);
+    const float axis[3] = {frame.data[0][rotate_axis], frame.data[1][rotate_axis],
+                           frame.data[2][rotate_axis]};
+    ka_matrix_t R =
+        Rodrigues_rotate_simplify(euler_to_matrix(current.euler), axis, deg_to_rad(rotate_angle));
+    return complete_pose(current.position, matrix_to_euler(R));
+}
+
+} // namespace
+
 extern "C" {
 
 ka_pose_t algo_base_to_workframe(ka_matrix_t matrix, ka_pose_t pose) {
@@ -135,29 +164,14 @@ ka_pose_t algo_pose_move(ka_pose_t pose, const float *delta, int frame_mode) {
 }
 
 ka_pose_t algo_cartesian_tool(const float *joint, float move_x, float move_y, float move_z) {
-    if (!joint) return ka_pose_t{};
     context_scope scope;
-    float q[7];
-    joints_to_radians(joint, q);
-    // The translation is applied in the tool frame, so it multiplies on the right.
-    ka_matrix_t T = matrix_m(tool_in_work(q), translation(move_x, move_y, move_z));
-    return transformation_matrix_to_pose(T);
+    return cartesian_tool(joint, move_x, move_y, move_z);
 }
 
 ka_pose_t algo_rotate_move(const float *joint, int rotate_axis, float rotate_angle,
                            ka_pose_t choose_axis) {
-    if (!joint) return ka_pose_t{};
     context_scope scope;
-    float q[7];
-    joints_to_radians(joint, q);
-    ka_pose_t current = forward_kinematics(q);
-    if (rotate_axis < 0 || rotate_axis > 2) return current;
-    ka_matrix_t frame = euler_to_matrix(choose_axis.euler);
-    const float axis[3] = {frame.data[0][rotate_axis], frame.data[1][rotate_axis],
-                           frame.data[2][rotate_axis]};
-    ka_matrix_t R =
-        Rodrigues_rotate_simplify(euler_to_matrix(current.euler), axis, deg_to_rad(rotate_angle));
-    return complete_pose(current.position, matrix_to_euler(R));
+    return rotate_move(joint, rotate_axis, rotate_angle, choose_axis);
 }
 
 ka_pose_t ka_algo_base2workframe(ka_matrix_t matrix, ka_pose_t pose) {
@@ -170,19 +184,17 @@ ka_pose_t ka_algo_workframe2base(ka_matrix_t matrix, ka_pose_t pose) {
 
 ka_pose_t ka_algo_end2tool(ka_robot_handle *handle, ka_pose_t end_pose) {
     context_scope scope(handle);
-    ka_frame_t tool{};
-    ka_algo_get_curr_toolframe(&tool);
+    const ka_frame_t tool = context_tool_frame();
     ka_matrix_t tool_in_base =
         matrix_m(ka_algo_pos2matrix(end_pose), ka_algo_pos2matrix(tool.pose));
-    return ka_algo_base2workframe(libalgo_get_work_cs_to_base_matrix(),
+    return ka_algo_base2workframe(context_work_to_base_matrix(),
                                   transformation_matrix_to_pose(tool_in_base));
 }
 
 ka_pose_t ka_algo_tool2end(ka_robot_handle *handle, ka_pose_t tool_pose) {
     context_scope scope(handle);
-    ka_frame_t tool{};
-    ka_algo_get_curr_toolframe(&tool);
-    ka_pose_t in_base = ka_algo_workframe2base(libalgo_get_work_cs_to_base_matrix(), tool_pose);
+    const ka_frame_t tool = context_tool_frame();
+    ka_pose_t in_base = ka_algo_workframe2base(context_work_to_base_matrix(), tool_pose);
     ka_matrix_t flange =
         matrix_m(ka_algo_pos2matrix(in_base), matrix_inv(ka_algo_pos2matrix(tool.pose)));
     return transformation_matrix_to_pose(flange);
@@ -197,13 +209,13 @@ ka_pose_t ka_algo_pose_move(ka_robot_handle *handle, ka_pose_t pose, const float
 ka_pose_t ka_algo_cartesian_tool(ka_robot_handle *handle, const float *joint, float move_x,
                                  float move_y, float move_z) {
     context_scope scope(handle);
-    return algo_cartesian_tool(joint, move_x, move_y, move_z);
+    return cartesian_tool(joint, move_x, move_y, move_z);
 }
 
 ka_pose_t ka_algo_rotate_move(ka_robot_handle *handle, const float *joint, int rotate_axis,
                               float rotate_angle, ka_pose_t choose_axis) {
     context_scope scope(handle);
-    return algo_rotate_move(joint, rotate_axis, rotate_angle, choose_axis);
+    return rotate_move(joint, rotate_axis, rotate_angle, choose_axis);
 }
 
 } // extern "C"

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 
 namespace {
 
@@ -52,14 +53,14 @@ struct algo_context {
 
 algo_context robot;
 
-std::recursive_mutex context_mutex;
+std::mutex context_mutex;
 
 // Install angles of the exported layer, radians, double as received.
 double angleU = 0.0;
 double angleV = 0.0;
 double angleH = 0.0;
 
-using guard = std::lock_guard<std::recursive_mutex>;
+using guard = std::lock_guard<std::mutex>;
 
 // Number of joint entries a per-joint copy touches: the DOF, never more
 // than the 7 of every joint array.
@@ -193,11 +194,52 @@ void set_install_deg(const float deg[3]) {
     update_install();
 }
 
+// The bodies below are shared by several exported functions; the caller
+// holds the context lock.
+
+int set_robot_and_sensor_type(int type, int sensor) {
+    clear_context();
+    robot.robot_type = type;
+    robot.sensor_type = sensor;
+    if (load_model_defaults(type, sensor) != 0) {
+        clear_context();
+        robot.robot_type = type;
+        robot.sensor_type = sensor;
+        return -1;
+    }
+    return 0;
+}
+
+void load_arm_params(const algo_arm_params &p) {
+    set_robot_and_sensor_type(clamp_model(p.model), clamp_force_type(p.force_type));
+    set_install_deg(p.install_deg);
+    set_tool_frame(p.tool_frame);
+    set_work_frame(p.work_frame);
+    copy_in_deg(robot.joint_max, p.joint_max_pos);
+    copy_in_deg(robot.joint_min, p.joint_min_pos);
+    copy_in_deg(robot.acc_max, p.joint_max_acc);
+    copy_in_deg(robot.vel_max, p.joint_max_speed);
+}
+
+// Limits of the model table in radians (the first DOF entries); nothing
+// while no model is loaded.
+void modeling_limits(float q[7], bool upper) {
+    if (!q || !robot.model) return;
+    const float *deg = upper ? robot.model->max_pos_deg : robot.model->min_pos_deg;
+    for (int i = 0; i < joint_count(); ++i)
+        q[i] = deg_to_rad(deg[i]);
+}
+
+void nothing() {}
+
+// A record with float p[7][10] in its signature: one link's row.
+using link_row = float[10];
+
 } // namespace
 
 // ------------------------------------------------------------- locking
 
-std::recursive_mutex &algo_context_mutex() { return context_mutex; }
+std::mutex &algo_context_mutex() { return context_mutex; }
 
 arm_snapshot take_arm_snapshot(const ka_robot_handle *handle) {
     arm_snapshot snapshot;
@@ -211,19 +253,12 @@ arm_snapshot take_arm_snapshot(const ka_robot_handle *handle) {
 }
 
 void load_arm_snapshot(const arm_snapshot &snapshot) {
-    if (snapshot.known) algo_load_arm_params(snapshot.params);
+    if (snapshot.known) load_arm_params(snapshot.params);
 }
 
 void algo_load_arm_params(const algo_arm_params &p) {
     guard lock(context_mutex);
-    libalgo_set_robot_and_sensor_type(clamp_model(p.model), clamp_force_type(p.force_type));
-    set_install_deg(p.install_deg);
-    set_tool_frame(p.tool_frame);
-    set_work_frame(p.work_frame);
-    copy_in_deg(robot.joint_max, p.joint_max_pos);
-    copy_in_deg(robot.joint_min, p.joint_min_pos);
-    copy_in_deg(robot.acc_max, p.joint_max_acc);
-    copy_in_deg(robot.vel_max, p.joint_max_speed);
+    load_arm_params(p);
 }
 
 void algo_set_current_tool_frame(const ka_frame_t &frame) {
@@ -263,14 +298,135 @@ kinematics_view context_kinematics() {
 int context_robot_type() { return robot.robot_type; }
 int context_dof() { return robot.dof; }
 const dh_table &context_dh() { return robot.dh; }
+const dh_table &context_dh_compensation() { return robot.dh_compensation; }
+
+ka_frame_t context_tool_frame() {
+    ka_frame_t frame{};
+    frame.pose = frame_pose(robot.tool_pose);
+    frame.payload = robot.payload_mass;
+    frame.x = robot.payload_com[0];
+    frame.y = robot.payload_com[1];
+    frame.z = robot.payload_com[2];
+    return frame;
+}
+
+void context_joint_limits_deg(float max_deg[7], float min_deg[7]) {
+    copy_out_deg(max_deg, robot.joint_max);
+    copy_out_deg(min_deg, robot.joint_min);
+}
 const ka_matrix_t &context_install_matrix() { return robot.install_matrix; }
 const ka_matrix_t &context_tool_matrix() { return robot.tool_matrix; }
 const ka_matrix_t &context_work_to_base_matrix() { return robot.work_to_base; }
 
 // ------------------------------------------------------- inner layer
 
+// Every plain accessor of the context: one row per exported setter and
+// getter pair (or lone getter), naming the field and how values cross. Each
+// row expands to functions that take the context lock once and copy.
+//  VALUE  (set, get, type, field)     a scalar
+//  READ   (get, type, field)          a scalar or a matrix, read only
+//  JOINTS (set, get, field, in, out)  float[7], the first DOF entries, as
+//                                     stored (radians) or in degrees
+//  ARRAY  (set, get, field, after)    a fixed float array, whole; `after`
+//                                     runs once a set has stored it
+//  RECORD (set, get, type, field)     a record copied whole
+// A null pointer is ignored by every row.
+#define KA_CONTEXT_FIELDS(VALUE, READ, JOINTS, ARRAY, RECORD)                                      \
+    VALUE(libalgo_set_system_all_dof, libalgo_get_system_all_dof, int, system_all_dof)             \
+    VALUE(libalgo_set_control_loop_period, libalgo_get_control_loop_period, float, control_period) \
+    VALUE(libalgo_set_safety_level, libalgo_get_safety_level, int, safety_level)                   \
+    VALUE(libalgo_set_is_avoid_Singularity, libalgo_get_is_avoid_Singularity, int,                 \
+          avoid_singularity)                                                                       \
+    VALUE(libalgo_set_dynamics_model_type, libalgo_get_dynamics_model_type, int,                   \
+          dynamics_model_type)                                                                     \
+    READ(libalgo_get_robot_type, int, robot_type)                                                  \
+    READ(libalgo_get_sensor_type, int, sensor_type)                                                \
+    READ(libalgo_get_rbt_dof, int, dof)                                                            \
+    READ(libalgo_get_tool_cs_matrix, ka_matrix_t, tool_matrix)                                     \
+    READ(libalgo_get_work_cs_matrix, ka_matrix_t, work_matrix)                                     \
+    READ(libalgo_get_work_cs_to_base_matrix, ka_matrix_t, work_to_base)                            \
+    READ(libalgo_get_robot_install_angle_matrix, ka_matrix_t, install_matrix)                      \
+    JOINTS(libalgo_set_jointlim_max, libalgo_get_jointlim_max, joint_max, copy_in, copy_out)       \
+    JOINTS(libalgo_set_jointlim_min, libalgo_get_jointlim_min, joint_min, copy_in, copy_out)       \
+    JOINTS(libalgo_set_joint_vel_maxlim, libalgo_get_joint_vel_maxlim, vel_max, copy_in, copy_out) \
+    JOINTS(libalgo_set_joint_acc_maxlim, libalgo_get_joint_acc_maxlim, acc_max, copy_in, copy_out) \
+    JOINTS(libalgo_set_joint_direction, libalgo_get_joint_direction, direction, copy_in, copy_out) \
+    JOINTS(libalgo_set_joint_config, libalgo_get_joint_config, joint_config, copy_in, copy_out)    \
+    JOINTS(libalgo_set_user_collision_threshold, libalgo_get_user_collision_threshold,             \
+           collision_threshold, copy_in, copy_out)                                                 \
+    JOINTS(invoke_libalgo_set_jointlim_max, invoke_libalgo_get_jointlim_max, joint_max,            \
+           copy_in_deg, copy_out_deg)                                                              \
+    JOINTS(invoke_libalgo_set_jointlim_min, invoke_libalgo_get_jointlim_min, joint_min,            \
+           copy_in_deg, copy_out_deg)                                                              \
+    JOINTS(invoke_libalgo_set_joint_vel_maxlim, invoke_libalgo_get_joint_vel_maxlim, vel_max,      \
+           copy_in_deg, copy_out_deg)                                                              \
+    JOINTS(invoke_libalgo_set_joint_acc_maxlim, invoke_libalgo_get_joint_acc_maxlim, acc_max,      \
+           copy_in_deg, copy_out_deg)                                                              \
+    ARRAY(libalgo_set_tool_cs_params, libalgo_get_tool_cs_params, tool_pose, update_tool_matrix)   \
+    ARRAY(libalgo_set_work_cs_params, libalgo_get_work_cs_params, work_pose, update_work_matrices) \
+    ARRAY(libalgo_set_robot_install_angle, libalgo_get_robot_install_angle, install_angle,         \
+          update_install)                                                                          \
+    ARRAY(libalgo_set_tcp_config, libalgo_get_tcp_config, tcp_config, nothing)                     \
+    RECORD(libalgo_set_dh_params, libalgo_get_dh_value, dh_table, dh)                              \
+    RECORD(libalgo_set_dh_params_default, libalgo_get_dh_params_default, dh_table, dh_default)     \
+    RECORD(libalgo_set_dh_compensation_value, libalgo_get_dh_compensation_value, dh_table,         \
+           dh_compensation)                                                                        \
+    RECORD(libalgo_set_link_dynamics_params, libalgo_get_link_dynamics_params, link_row, dynamics) \
+    RECORD(libalgo_set_link_dynamics_params_default, libalgo_get_link_dynamics_params_default,     \
+           link_row, dynamics_default)
+
+#define KA_CONTEXT_VALUE(set, get, type, field)                                                    \
+    void set(type v) {                                                                             \
+        guard lock(context_mutex);                                                                 \
+        robot.field = v;                                                                           \
+    }                                                                                              \
+    type get(void) {                                                                               \
+        guard lock(context_mutex);                                                                 \
+        return robot.field;                                                                        \
+    }
+#define KA_CONTEXT_READ(get, type, field)                                                          \
+    type get(void) {                                                                               \
+        guard lock(context_mutex);                                                                 \
+        return robot.field;                                                                        \
+    }
+#define KA_CONTEXT_JOINTS(set, get, field, in, out)                                                \
+    void set(const float v[7]) {                                                                   \
+        guard lock(context_mutex);                                                                 \
+        in(robot.field, v);                                                                        \
+    }                                                                                              \
+    void get(float v[7]) {                                                                         \
+        guard lock(context_mutex);                                                                 \
+        out(v, robot.field);                                                                       \
+    }
+#define KA_CONTEXT_ARRAY(set, get, field, after)                                                   \
+    void set(const float *v) {                                                                     \
+        guard lock(context_mutex);                                                                 \
+        if (!v) return;                                                                            \
+        std::copy(v, v + std::size(robot.field), robot.field);                                     \
+        after();                                                                                   \
+    }                                                                                              \
+    void get(float *v) {                                                                           \
+        guard lock(context_mutex);                                                                 \
+        if (v) std::copy(std::begin(robot.field), std::end(robot.field), v);                       \
+    }
+#define KA_CONTEXT_RECORD(set, get, type, field)                                                   \
+    void set(const type *v) {                                                                      \
+        guard lock(context_mutex);                                                                 \
+        if (v) std::memcpy(&robot.field, v, sizeof robot.field);                                   \
+    }                                                                                              \
+    void get(type *v) {                                                                            \
+        guard lock(context_mutex);                                                                 \
+        if (v) std::memcpy(v, &robot.field, sizeof robot.field);                                   \
+    }
+
 extern "C" {
 
+KA_CONTEXT_FIELDS(KA_CONTEXT_VALUE, KA_CONTEXT_READ, KA_CONTEXT_JOINTS, KA_CONTEXT_ARRAY,
+                  KA_CONTEXT_RECORD)
+
+// The rest does more than copy a field, each as its comment says.
+
+// Loads KIVO with sensor 0.
 int libalgo_init(void) { return libalgo_set_robot_and_sensor_type(0, 0); }
 
 void libalgo_clear(void) {
@@ -278,65 +434,13 @@ void libalgo_clear(void) {
     clear_context();
 }
 
+// Clears the context and loads a model's defaults.
 int libalgo_set_robot_and_sensor_type(int type, int sensor) {
     guard lock(context_mutex);
-    clear_context();
-    robot.robot_type = type;
-    robot.sensor_type = sensor;
-    if (load_model_defaults(type, sensor) != 0) {
-        clear_context();
-        robot.robot_type = type;
-        robot.sensor_type = sensor;
-        return -1;
-    }
-    return 0;
+    return set_robot_and_sensor_type(type, sensor);
 }
 
-int libalgo_get_robot_type(void) {
-    guard lock(context_mutex);
-    return robot.robot_type;
-}
-
-int libalgo_get_sensor_type(void) {
-    guard lock(context_mutex);
-    return robot.sensor_type;
-}
-
-int libalgo_get_rbt_dof(void) {
-    guard lock(context_mutex);
-    return robot.dof;
-}
-
-void libalgo_set_system_all_dof(int dof) {
-    guard lock(context_mutex);
-    robot.system_all_dof = dof;
-}
-
-int libalgo_get_system_all_dof(void) {
-    guard lock(context_mutex);
-    return robot.system_all_dof;
-}
-
-void libalgo_set_dh_params(const dh_table *dh) {
-    guard lock(context_mutex);
-    if (dh) robot.dh = *dh;
-}
-
-void libalgo_get_dh_value(dh_table *dh) {
-    guard lock(context_mutex);
-    if (dh) *dh = robot.dh;
-}
-
-void libalgo_set_dh_params_default(const dh_table *dh) {
-    guard lock(context_mutex);
-    if (dh) robot.dh_default = *dh;
-}
-
-void libalgo_get_dh_params_default(dh_table *dh) {
-    guard lock(context_mutex);
-    if (dh) *dh = robot.dh_default;
-}
-
+// Compares the table with the defaults, entry by entry.
 int libalgo_check_dh_params_is_default(void) {
     guard lock(context_mutex);
     auto differs = [](float x, float y) {
@@ -352,55 +456,7 @@ int libalgo_check_dh_params_is_default(void) {
     return 1;
 }
 
-void libalgo_set_dh_compensation_value(const dh_table *delta) {
-    guard lock(context_mutex);
-    if (delta) robot.dh_compensation = *delta;
-}
-
-void libalgo_get_dh_compensation_value(dh_table *delta) {
-    guard lock(context_mutex);
-    if (delta) *delta = robot.dh_compensation;
-}
-
-void libalgo_set_tool_cs_params(const float pose[6]) {
-    guard lock(context_mutex);
-    if (!pose) return;
-    std::copy(pose, pose + 6, robot.tool_pose);
-    update_tool_matrix();
-}
-
-void libalgo_get_tool_cs_params(float pose[6]) {
-    guard lock(context_mutex);
-    if (pose) std::copy(robot.tool_pose, robot.tool_pose + 6, pose);
-}
-
-ka_matrix_t libalgo_get_tool_cs_matrix(void) {
-    guard lock(context_mutex);
-    return robot.tool_matrix;
-}
-
-void libalgo_set_work_cs_params(const float pose[6]) {
-    guard lock(context_mutex);
-    if (!pose) return;
-    std::copy(pose, pose + 6, robot.work_pose);
-    update_work_matrices();
-}
-
-void libalgo_get_work_cs_params(float pose[6]) {
-    guard lock(context_mutex);
-    if (pose) std::copy(robot.work_pose, robot.work_pose + 6, pose);
-}
-
-ka_matrix_t libalgo_get_work_cs_matrix(void) {
-    guard lock(context_mutex);
-    return robot.work_matrix;
-}
-
-ka_matrix_t libalgo_get_work_cs_to_base_matrix(void) {
-    guard lock(context_mutex);
-    return robot.work_to_base;
-}
-
+// Two values in one call.
 void libalgo_set_payload_params(float mass, const float com[3]) {
     guard lock(context_mutex);
     robot.payload_mass = mass;
@@ -413,151 +469,51 @@ void libalgo_get_payload_params(float *mass, float com[3]) {
     if (com) std::copy(robot.payload_com, robot.payload_com + 3, com);
 }
 
-void libalgo_set_robot_install_angle(const float angle[3]) {
-    guard lock(context_mutex);
-    if (!angle) return;
-    std::copy(angle, angle + 3, robot.install_angle);
-    update_install();
-}
-
-void libalgo_get_robot_install_angle(float angle[3]) {
-    guard lock(context_mutex);
-    if (angle) std::copy(robot.install_angle, robot.install_angle + 3, angle);
-}
-
-ka_matrix_t libalgo_get_robot_install_angle_matrix(void) {
-    guard lock(context_mutex);
-    return robot.install_matrix;
-}
-
+// Derived from the install angles when they are set.
 void libalgo_get_robot_gravity_acc(float g[3]) {
     guard lock(context_mutex);
     if (g) std::copy(robot.gravity, robot.gravity + 3, g);
 }
 
-// A float[7] of the context with its setter and getter; `in` and `out` say
-// whether values cross as stored (radians) or in degrees.
-#define KA_CONTEXT_ARRAY(set_name, get_name, field, in, out)                                       \
-    void set_name(const float v[7]) {                                                              \
-        guard lock(context_mutex);                                                                 \
-        in(robot.field, v);                                                                        \
-    }                                                                                              \
-    void get_name(float v[7]) {                                                                    \
-        guard lock(context_mutex);                                                                 \
-        out(v, robot.field);                                                                       \
-    }
-
-KA_CONTEXT_ARRAY(libalgo_set_jointlim_max, libalgo_get_jointlim_max, joint_max, copy_in, copy_out)
-KA_CONTEXT_ARRAY(libalgo_set_jointlim_min, libalgo_get_jointlim_min, joint_min, copy_in, copy_out)
-
+// From the model table, not the context's own limits.
 void libalgo_get_modeling_jointlim_max(float q[7]) {
     guard lock(context_mutex);
-    if (!q || !robot.model) return;
-    for (int i = 0; i < joint_count(); ++i)
-        q[i] = deg_to_rad(robot.model->max_pos_deg[i]);
+    modeling_limits(q, true);
 }
 
 void libalgo_get_modeling_jointlim_min(float q[7]) {
     guard lock(context_mutex);
-    if (!q || !robot.model) return;
-    for (int i = 0; i < joint_count(); ++i)
-        q[i] = deg_to_rad(robot.model->min_pos_deg[i]);
+    modeling_limits(q, false);
 }
 
-KA_CONTEXT_ARRAY(libalgo_set_joint_vel_maxlim, libalgo_get_joint_vel_maxlim, vel_max, copy_in,
-                 copy_out)
-KA_CONTEXT_ARRAY(libalgo_set_joint_acc_maxlim, libalgo_get_joint_acc_maxlim, acc_max, copy_in,
-                 copy_out)
-KA_CONTEXT_ARRAY(libalgo_set_joint_direction, libalgo_get_joint_direction, direction, copy_in,
-                 copy_out)
-
-void libalgo_set_link_dynamics_params(const float p[7][10]) {
+void invoke_libalgo_get_modeling_jointlim_max(float deg[7]) {
     guard lock(context_mutex);
-    if (p) std::memcpy(robot.dynamics, p, sizeof robot.dynamics);
+    float rad[7] = {};
+    modeling_limits(rad, true);
+    if (robot.model) copy_out_deg(deg, rad);
 }
 
-void libalgo_get_link_dynamics_params(float p[7][10]) {
+void invoke_libalgo_get_modeling_jointlim_min(float deg[7]) {
     guard lock(context_mutex);
-    if (p) std::memcpy(p, robot.dynamics, sizeof robot.dynamics);
+    float rad[7] = {};
+    modeling_limits(rad, false);
+    if (robot.model) copy_out_deg(deg, rad);
 }
 
-void libalgo_set_link_dynamics_params_default(const float p[7][10]) {
-    guard lock(context_mutex);
-    if (p) std::memcpy(robot.dynamics_default, p, sizeof robot.dynamics_default);
-}
-
-void libalgo_get_link_dynamics_params_default(float p[7][10]) {
-    guard lock(context_mutex);
-    if (p) std::memcpy(p, robot.dynamics_default, sizeof robot.dynamics_default);
-}
-
+// Aliases of the link dynamics.
 void libalgo_set_dynamics_identification_params(const float p[7][10]) {
     libalgo_set_link_dynamics_params(p);
 }
 
 void libalgo_get_dynamics_params(float p[7][10]) { libalgo_get_link_dynamics_params(p); }
 
+// Written only.
 void libalgo_set_drag_regulation_factor(const float factor[7]) {
     guard lock(context_mutex);
     copy_in(robot.drag_factor, factor);
 }
 
-void libalgo_set_control_loop_period(float seconds) {
-    guard lock(context_mutex);
-    robot.control_period = seconds;
-}
-
-float libalgo_get_control_loop_period(void) {
-    guard lock(context_mutex);
-    return robot.control_period;
-}
-
-void libalgo_set_tcp_config(const float config[4]) {
-    guard lock(context_mutex);
-    if (config) std::copy(config, config + 4, robot.tcp_config);
-}
-
-void libalgo_get_tcp_config(float config[4]) {
-    guard lock(context_mutex);
-    if (config) std::copy(robot.tcp_config, robot.tcp_config + 4, config);
-}
-
-KA_CONTEXT_ARRAY(libalgo_set_joint_config, libalgo_get_joint_config, joint_config, copy_in,
-                 copy_out)
-
-void libalgo_set_safety_level(int level) {
-    guard lock(context_mutex);
-    robot.safety_level = level;
-}
-
-int libalgo_get_safety_level(void) {
-    guard lock(context_mutex);
-    return robot.safety_level;
-}
-
-KA_CONTEXT_ARRAY(libalgo_set_user_collision_threshold, libalgo_get_user_collision_threshold,
-                 collision_threshold, copy_in, copy_out)
-
-void libalgo_set_is_avoid_Singularity(int flag) {
-    guard lock(context_mutex);
-    robot.avoid_singularity = flag;
-}
-
-int libalgo_get_is_avoid_Singularity(void) {
-    guard lock(context_mutex);
-    return robot.avoid_singularity;
-}
-
-void libalgo_set_dynamics_model_type(int type) {
-    guard lock(context_mutex);
-    robot.dynamics_model_type = type;
-}
-
-int libalgo_get_dynamics_model_type(void) {
-    guard lock(context_mutex);
-    return robot.dynamics_model_type;
-}
-
+// Three joint arrays in one call.
 void libalgo_update_feedback_data(const float q[7], const float dq[7], const float tau[7]) {
     guard lock(context_mutex);
     copy_in(robot.feedback_q, q);
@@ -590,30 +546,7 @@ void libalgo_get_joint_cmd(float q[7], float dq[7], float ddq[7]) {
 
 int invoke_libalgo_init(void) { return libalgo_init(); }
 
-KA_CONTEXT_ARRAY(invoke_libalgo_set_jointlim_max, invoke_libalgo_get_jointlim_max, joint_max,
-                 copy_in_deg, copy_out_deg)
-KA_CONTEXT_ARRAY(invoke_libalgo_set_jointlim_min, invoke_libalgo_get_jointlim_min, joint_min,
-                 copy_in_deg, copy_out_deg)
-
-void invoke_libalgo_get_modeling_jointlim_max(float deg[7]) {
-    guard lock(context_mutex);
-    float rad[7] = {};
-    libalgo_get_modeling_jointlim_max(rad);
-    if (robot.model) copy_out_deg(deg, rad);
-}
-
-void invoke_libalgo_get_modeling_jointlim_min(float deg[7]) {
-    guard lock(context_mutex);
-    float rad[7] = {};
-    libalgo_get_modeling_jointlim_min(rad);
-    if (robot.model) copy_out_deg(deg, rad);
-}
-
-KA_CONTEXT_ARRAY(invoke_libalgo_set_joint_vel_maxlim, invoke_libalgo_get_joint_vel_maxlim, vel_max,
-                 copy_in_deg, copy_out_deg)
-KA_CONTEXT_ARRAY(invoke_libalgo_set_joint_acc_maxlim, invoke_libalgo_get_joint_acc_maxlim, acc_max,
-                 copy_in_deg, copy_out_deg)
-
+// Install angles: all three, in degrees, with the matrix and gravity updated.
 void invoke_libalgo_set_robot_install_angle(const float deg[3]) {
     guard lock(context_mutex);
     if (!deg) return;
@@ -635,10 +568,10 @@ const char *ka_algo_version(void) { return KA_ALGO_VERSION_STRING; }
 
 int ka_algo_init_sys_data(ka_robot_arm_model_e model, ka_force_type_e force_type) {
     guard lock(context_mutex);
-    int m = clamp_model(static_cast<int>(model));
-    int f = clamp_force_type(static_cast<int>(force_type));
-    libalgo_init();
-    return libalgo_set_robot_and_sensor_type(m, f);
+    const int m = clamp_model(static_cast<int>(model));
+    const int f = clamp_force_type(static_cast<int>(force_type));
+    set_robot_and_sensor_type(0, 0);
+    return set_robot_and_sensor_type(m, f);
 }
 
 void ka_algo_set_angle(float x, float y, float z) {
@@ -673,11 +606,12 @@ void ka_algo_set_toolframe(const ka_frame_t *frame) {
 void ka_algo_get_curr_toolframe(ka_frame_t *frame) {
     if (!frame) return;
     guard lock(context_mutex);
-    frame->pose = frame_pose(robot.tool_pose);
-    frame->payload = robot.payload_mass;
-    frame->x = robot.payload_com[0];
-    frame->y = robot.payload_com[1];
-    frame->z = robot.payload_com[2];
+    const ka_frame_t tool = context_tool_frame();
+    frame->pose = tool.pose;
+    frame->payload = tool.payload;
+    frame->x = tool.x;
+    frame->y = tool.y;
+    frame->z = tool.z;
 }
 
 void ka_algo_set_joint_max_limit(const float *joint) { invoke_libalgo_set_jointlim_max(joint); }
@@ -694,8 +628,7 @@ int ka_algo_judgment_overpos(const float *joint) {
     guard lock(context_mutex);
     float max_deg[7] = {};
     float min_deg[7] = {};
-    invoke_libalgo_get_jointlim_max(max_deg);
-    invoke_libalgo_get_jointlim_min(min_deg);
+    context_joint_limits_deg(max_deg, min_deg);
     // Written so that a NaN joint counts as outside.
     for (int i = 0; i < joint_count(); ++i) {
         if (!(joint[i] >= min_deg[i] && joint[i] <= max_deg[i])) return -1;
@@ -703,10 +636,6 @@ int ka_algo_judgment_overpos(const float *joint) {
     return 0;
 }
 
-void ka_algo_arm_state_set(ka_robot_handle *handle) {
-    arm_snapshot snapshot = take_arm_snapshot(handle);
-    guard lock(context_mutex);
-    load_arm_snapshot(snapshot);
-}
+void ka_algo_arm_state_set(ka_robot_handle *handle) { context_scope scope(handle); }
 
 } // extern "C"

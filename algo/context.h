@@ -5,19 +5,21 @@
 // The invoke_libalgo_* layer converts degrees per element with the double
 // k_deg_to_rad and stores float.
 //
-// Locking. The context is one process-wide record guarded by one recursive
-// mutex. Every exported function (ka_algo_*, libalgo_*, invoke_libalgo_*,
-// algo_*) takes it for the duration of the call, so a thread that computes for
-// one arm never sees the context of another arm half-loaded. A computation
-// that loads the context from an arm and then computes does both inside one
-// context_scope. Because the mutex is recursive, exported getters may be
-// called while a scope is held. The registry lock of the connection core is
-// never taken while the context lock is held: an arm's parameters are copied
-// out of the registry first (take_arm_snapshot) and loaded afterwards. So a
-// function that takes an arm handle (or a context_scope built from a handle)
-// must not be called while a context_scope is already held; the core, which
-// holds the registry lock when it pushes frames in, would otherwise deadlock
-// against it.
+// Locking. The context is one process-wide record guarded by one mutex,
+// taken once at the exported edge: every exported function (ka_algo_*,
+// libalgo_*, invoke_libalgo_*, algo_*) takes it for the duration of the call
+// and then calls only functions that do not take it, so a thread that
+// computes for one arm never sees the context of another arm half-loaded. A
+// computation that loads the context from an arm and then computes does both
+// inside one context_scope; the plain accessors below serve code that holds
+// one. The mutex is not recursive: code under a scope never calls an
+// exported function that takes it. The registry lock of the connection core
+// is never taken while the context lock is held: an arm's parameters are
+// copied out of the registry first (take_arm_snapshot) and loaded afterwards.
+// So a function that takes an arm handle (or a context_scope built from a
+// handle) must not be called while a context_scope is already held; the core,
+// which holds the registry lock when it pushes frames in, would otherwise
+// deadlock against it.
 //
 // Install matrix: I = Rz(angle_z) * Ry(angle_y) * Rx(angle_x), the same fixed-
 // axis order as the Euler angles of a pose. It maps arm-base coordinates into
@@ -40,7 +42,7 @@ inline float rad_to_deg(float rad) { return static_cast<float>(rad / k_deg_to_ra
 
 // ------------------------------------------------------------------ locking
 
-std::recursive_mutex &algo_context_mutex();
+std::mutex &algo_context_mutex();
 
 // An arm's parameters copied out of the registry (under the registry's own
 // lock) before the context lock is taken.
@@ -67,11 +69,11 @@ class context_scope {
     // handle computes on the context as it is, with nothing to copy.
     explicit context_scope(const ka_robot_handle *handle) {
         if (!handle) {
-            lock_ = std::unique_lock<std::recursive_mutex>(algo_context_mutex());
+            lock_ = std::unique_lock<std::mutex>(algo_context_mutex());
             return;
         }
         const arm_snapshot snapshot = take_arm_snapshot(handle);
-        lock_ = std::unique_lock<std::recursive_mutex>(algo_context_mutex());
+        lock_ = std::unique_lock<std::mutex>(algo_context_mutex());
         load_arm_snapshot(snapshot);
     }
     explicit context_scope(const arm_snapshot &snapshot) : lock_(algo_context_mutex()) {
@@ -81,7 +83,7 @@ class context_scope {
     context_scope &operator=(const context_scope &) = delete;
 
   private:
-    std::unique_lock<std::recursive_mutex> lock_;
+    std::unique_lock<std::mutex> lock_;
 };
 
 // ------------------------------------------------- plain accessors (no lock)
@@ -111,6 +113,11 @@ kinematics_view context_kinematics();
 int context_robot_type();
 int context_dof();
 const dh_table &context_dh();
+const dh_table &context_dh_compensation();
+// The tool frame with its payload, as ka_algo_get_curr_toolframe gives it.
+ka_frame_t context_tool_frame();
+// The current joint limits in degrees (the first DOF entries).
+void context_joint_limits_deg(float max_deg[7], float min_deg[7]);
 // The frames the forward transform is composed with.
 const ka_matrix_t &context_install_matrix();
 const ka_matrix_t &context_tool_matrix();

@@ -493,10 +493,9 @@ ka_pose_t forward_kinematics_for_unity(const float q[7]) {
 
 ka_matrix_t forward_kinematics_rotate(const float q[7]) {
     ka_matrix_t flange_rotation = forward_kinematics_rotate_flange(q);
-    ka_matrix_t world =
-        matrix_m(matrix_T2R(libalgo_get_robot_install_angle_matrix()),
-                 matrix_m(flange_rotation, matrix_T2R(libalgo_get_tool_cs_matrix())));
-    return matrix_m(matrix_T2R(libalgo_get_work_cs_to_base_matrix()), world);
+    ka_matrix_t world = matrix_m(matrix_T2R(context_install_matrix()),
+                                 matrix_m(flange_rotation, matrix_T2R(context_tool_matrix())));
+    return matrix_m(matrix_T2R(context_work_to_base_matrix()), world);
 }
 
 ka_matrix_t forward_kinematics_rotate_flange(const float q[7]) {
@@ -513,8 +512,7 @@ ka_position_t forward_kinematics_pos(const float q[7]) {
 
 ka_position_t forward_kinematics_pos_calibration(const float q[7]) {
     dh_table dh = context_dh();
-    dh_table delta{};
-    libalgo_get_dh_compensation_value(&delta);
+    const dh_table &delta = context_dh_compensation();
     for (int i = 0; i < 8; ++i) {
         dh.d[i] += delta.d[i];
         dh.a[i] += delta.a[i];
@@ -523,14 +521,14 @@ ka_position_t forward_kinematics_pos_calibration(const float q[7]) {
     }
     float F[4][4];
     fk_generic_dh(dh, context_dof(), q, F);
-    ka_matrix_t world = matrix_m(matrix_m(libalgo_get_robot_install_angle_matrix(), as_matrix(F)),
-                                 libalgo_get_tool_cs_matrix());
-    ka_matrix_t T = matrix_m(libalgo_get_work_cs_to_base_matrix(), world);
+    ka_matrix_t world =
+        matrix_m(matrix_m(context_install_matrix(), as_matrix(F)), context_tool_matrix());
+    ka_matrix_t T = matrix_m(context_work_to_base_matrix(), world);
     return {T.data[0][3], T.data[1][3], T.data[2][3]};
 }
 
 ka_matrix_t forward_kinematics_world_to_flange(const float q[7]) {
-    return matrix_m(libalgo_get_robot_install_angle_matrix(), flange(q));
+    return matrix_m(context_install_matrix(), flange(q));
 }
 
 ka_pose_t Forward_Kinematics_e(ka_robot_handle *handle, const float q_deg[7]) {

@@ -142,13 +142,11 @@ void ik_reset_solve_times() {
 ka_matrix_t calc_Tbase2tool_from_Pose(const ka_pose_t &pose, int flag) {
     const ka_matrix_t T = flag == 1 ? pose_euler_to_transformation_matrix(pose)
                                     : pose_quat_to_transformation_matrix(pose);
-    const ka_matrix_t work_in_base =
-        matrix_inv_coordinate_system(libalgo_get_work_cs_to_base_matrix());
+    const ka_matrix_t work_in_base = matrix_inv_coordinate_system(context_work_to_base_matrix());
     return matrix_m(work_in_base, T);
 }
 
 int inverse_kinematics(const float q_ref[7], const ka_pose_t &pose, float q_out[7], int flag) {
-    context_scope scope;
     const kinematics_view ctx = context_kinematics();
     const ka_matrix_t T = calc_Tbase2tool_from_Pose(pose, flag);
 
@@ -168,7 +166,6 @@ int inverse_kinematics(const float q_ref[7], const ka_pose_t &pose, float q_out[
 }
 
 int joint_overspeed_judgment(const float q_prev[7], const float q_new[7], float factor) {
-    context_scope scope;
     const kinematics_view ctx = context_kinematics();
     const float k = std::max(factor, 0.0f);
     const int dof = joint_count(ctx.dof);
@@ -222,8 +219,7 @@ int ka_algo_inverse_kinematics(ka_robot_handle *handle, ka_inverse_kinematics_pa
     context_scope scope(handle);
     const int dof = joint_count(context_dof());
     float max_deg[7] = {}, min_deg[7] = {};
-    ka_algo_get_joint_max_limit(max_deg);
-    ka_algo_get_joint_min_limit(min_deg);
+    context_joint_limits_deg(max_deg, min_deg);
     for (int i = 0; i < dof; ++i) {
         const float q = params.q_in[i];
         if (!(q >= min_deg[i] && q <= max_deg[i])) return -1; // also rejects NaN
@@ -232,7 +228,9 @@ int ka_algo_inverse_kinematics(ka_robot_handle *handle, ka_inverse_kinematics_pa
         theta_v.store(k_near_range);
         global_is_movl.store(k_strategy_near);
     }
-    return invoke_inverse_kinematics(params.q_in, params.q_pose, q_out, params.q_flag) == k_ik_ok
+    float ref_rad[7], out_rad[7];
+    return solve_in_degrees(params.q_in, params.q_pose, q_out, params.q_flag, ref_rad, out_rad) ==
+                   k_ik_ok
                ? 0
                : 1;
 }

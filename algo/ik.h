@@ -91,7 +91,7 @@ int ikine_default_traversal_mode();
 ka_matrix_t calc_Tbase2tool_from_Pose(const ka_pose_t &pose, int flag);
 
 // Radians in and out. 0, k_ik_unknown_type, or the solver's code; q_out is
-// written (DOF entries) only on success. Takes the context lock itself.
+// written (DOF entries) only on success. The caller holds a context_scope.
 int inverse_kinematics(const float q_ref[7], const ka_pose_t &pose, float q_out[7], int flag);
 
 // 0, or the 1-based index of the first of the DOF joints whose step

@@ -424,6 +424,7 @@ TEST(ExportedChecks, LastJointJustPastOneTurnIsReadAsOneTurn) {
     for (int k = 0; k < 3; ++k) {
         const float ref[7] = {0.3f, 0.2f, 1.2f, float(r4), float(r5), float(last_deg[k] * k_deg),
                               0};
+        context_scope scope; // the inner layer runs under the caller's lock
         ASSERT_EQ(inverse_kinematics(ref, pose, at[k], 1), 0) << last_deg[k];
     }
     EXPECT_NEAR(at[0][5], last - k_pi, 1e-3) << "flipped wrist below the tie";
@@ -451,6 +452,7 @@ TEST(ExportedChecks, OverSpeedIsJudgedPerJointAndControlPeriod) {
         float next[7];
         std::copy(prev, prev + 7, next);
         next[c.joint] += c.move;
+        context_scope scope;
         EXPECT_EQ(joint_overspeed_judgment(prev, next, c.factor), c.expected)
             << "joint " << c.joint + 1 << " by " << c.move << " at factor " << c.factor;
     }
