@@ -4,7 +4,7 @@
 // trajectory that the controller streams back into a local file.
 #include "commands/motion_wait.h"
 #include "core/command.h"
-#include "core/save_state.h"
+#include "core/trajectory_save.h"
 #include "core/transport.h"
 
 #include <algorithm>
@@ -240,50 +240,6 @@ void expect_finish(const ka_robot_handle *handle) {
     if (arm_ptr arm = registry_find(handle)) arm->awaited_event.store(2);
 }
 
-// Saving a drag-taught trajectory. The save file and its flags are shared
-// with the receive side and touched only under the save state's mutex.
-void close_save_file(trajectory_save_state &save) {
-    if (save.file) std::fclose(save.file);
-    save.file = nullptr;
-}
-
-// Starts a save: fresh flags, the previous file closed, path created.
-bool begin_save(const char *path) {
-    auto &save = trajectory_save();
-    std::lock_guard<std::mutex> lock(save.mutex);
-    save.started = false;
-    save.no_file = false;
-    save.complete = false;
-    save.count = 0;
-    save.total = 0;
-    save.last_point = {};
-    close_save_file(save);
-    save.file = std::fopen(path, "w+");
-    return save.file != nullptr;
-}
-
-// Threaded modes: the receive thread writes the points; wait for the first,
-// then for the stream's end.
-int wait_save_threaded() {
-    auto &save = trajectory_save();
-    std::unique_lock<std::mutex> lock(save.mutex);
-    save.changed.wait_for(lock, first_point_wait, [&] { return save.started || save.no_file; });
-    if (!save.started || save.no_file) return -6;
-    save.changed.wait(lock, [&] { return save.complete || save.no_file; });
-    // A bad point line spoils the file even when the stream then reaches its
-    // announced count.
-    if (!save.complete || save.no_file) return -6;
-    close_save_file(save);
-    save.count = 0;
-    return 0;
-}
-
-bool save_flag(bool trajectory_save_state::*flag) {
-    auto &save = trajectory_save();
-    std::lock_guard<std::mutex> lock(save.mutex);
-    return save.*flag;
-}
-
 bool arm_connected(const ka_robot_handle *handle) {
     arm_ptr arm = registry_find(handle);
     return arm && arm->connected.load();
@@ -294,7 +250,6 @@ bool arm_connected(const ka_robot_handle *handle) {
 int wait_save_single(ka_robot_handle *handle) {
     char scratch[reply_buffer_size];
     ka_pack_lock_wait(save_function, handle, "point", scratch, sizeof scratch, m_nOutTime);
-    auto &save = trajectory_save();
     bool streaming =
         save_flag(&trajectory_save_state::started) && !save_flag(&trajectory_save_state::no_file);
     if (streaming) {
@@ -302,16 +257,12 @@ int wait_save_single(ka_robot_handle *handle) {
         while (!save_flag(&trajectory_save_state::complete) && arm_connected(handle))
             ka_pack_lock_wait(save_function, handle, "point", scratch, sizeof scratch,
                               save_follow_ms);
-        std::lock_guard<std::mutex> lock(save.mutex);
-        close_save_file(save);
+        save_close();
         return 0;
     }
-    {
-        // Nothing arrived yet: the file stays open for points that come
-        // later; the next save (or closing the library) closes it.
-        std::lock_guard<std::mutex> lock(save.mutex);
-        if (save.file) return 0;
-    }
+    // Nothing arrived yet: the file stays open for points that come later;
+    // the next save (or closing the library) closes it.
+    if (save_file_open()) return 0;
     ka_log_error("The file is closed\n");
     return -6;
 }
@@ -507,7 +458,7 @@ int ka_set_program_id_run(ka_robot_handle *handle, int id, int speed, int timeou
 
 int ka_save_trajectory(ka_robot_handle *handle, const char *path, int *num) {
     if (!path || !num) return -1;
-    if (!begin_save(path)) {
+    if (!save_begin(path)) {
         ka_log_error("[%s] File open error!", save_function);
         return -4;
     }
@@ -534,17 +485,14 @@ int ka_save_trajectory(ka_robot_handle *handle, const char *path, int *num) {
     ka_log_info("[%s] Save state: true\n", save_function);
     int total = MIO_JSON_GetObjectItemInt(doc.get(), "total_num");
     *num = total;
-    {
-        auto &save = trajectory_save();
-        std::lock_guard<std::mutex> lock(save.mutex);
-        save.total = total;
-    }
+    save_set_total(total);
     if (total < 0) {
         ka_log_error("[%s] Trajectory total num parse err\n", save_function);
         return -3;
     }
     ka_log_info("[%s] Trajectory total num: %d\n", save_function, total);
-    return thread_mode() == KA_THREAD_MODE_SINGLE ? wait_save_single(handle) : wait_save_threaded();
+    return thread_mode() == KA_THREAD_MODE_SINGLE ? wait_save_single(handle)
+                                                  : save_wait_threaded(first_point_wait);
 }
 
 int countLinesInFile(const char *path) {

@@ -4,7 +4,7 @@
 #include "core/transport.h"
 #include "core/arm.h"
 #include "core/json.h"
-#include "core/save_state.h"
+#include "core/trajectory_save.h"
 #include "core/worker.h"
 
 #include <algorithm>
@@ -56,68 +56,6 @@ void deliver_event(const arm_record &arm, const cJSON *doc, int type) {
         event.finish_id = MIO_JSON_GetObjectItemInt(doc, "finish_id");
     }
     if (auto callback = event_callback.load()) callback(event);
-}
-
-// Receive thread: a "point" line of a trajectory save goes to the save file.
-void save_point_threaded(const char *line, size_t length, const cJSON *point) {
-    auto &save = trajectory_save();
-    std::lock_guard<std::mutex> lock(save.mutex);
-    if (!cJSON_IsArray(point)) {
-        save.no_file = true;
-        ka_log_error("Error: 'point' is not an array. %s\n", line);
-    } else if (!save.file) {
-        save.no_file = true;
-    } else {
-        std::fwrite(line, 1, length, save.file);
-        std::fputs("\r\n", save.file);
-        std::fflush(save.file);
-        save.started = true;
-        save.last_point = std::chrono::steady_clock::now();
-        ++save.count;
-        ka_log_debug("drag_teach_count:  %d  drag_teach_total_num: %d\n", save.count, save.total);
-        if (save.count != 0 && save.count == save.total) save.complete = true;
-    }
-    save.changed.notify_all();
-}
-
-// Single-thread mode: the commanding thread met a "point" line.
-void save_point_direct(const arm_record &arm, const std::string &line) {
-    auto &save = trajectory_save();
-    std::lock_guard<std::mutex> lock(save.mutex);
-    save.started = true;
-    save.last_point = std::chrono::steady_clock::now();
-    if (save.file) {
-        save.no_file = false;
-        char copy[2048];
-        copy_out(copy, sizeof copy, line.data(), line.size());
-        ka_log_debug("drag_save len %d robot_handle: %d drag_save:%s\n",
-                     static_cast<int>(line.size()), load_public(arm.pub.id), copy);
-        // The line keeps its own "\r\n" unless the copy had to cut it off.
-        std::fputs(copy, save.file);
-        if (!std::strstr(copy, "\r\n")) std::fputs("\r\n", save.file);
-        std::fflush(save.file);
-    } else {
-        save.no_file = true;
-    }
-    save.changed.notify_all();
-}
-
-// Silence after the latest point ends the stream of a running save. The
-// milliseconds left until it would end, or -1 when no save waits for it.
-// Measured from the latest point, so traffic on other arms cannot put the
-// end off.
-int save_check_silence() {
-    auto &save = trajectory_save();
-    std::lock_guard<std::mutex> lock(save.mutex);
-    if (!save.started || save.complete) return -1;
-    auto quiet = std::chrono::steady_clock::now() - save.last_point;
-    if (quiet >= save_quiet) {
-        save.complete = true;
-        save.changed.notify_all();
-        return -1;
-    }
-    return static_cast<int>(
-        std::chrono::ceil<std::chrono::milliseconds>(save_quiet - quiet).count());
 }
 
 // Takes the first queued line named `name`; the queue's mutex is held.
@@ -384,12 +322,6 @@ void direct_drain(arm_record &arm) {
 
 } // namespace
 
-// At namespace scope, so it is built before the receive thread and outlives
-// it when the process exits.
-trajectory_save_state save_state;
-
-trajectory_save_state &trajectory_save() { return save_state; }
-
 arm_record::~arm_record() {
     if (socket) platform::close_socket(socket->fd);
 }
@@ -400,12 +332,7 @@ void receiver_start() { receiver().start(receive_loop); }
 // left open is closed, and a save still waiting sees that it has no file.
 void receiver_stop() {
     receiver().stop();
-    auto &save = trajectory_save();
-    std::lock_guard<std::mutex> lock(save.mutex);
-    if (save.file) std::fclose(save.file);
-    save.file = nullptr;
-    save.no_file = true;
-    save.changed.notify_all();
+    save_receive_stopped();
 }
 
 void receiver_wake() { receiver().wake(); }
