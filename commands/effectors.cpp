@@ -1,8 +1,7 @@
 // End effectors on the tool flange: the electric gripper and the dexterous
 // hand. Their actions are accepted at once and, when the caller blocks,
 // followed until the controller reports that the effector's move has ended.
-#include "commands/device_wait.h"
-#include "commands/motion_wait.h"
+#include "commands/wait.h"
 #include "core/command.h"
 
 #include <iterator>
@@ -16,48 +15,47 @@ namespace {
 // clients have always seen them.
 struct effector_action {
     cmd::set_command accept; // the accepting line and its result key
-    int device;
-    int no_report;    // status when no report came within the caller's time-out
-    int other_device; // status when another device's report came
-    bool log_timeout; // "[%s] timeout error\n" when no report came
+    wait::policy wait;       // one read of the report within the caller's time-out
 };
+
+// An effector's report is read once; one without "trajectory_state" counts
+// as a normal end.
+constexpr effector_action effector(cmd::set_command accept, int device, int no_report,
+                                   int other_device, bool log_no_report) {
+    wait::policy p{accept.function};
+    p.device = device;
+    p.order = wait::read_order::report_only;
+    p.strict_reading = false;
+    p.no_report = no_report;
+    p.other_device = other_device;
+    p.log_no_report = log_no_report;
+    return {accept, p};
+}
 
 // Every gripper action is answered under this one name, whatever was sent.
 constexpr const char *gripper_reply = "set_gripper";
 
 // clang-format off
-constexpr effector_action release{ {"ka_set_gripper_release",  "set_gripper_release",  gripper_reply,      "state",     m_nOutTime_max}, device::gripper, -4, -4, false};
-constexpr effector_action pick{    {"ka_set_gripper_pick",     "set_gripper_pick",     gripper_reply,      "state",     m_nOutTime_max}, device::gripper, -4, -5, false};
-constexpr effector_action pick_on{ {"ka_set_gripper_pick_on",  "set_gripper_pick_on",  gripper_reply,      "state",     m_nOutTime_max}, device::gripper, -4, -5, false};
-constexpr effector_action position{{"ka_set_gripper_position", "set_gripper_position", gripper_reply,      "state",     m_nOutTime_max}, device::gripper, -4, -5, true};
-constexpr effector_action posture{ {"ka_set_hand_posture",     "set_hand_posture",     "set_hand_posture", "set_state", m_nOutTime_max}, device::hand,    -5, -4, false};
-constexpr effector_action sequence{{"ka_set_hand_seq",         "set_hand_seq",         "set_hand_seq",     "set_state", m_nOutTime_max}, device::hand,    -5, -4, false};
+constexpr effector_action release  = effector({"ka_set_gripper_release",  "set_gripper_release",  gripper_reply,      "state",     m_nOutTime_max}, wait::gripper, -4, -4, false);
+constexpr effector_action pick     = effector({"ka_set_gripper_pick",     "set_gripper_pick",     gripper_reply,      "state",     m_nOutTime_max}, wait::gripper, -4, -5, false);
+constexpr effector_action pick_on  = effector({"ka_set_gripper_pick_on",  "set_gripper_pick_on",  gripper_reply,      "state",     m_nOutTime_max}, wait::gripper, -4, -5, false);
+constexpr effector_action position = effector({"ka_set_gripper_position", "set_gripper_position", gripper_reply,      "state",     m_nOutTime_max}, wait::gripper, -4, -5, true);
+constexpr effector_action posture  = effector({"ka_set_hand_posture",     "set_hand_posture",     "set_hand_posture", "set_state", m_nOutTime_max}, wait::hand,    -5, -4, false);
+constexpr effector_action sequence = effector({"ka_set_hand_seq",         "set_hand_seq",         "set_hand_seq",     "set_state", m_nOutTime_max}, wait::hand,    -5, -4, false);
 // clang-format on
 
 // Accepted, then with block the effector's report within `timeout` seconds.
 int run_action(const effector_action &a, ka_robot_handle *handle,
                std::initializer_list<ka_request_field> fields, bool block, int timeout) {
     // Held from before the request goes out, so that the report cannot be
-    // dropped by a lookup between the acceptance and the wait.
-    std::optional<motion::blocking_scope> scope;
-    if (block) scope.emplace(handle);
-    // An answer nobody read (a gripper action that was only sent, or one
-    // that came after its time-out) must not be taken for this one's.
-    cmd::forget(handle, a.accept.reply);
+    // dropped by a lookup between the acceptance and the wait. An answer
+    // nobody read (a gripper action that was only sent, or one that came
+    // after its time-out) must not be taken for this one's.
+    wait::session session(handle, a.wait, block, a.accept.reply);
     int status = cmd::run(a.accept, handle, fields);
     if (status != 0) return status;
     if (!block) return status;
-    const char *function = a.accept.function;
-    auto r =
-        device::next_report(handle, function, device::milliseconds(timeout), reply_buffer_size);
-    if (!r) {
-        if (a.log_timeout) ka_log_error("[%s] timeout error\n", function);
-        return a.no_report;
-    }
-    if (auto bad = device::ended_badly(*r)) return *bad;
-    if (r->device == a.device) return 0;
-    ka_log_error("[%s] current device is: %d \n", function, r->device);
-    return a.other_device;
+    return session.wait(timeout, status);
 }
 
 // A gripper action with neither block nor time-out is only sent, and paced

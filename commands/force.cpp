@@ -1,7 +1,7 @@
 // Force sensing, drag teaching and force-position control: the sensor
 // readings and their calibration, hand-guided teaching with the replay of the
 // recorded path, and motion under a force target.
-#include "commands/motion_wait.h"
+#include "commands/wait.h"
 #include "core/command.h"
 
 #include <algorithm>
@@ -285,16 +285,13 @@ int ka_get_drag_teach_sensitivity(ka_robot_handle *handle, int *grade) {
 
 int ka_drag_trajectory_origin(ka_robot_handle *handle, int block) {
     constexpr const char *function = "ka_drag_trajectory_origin";
-    std::optional<motion::blocking_scope> scope;
-    if (block) scope.emplace(handle);
+    // The way to the first recorded point runs as a joint move.
+    static constexpr wait::policy origin_wait = wait::queried_motion(function, KA_TRAJECTORY_MOVEJ);
+    wait::session session(handle, origin_wait, block != 0);
     int sent = send_only(function, handle, "drag_trajectory_origin", {}, sent_only_pause_ms);
     if (sent != 0) return sent;
     if (!block) return 0;
-    // The way to the first recorded point runs as a joint move.
-    return motion::wait_for_completion(
-        handle,
-        {function, KA_TRAJECTORY_MOVEJ, motion::follow_style::query_first, reply_buffer_size},
-        block, 0);
+    return session.wait(block, 0);
 }
 
 int ka_run_drag_trajectory(ka_robot_handle *handle, int timeout) {
@@ -303,7 +300,10 @@ int ka_run_drag_trajectory(ka_robot_handle *handle, int timeout) {
         return -1;
     }
     if (timeout == 0) return send_only(replay_function, handle, replay_command, {}, 0);
-    if (thread_mode() == KA_THREAD_MODE_SINGLE)
+    // The verdict comes only once the replay is over. Read directly, it is
+    // the answer to the command; filed by the receive thread, the replay is
+    // followed until it ends.
+    if (wait::current_reader().direct)
         return cmd::run(cmd::set_command{replay_function, replay_command, replay_command,
                                          "run_state", seconds_to_ms(timeout)},
                         handle);

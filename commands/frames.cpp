@@ -1,5 +1,6 @@
 // Tool and work frames.
 #include "algo/handover.h"
+#include "commands/wait.h"
 #include "core/command.h"
 
 #include <algorithm>
@@ -261,7 +262,9 @@ int judge_refusal(const char *function, ka_robot_handle *handle, const char *rep
     return parse_ka_set_command(function, reply.text, "get_state");
 }
 
-bool single_thread_mode() { return thread_mode() == KA_THREAD_MODE_SINGLE; }
+// Read directly (thread mode 0), the refusal line is dropped while the first
+// wait runs.
+bool refusal_dropped() { return wait::current_reader().direct; }
 
 int read_given_tool_frame(ka_robot_handle *handle, const char *tool_name, ka_frame_t &frame) {
     constexpr const char *function = "ka_get_given_tool_frame";
@@ -273,7 +276,7 @@ int read_given_tool_frame(ka_robot_handle *handle, const char *tool_name, ka_fra
         int judged = judge_refusal(function, handle, "get_tool_frame", m_nOutTime);
         // Single-thread mode drops the refusal line while the first wait
         // runs, so a missing or unreadable second line counts as a refusal.
-        return single_thread_mode() && judged < 0 ? 1 : n;
+        return refusal_dropped() && judged < 0 ? 1 : n;
     }
     ka_reply_field fields[] = {cmd::text_field("tool_name"), cmd::ints_field("pose", 6),
                                cmd::int_field("payload"), cmd::ints_field("position", 3)};
@@ -296,7 +299,7 @@ int read_given_work_frame(ka_robot_handle *handle, const char *frame_name, ka_po
     if (n < 1) {
         int judged = judge_refusal(function, handle, "get_work_frame", m_nOutTime_max);
         bool came = judged != -1 && judged != -2;
-        return came || !single_thread_mode() ? judged : 1;
+        return came || !refusal_dropped() ? judged : 1;
     }
     ka_reply_field fields[] = {cmd::text_field("frame_name"), cmd::ints_field("pose", 6)};
     if (int parsed = common_json_parse(function, reply.text, fields, 2); parsed != 0) return parsed;

@@ -2,29 +2,31 @@
 // with a fixed pause, or waited for like a planned motion), continuous
 // teaching until a stop, the teach frame, and stopping, pausing, resuming or
 // discarding the running trajectory.
-#include "commands/motion_wait.h"
+#include "commands/wait.h"
 #include "core/command.h"
 
 namespace {
-
-using motion::follow_style;
 
 // One step. The blocking variant is accepted under the command's name with
 // "receive_state" and then followed as a trajectory of `kind`.
 struct step_command {
     const char *nblock_function; // label of the non-blocking send
-    const char *block_function;  // label of the blocking exchange and wait
     const char *command;
-    int kind;        // ka_arm_current_trajectory_e
-    int report_size; // bytes the completion report is read into
+    wait::policy wait; // labelled as the blocking exchange
 };
 
-constexpr step_command joint_step{"ka_set_joint_step_nblock", "ka_set_joint_step_block",
-                                  "set_joint_step", KA_TRAJECTORY_MOVEJ, reply_buffer_size};
-constexpr step_command pos_step{"ka_set_pos_step_nblock", "ka_set_pos_step_block", "set_pos_step",
-                                KA_TRAJECTORY_MOVEL, 256};
-constexpr step_command ort_step{"ka_set_ort_step_nblock", "ka_set_ort_step_block", "set_ort_step",
-                                KA_TRAJECTORY_MOVEL, 256};
+// A step is followed by question, asked again at once while it runs; the
+// Cartesian steps read their report into 256 bytes.
+constexpr wait::policy step_wait(const char *function, int kind, int report_size) {
+    return wait::queried_motion(function, kind, true, report_size);
+}
+constexpr step_command joint_step{
+    "ka_set_joint_step_nblock", "set_joint_step",
+    step_wait("ka_set_joint_step_block", KA_TRAJECTORY_MOVEJ, reply_buffer_size)};
+constexpr step_command pos_step{"ka_set_pos_step_nblock", "set_pos_step",
+                                step_wait("ka_set_pos_step_block", KA_TRAJECTORY_MOVEL, 256)};
+constexpr step_command ort_step{"ka_set_ort_step_nblock", "set_ort_step",
+                                step_wait("ka_set_ort_step_block", KA_TRAJECTORY_MOVEL, 256)};
 
 // Axis names on the wire, indexed by ka_pos_teach_type_e / ka_ort_teach_type_e.
 using axis_names = const char *const[3];
@@ -49,15 +51,14 @@ int run_step(const step_command &s, ka_robot_handle *handle,
     if (!block)
         return cmd::exchange(s.nblock_function, handle, s.command, fields, nullptr, m_nOutTime,
                              nullptr, 0);
-    motion::blocking_scope scope(handle);
+    wait::session session(handle, s.wait, true);
     cmd::reply_text reply;
-    int length = cmd::exchange(s.block_function, handle, s.command, fields, s.command, m_nOutTime,
+    int length = cmd::exchange(s.wait.function, handle, s.command, fields, s.command, m_nOutTime,
                                reply.text, sizeof reply.text);
     if (length < 1) return length;
-    int status = parse_ka_set_command(s.block_function, reply.text, "receive_state");
+    int status = parse_ka_set_command(s.wait.function, reply.text, "receive_state");
     if (status != 0) return status;
-    return motion::wait_for_completion(
-        handle, {s.block_function, s.kind, follow_style::step, s.report_size}, *block, length);
+    return session.wait(*block, length);
 }
 
 int step_joint(ka_robot_handle *handle, int joint_num, float step, int v, const int *block) {
@@ -69,7 +70,7 @@ int step_joint(ka_robot_handle *handle, int joint_num, float step, int v, const 
 
 int step_axis(const step_command &s, axis_names &axes, ka_robot_handle *handle, int type,
               int32_t step, int v, const int *block) {
-    const char *axis = axis_name(axes, type, block ? s.block_function : s.nblock_function);
+    const char *axis = axis_name(axes, type, block ? s.wait.function : s.nblock_function);
     if (!axis) return -1;
     return run_step(s, handle,
                     {cmd::number("v", v), cmd::number("step", step), cmd::text("step_type", axis)},

@@ -2,7 +2,7 @@
 // own (the call returns once the controller accepted it) or blocking (the
 // call returns once the controller reported it finished), and the query of
 // the running trajectory that the blocking waits use.
-#include "commands/motion_wait.h"
+#include "commands/wait.h"
 #include "core/command.h"
 
 #include <algorithm>
@@ -12,30 +12,30 @@
 
 namespace {
 
-using motion::follow_style;
-
 constexpr int accept_reply_size = 256;
 
 // One planned motion. The controller accepts it with a line named like the
 // command that carries "receive_state".
 struct motion_command {
-    const char *function;       // label of the call's log lines
-    const char *block_function; // label of the blocking exchange and device message
+    const char *function; // label of the call's log lines
     const char *command;
-    int kind; // ka_arm_current_trajectory_e the blocking wait follows
-    follow_style style;
+    wait::policy wait; // the blocking wait, labelled as the blocking exchange
 };
 
-constexpr auto reports = follow_style::report_first;
-constexpr motion_command movej_cmd{"ka_movej", "ka_movej", "movej", KA_TRAJECTORY_MOVEJ, reports};
-constexpr motion_command movel_cmd{"ka_movel", "ka_movel", "movel", KA_TRAJECTORY_MOVEL, reports};
+using wait::planned_motion;
+constexpr motion_command movej_cmd{"ka_movej", "movej",
+                                   planned_motion("ka_movej", KA_TRAJECTORY_MOVEJ)};
+constexpr motion_command movel_cmd{"ka_movel", "movel",
+                                   planned_motion("ka_movel", KA_TRAJECTORY_MOVEL)};
 // The blocking spline move has always labelled its exchange and its device
 // message as the linear move; that labelling is kept.
-constexpr motion_command moves_cmd{"ka_moves", "ka_movel", "moves", KA_TRAJECTORY_MOVES, reports};
-constexpr motion_command movec_cmd{"ka_movec", "ka_movec", "movec", KA_TRAJECTORY_MOVEC, reports};
+constexpr motion_command moves_cmd{"ka_moves", "moves",
+                                   planned_motion("ka_movel", KA_TRAJECTORY_MOVES)};
+constexpr motion_command movec_cmd{"ka_movec", "movec",
+                                   planned_motion("ka_movec", KA_TRAJECTORY_MOVEC)};
 // A joint move to a Cartesian target runs as a joint trajectory.
-constexpr motion_command movej_p_cmd{"ka_movej_p", "ka_movej_p", "movej_p", KA_TRAJECTORY_MOVEJ,
-                                     follow_style::query_first};
+constexpr motion_command movej_p_cmd{"ka_movej_p", "movej_p",
+                                     wait::queried_motion("ka_movej_p", KA_TRAJECTORY_MOVEJ)};
 
 // Sends the motion with `send(label, reply, size)` (the exchange's result),
 // judges "receive_state" and, for a blocking call (block given: seconds in
@@ -44,16 +44,14 @@ constexpr motion_command movej_p_cmd{"ka_movej_p", "ka_movej_p", "movej_p", KA_T
 template <typename Send>
 int run_motion(const motion_command &m, ka_robot_handle *handle, int connect, const int *block,
                Send send) {
-    std::optional<motion::blocking_scope> scope;
-    if (block) scope.emplace(handle);
+    wait::session session(handle, m.wait, block != nullptr);
     char reply[accept_reply_size] = {};
-    int length = send(block ? m.block_function : m.function, reply, static_cast<int>(sizeof reply));
+    int length = send(block ? m.wait.function : m.function, reply, static_cast<int>(sizeof reply));
     if (length < 1) return length;
     int status = parse_ka_set_command(m.function, reply, "receive_state");
-    if (status == 0) motion::expect_completion(handle);
+    if (status == 0) session.accepted();
     if (!block || status != 0 || connect == 1) return status;
-    return motion::wait_for_completion(
-        handle, {m.block_function, m.kind, m.style, reply_buffer_size}, *block, length);
+    return session.wait(*block, length);
 }
 
 // The motions built from typed fields: "command", "v", the target,

@@ -2,7 +2,7 @@
 // programs (list, run state, update, delete, default program), starting a
 // stored program and waiting for it to finish, and saving a drag-taught
 // trajectory that the controller streams back into a local file.
-#include "commands/motion_wait.h"
+#include "commands/wait.h"
 #include "core/command.h"
 #include "core/trajectory_save.h"
 #include "core/transport.h"
@@ -30,7 +30,6 @@ struct file_closer {
 using file_ptr = std::unique_ptr<FILE, file_closer>;
 
 constexpr const char *download_reply = "download_project";
-constexpr const char *finish_report = "program_run_finish";
 constexpr const char *send_function = "ka_send_project";
 constexpr const char *start_function = "ka_set_program_id_run";
 constexpr const char *start_command = "set_program_id_start";
@@ -48,12 +47,6 @@ constexpr int text_download_ms = 10000;
 constexpr int save_reply_size = 2048;
 constexpr int line_read_size = 1024; // a longer line is read, and counted, in parts
 constexpr size_t search_echo_chars = 28;
-
-// The run wait of the threaded modes.
-constexpr int run_state_failures = 5; // failed run-state queries tolerated in all
-constexpr int running_pause_ms = 1000;
-constexpr int not_started_pause_ms = 100;
-constexpr int not_started_passes = 10;
 
 // The threaded save waits this long for the first point.
 constexpr auto first_point_wait = std::chrono::milliseconds(2000);
@@ -172,73 +165,26 @@ int read_ints(const cJSON *array, int32_t *out, int capacity) {
     return count;
 }
 
-// Starting a stored program and waiting for it. A finish report carries the
-// id of the program that ended.
-struct finish {
-    bool arrived = false;
-    bool readable = false;
-    int id = 0;
-};
-
-finish next_finish(ka_robot_handle *handle, int timeout_ms) {
-    finish f;
-    cmd::reply_text reply;
-    if (ka_pack_lock_wait(start_function, handle, finish_report, reply.text, sizeof reply.text,
-                          timeout_ms) < 1)
-        return f;
-    f.arrived = true;
-    json_ptr doc = json_parse(reply.text);
-    const cJSON *id = doc ? cJSON_GetObjectItem(doc.get(), "finish_id") : nullptr;
-    f.readable = cJSON_IsNumber(id);
-    if (f.readable) f.id = json_int(id);
-    return f;
-}
-
-// Thread mode 0: one read of up to `seconds` for the finish report.
-int wait_single(ka_robot_handle *handle, int id, int seconds) {
-    int timeout_ms = seconds > INT_MAX / 1000 ? INT_MAX : seconds * 1000;
-    finish f = next_finish(handle, timeout_ms);
-    return f.arrived && f.readable && f.id == id ? 0 : -4;
-}
-
-// Threaded modes: follows the run state until the program was seen running
-// and is idle again, then takes its finish report. A finish for another
-// program keeps the wait going. The pauses are spent waiting for the report,
-// so a finish ends them early.
-int follow_run_state(ka_robot_handle *handle, int id) {
-    int failures = 0;
-    int idle_passes = 0;
-    bool seen_running = false;
-    for (;;) {
-        ka_program_run_state_t state{};
-        int status = ka_get_program_run_state(handle, &state);
-        if (status != 0) {
-            if (++failures > run_state_failures) return status;
-            continue;
-        }
-        int pause_ms = 0;
-        if (state.run_state == 1) {
-            seen_running = true;
-            pause_ms = running_pause_ms;
-        } else if (state.run_state != 0) {
-            continue; // a state of the controller's own: ask again
-        } else if (!seen_running && ++idle_passes <= not_started_passes) {
-            pause_ms = not_started_pause_ms;
-        }
-        finish f = next_finish(handle, pause_ms ? pause_ms : m_nOutTime);
-        if (!f.arrived) {
-            if (pause_ms) continue;
-            return -4;
-        }
-        if (!f.readable) return -4;
-        if (f.id == id) return 0;
-    }
-}
-
-// The start was accepted: its finish report is now expected on the arm.
-void expect_finish(const ka_robot_handle *handle) {
-    if (arm_ptr arm = registry_find(handle)) arm->awaited_event.store(2);
-}
+// Starting a stored program and waiting for it: the run state is asked
+// after (1 running, 0 idle, anything else asked again at once) until the
+// program was seen running and is idle again, then its finish report is
+// taken; a finish for another program keeps the wait going. The pauses are
+// spent waiting for the report, so a finish ends them early. Read directly,
+// one read of the caller's seconds.
+constexpr wait::policy run_wait = [] {
+    wait::policy w{start_function};
+    w.report = wait::finish_report;
+    w.awaited_event = 2;
+    w.order = wait::read_order::query_first;
+    w.poll = wait::poll_kind::program;
+    w.running_pause_ms = 1000;
+    w.starting_passes = 10;
+    w.other_pause_ms = -1;
+    w.idle_wait_ms = m_nOutTime;
+    w.idle_miss_ends = true;
+    w.direct = wait::direct_read::one_read;
+    return w;
+}();
 
 bool arm_connected(const ka_robot_handle *handle) {
     arm_ptr arm = registry_find(handle);
@@ -430,11 +376,8 @@ int ka_get_default_run_program(ka_robot_handle *handle, int *id) {
 // Written out by hand: "speed" is sent only when given, and a blocking start
 // follows the program to its end.
 int ka_set_program_id_run(ka_robot_handle *handle, int id, int speed, int timeout) {
-    std::optional<motion::blocking_scope> scope;
-    if (timeout != 0) {
-        scope.emplace(handle);
-        cmd::forget(handle, finish_report);
-    }
+    const bool block = timeout != 0;
+    wait::session session(handle, run_wait, block, block ? wait::finish_report : nullptr);
     const ka_request_field fields[] = {cmd::text("command", start_command), cmd::number("id", id),
                                        cmd::number("speed", speed)};
     cmd::reply_text reply;
@@ -443,17 +386,9 @@ int ka_set_program_id_run(ka_robot_handle *handle, int id, int speed, int timeou
     if (length < 1) return length;
     int status = parse_ka_set_command(start_function, reply.text, "start_state");
     if (status != 0) return status;
-    expect_finish(handle);
-    if (timeout == 0) return 0;
-    switch (thread_mode()) {
-    case KA_THREAD_MODE_SINGLE:
-        return wait_single(handle, id, timeout);
-    case KA_THREAD_MODE_DUAL:
-    case KA_THREAD_MODE_TRIPLE:
-        return follow_run_state(handle, id);
-    default:
-        return length; // no reader: the start exchange's result, as always
-    }
+    session.accepted();
+    if (!block) return 0;
+    return session.wait(timeout, length, id);
 }
 
 int ka_save_trajectory(ka_robot_handle *handle, const char *path, int *num) {
@@ -491,8 +426,9 @@ int ka_save_trajectory(ka_robot_handle *handle, const char *path, int *num) {
         return -3;
     }
     ka_log_info("[%s] Trajectory total num: %d\n", save_function, total);
-    return thread_mode() == KA_THREAD_MODE_SINGLE ? wait_save_single(handle)
-                                                  : save_wait_threaded(first_point_wait);
+    // Read directly, the caller's own reads write the points.
+    return wait::current_reader().direct ? wait_save_single(handle)
+                                         : save_wait_threaded(first_point_wait);
 }
 
 int countLinesInFile(const char *path) {

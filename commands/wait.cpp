@@ -1,0 +1,269 @@
+#include "commands/wait.h"
+
+#include "core/command.h"
+#include "core/exchange.h"
+#include "core/json.h"
+#include "core/scale.h"
+
+#include <algorithm>
+#include <climits>
+#include <optional>
+
+namespace wait {
+namespace {
+
+// What a report said.
+struct report {
+    int reading = 0; // parse_ka_move_command: 1 ended, 0 ended false, -3 unparsable, -1 no state
+    int device = 0;
+    int connect = 0; // 1 while further connected segments follow
+    int finish_id = 0;
+    bool readable = true; // a program finish with a numeric "finish_id"
+};
+
+// The next report within timeout_ms, read into `size` bytes at most; empty
+// when none came.
+std::optional<report> next_report(ka_robot_handle *handle, const policy &p, int timeout_ms,
+                                  int size) {
+    char text[reply_buffer_size] = {};
+    size = std::clamp(size, 1, static_cast<int>(sizeof text));
+    if (ka_pack_lock_wait(p.function, handle, p.report, text, size, timeout_ms) < 1)
+        return std::nullopt;
+    report r;
+    if (p.poll == poll_kind::program) {
+        json_ptr doc = json_parse(text);
+        const cJSON *id = doc ? cJSON_GetObjectItem(doc.get(), "finish_id") : nullptr;
+        r.readable = cJSON_IsNumber(id);
+        if (r.readable) r.finish_id = json_int(id);
+        return r;
+    }
+    r.reading = parse_ka_move_command(text, &r.device, &r.connect);
+    return r;
+}
+
+// The status a report's reading ends the wait with; empty for a normal end.
+std::optional<int> ended_badly(const report &r, const policy &p) {
+    if (r.reading == 1) return std::nullopt;
+    if (r.reading == 0) return 1;
+    if (p.strict_reading || r.reading == -3) return r.reading;
+    return std::nullopt;
+}
+
+// A verdict on a report: the wait's result, or empty to go on.
+using verdict = std::optional<int>;
+
+// A program's finish: its own id ends the wait, another program's is passed
+// over, an unreadable one ends it with -4.
+verdict judge_finish(const report &r, int id) {
+    if (!r.readable) return -4;
+    if (r.finish_id == id) return 0;
+    return std::nullopt;
+}
+
+// A completion report: ended badly, connected segments to come, the awaited
+// device's end, or another device's end (-4, logged).
+verdict judge(const report &r, const policy &p, int id) {
+    if (p.poll == poll_kind::program) return judge_finish(r, id);
+    if (auto bad = ended_badly(r, p)) return bad;
+    if (r.connect == 1) return std::nullopt;
+    if (r.connect == 0 && r.device == p.device) return 0;
+    ka_log_error("[%s] current device is: %d \n", p.function, r.device);
+    return -4;
+}
+
+// Where a motion stands by the controller's answer to the wait's question.
+enum class phase { failed, running, idle, other };
+struct answer {
+    phase at;
+    int status = 0;
+};
+
+answer ask(ka_robot_handle *handle, const policy &p) {
+    switch (p.poll) {
+    case poll_kind::trajectory: {
+        ka_arm_current_trajectory_e kind = KA_TRAJECTORY_NONE;
+        float data[KA_JOINTS] = {};
+        if (int status = ka_get_arm_current_trajectory(handle, &kind, data); status != 0)
+            return {phase::failed, status};
+        if (kind == p.kind) return {phase::running};
+        return {kind == KA_TRAJECTORY_NONE ? phase::idle : phase::other};
+    }
+    case poll_kind::axis_state: {
+        int mode = 0;
+        if (int status = p.axis_state(handle, &mode); status != 0) return {phase::failed, status};
+        return {mode != 0 ? phase::running : phase::idle};
+    }
+    case poll_kind::program: {
+        ka_program_run_state_t state{};
+        if (int status = ka_get_program_run_state(handle, &state); status != 0)
+            return {phase::failed, status};
+        if (state.run_state == 1) return {phase::running};
+        return {state.run_state == 0 ? phase::idle : phase::other};
+    }
+    }
+    return {phase::failed, -1};
+}
+
+// Threaded, report first: every pause is spent waiting for the report, so a
+// report ends it at once.
+int follow_reports(ka_robot_handle *handle, const policy &p, int id) {
+    int failures = 0;
+    int idle = 0;
+    bool seen = false;
+    int report_ms = m_nOutTime;
+    for (;;) {
+        if (auto r = next_report(handle, p, report_ms, p.report_size)) {
+            report_ms = m_nOutTime;
+            if (!p.lenient_while_running) {
+                if (auto done = judge(*r, p, id)) return *done;
+                continue;
+            }
+            if (auto bad = ended_badly(*r, p)) return *bad;
+            // Connected motions follow, or another device finished.
+            if (r->connect == 1 || r->device != p.device) continue;
+            if (r->connect == 0) return 0;
+        }
+        const answer a = ask(handle, p);
+        if (a.at == phase::failed) {
+            report_ms = m_nOutTime;
+            if (++failures >= p.failure_limit) return a.status;
+            continue;
+        }
+        if (a.at == phase::running) {
+            seen = true;
+            report_ms = m_nOutTime + p.running_pause_ms;
+            continue;
+        }
+        if (a.at == phase::other) {
+            report_ms = m_nOutTime + p.other_pause_ms;
+            continue;
+        }
+        if (!seen && ++idle <= p.starting_passes) {
+            report_ms = m_nOutTime + p.starting_pause_ms;
+            continue;
+        }
+        // Seen idle: its report should be in by now.
+        report_ms = m_nOutTime + p.late_pause_ms;
+        if (auto r = next_report(handle, p, m_nOutTime, p.report_size)) {
+            if (auto done = judge(*r, p, id)) return *done;
+            report_ms = m_nOutTime;
+        }
+    }
+}
+
+// Threaded, question first: the report is taken once the motion was seen
+// idle; the pause between two questions is spent waiting for it.
+int follow_queries(ka_robot_handle *handle, const policy &p, int id) {
+    int failures = 0;
+    int idle = 0;
+    bool seen = false;
+    for (;;) {
+        const answer a = ask(handle, p);
+        if (a.at == phase::failed) {
+            if (++failures >= p.failure_limit) return a.status;
+            continue;
+        }
+        int pause_ms = p.starting_pause_ms;
+        if (a.at == phase::running) {
+            seen = true;
+            if (p.requery_while_running) continue;
+            pause_ms = p.running_pause_ms;
+        } else if (a.at == phase::other) {
+            if (p.other_pause_ms < 0) continue;
+            pause_ms = p.other_pause_ms;
+        } else if (seen || ++idle > p.starting_passes) {
+            if (auto r = next_report(handle, p, p.idle_wait_ms, p.report_size)) {
+                if (auto done = judge(*r, p, id)) return *done;
+                continue;
+            }
+            if (p.idle_miss_ends) return -4;
+        }
+        if (auto r = next_report(handle, p, pause_ms, p.report_size))
+            if (auto done = judge(*r, p, id)) return *done;
+    }
+}
+
+// Thread mode 0: nothing files reports, so each read takes the socket.
+int follow_direct(ka_robot_handle *handle, const policy &p, int seconds, int id) {
+    if (p.direct == direct_read::one_read) {
+        const int timeout_ms = seconds > INT_MAX / 1000 ? INT_MAX : seconds * 1000;
+        auto r = next_report(handle, p, timeout_ms, reply_buffer_size);
+        return r && judge_finish(*r, id) == 0 ? 0 : -4;
+    }
+    if (seconds == 0) return -5;
+    for (int attempt = 0; attempt < seconds; ++attempt) {
+        auto r = next_report(handle, p, m_nOutTime_max, p.direct_report_size);
+        if (!r) continue;
+        if (auto bad = ended_badly(*r, p)) return *bad;
+        if (r->device == p.device && r->connect == 0) return 0;
+    }
+    return -5;
+}
+
+// One read of the report within the caller's time-out (report_only).
+int read_once(ka_robot_handle *handle, const policy &p, int seconds) {
+    auto r = next_report(handle, p, milliseconds(seconds), p.report_size);
+    if (!r) {
+        if (p.log_no_report) ka_log_error("[%s] timeout error\n", p.function);
+        return p.no_report;
+    }
+    if (auto bad = ended_badly(*r, p)) return *bad;
+    if (r->device == p.device) return 0;
+    ka_log_error("[%s] current device is: %d \n", p.function, r->device);
+    return p.other_device;
+}
+
+} // namespace
+
+session::session(ka_robot_handle *handle, const policy &p, bool blocking, const char *forget)
+    : handle_(handle), policy_(p), arm_(blocking ? registry_find(handle) : nullptr),
+      blocking_(blocking) {
+    if (arm_) {
+        arm_->blocking_waits.fetch_add(1);
+        purge_lines(*arm_, completion_report);
+    }
+    if (forget) cmd::forget(handle, forget);
+}
+
+session::~session() {
+    if (arm_) arm_->blocking_waits.fetch_sub(1);
+}
+
+void session::accepted() const {
+    if (arm_ptr arm = registry_find(handle_)) arm->awaited_event.store(policy_.awaited_event);
+}
+
+int session::wait(int block, int accepted_length, int id) const {
+    const policy &p = policy_;
+    if (p.order == read_order::report_only) return read_once(handle_, p, block);
+    const reader &r = current_reader();
+    if (r.direct) return follow_direct(handle_, p, block, id);
+    if (r.threaded)
+        return p.order == read_order::report_first ? follow_reports(handle_, p, id)
+                                                   : follow_queries(handle_, p, id);
+    return p.no_reader_fixed ? p.no_reader : accepted_length;
+}
+
+const reader &current_reader() {
+    static constexpr reader direct{true, false}, threaded{false, true}, none{false, false};
+    switch (thread_mode()) {
+    case KA_THREAD_MODE_SINGLE:
+        return direct;
+    case KA_THREAD_MODE_DUAL:
+    case KA_THREAD_MODE_TRIPLE:
+        return threaded;
+    default:
+        return none;
+    }
+}
+
+int milliseconds(int seconds) { return scale::truncate(static_cast<double>(seconds) * 1000.0); }
+
+} // namespace wait
+
+// The direct wait on its own, whatever the mode.
+extern "C" int ka_movecmd_singlemode_parse(ka_robot_handle *handle, int timeout, int device) {
+    wait::policy p{"ka_movecmd_singlemode_parse"};
+    p.device = device;
+    return wait::follow_direct(handle, p, timeout, 0);
+}

@@ -1,0 +1,150 @@
+// The one engine every blocking command waits on. The controller accepts a
+// motion (of the arm, the gripper, the hand, the lift or the expansion axis)
+// or a program at once and reports its end later: "current_trajectory_state"
+// with the device whose move ended, or "program_run_finish" with the
+// program's id. A blocking call holds a wait::session from before its
+// request goes out until its wait ends, and describes its wait as data (a
+// wait::policy); how the wait is carried out depends on who reads the
+// connection, chosen once at ka_init (wait::reader): the caller's own thread
+// (thread mode 0), the receive thread (modes 1 and 2), or nobody.
+#pragma once
+
+#include "core/arm.h"
+#include "core/exchange.h"
+
+namespace wait {
+
+// The report that ends a motion of any device, and the one that ends a program.
+constexpr const char *completion_report = "current_trajectory_state";
+constexpr const char *finish_report = "program_run_finish";
+
+// The "device" codes of a completion report.
+enum device_code : int { arm = 0, gripper = 1, hand = 2, lift = 3, expand = 4 };
+
+// What a threaded wait asks the controller while it follows the motion.
+enum class poll_kind {
+    trajectory, // the running trajectory: the motion runs while it is `kind`
+    axis_state, // the axis's state read (`axis_state`): it moves while "mode" is not 0
+    program,    // the program run state: it runs while "run_state" is 1
+};
+
+// In which order a threaded wait reads.
+enum class read_order {
+    // The report; the controller is asked only while the report is late.
+    report_first,
+    // The question first; the report is read in the pauses between two
+    // questions, and at length once the motion was seen idle.
+    query_first,
+    // One read of the report within the caller's time-out, in every mode.
+    report_only,
+};
+
+// How a direct read (thread mode 0) waits.
+enum class direct_read {
+    per_second, // `block` reads of up to one second each; -5 when none ended it
+    one_read,   // one read of up to `block` seconds; -4 when it did not end it
+};
+
+struct policy {
+    const char *function;                   // label of the reads and the device line
+    const char *report = completion_report; // the line that ends the wait
+    int device = arm;                       // whose completion report ends it
+    int report_size = reply_buffer_size;    // bytes a report is read into
+    int awaited_event = 1;                  // flag the accepted request sets: 1 report, 2 finish
+    read_order order = read_order::report_first; // threaded modes
+    poll_kind poll = poll_kind::trajectory;      // threaded modes
+    int kind = 0; // ka_arm_current_trajectory_e (poll_kind::trajectory)
+    // The axis's state read (poll_kind::axis_state): its status, and "mode".
+    int (*axis_state)(ka_robot_handle *handle, int *mode) = nullptr;
+    bool requery_while_running = false; // steps: ask again at once while the step runs
+    // While the motion runs, a report of another device is passed over and one
+    // with an unexpected "trajectory_connect" sends the wait back to its
+    // question (the planned motions); otherwise every report is judged as
+    // the one that ends the wait.
+    bool lenient_while_running = false;
+    // A report whose reading is not 1 (ended false 0, unparsable -3, no
+    // "trajectory_state" -1) ends the wait with that reading (0 as 1); when
+    // not strict, a report without "trajectory_state" counts as a normal end.
+    bool strict_reading = true;
+    int running_pause_ms = 100;        // between two questions while it runs
+    int starting_pause_ms = 100;       // between two questions before it was seen running
+    int starting_passes = 9;           // idle answers before it is taken as ended anyway
+    int other_pause_ms = 100;          // after an answer of another kind; -1 asks again at once
+    int late_pause_ms = 100;           // report_first: after the report was still late once idle
+    int idle_wait_ms = m_nOutTime_max; // query_first: the read once it was seen idle
+    bool idle_miss_ends = false;       // query_first: no report in that read ends it with -4
+    int failure_limit = 6;             // failed questions that end the wait with the last status
+    direct_read direct = direct_read::per_second;
+    int direct_report_size = 256; // bytes a direct read takes (per_second)
+    // report_only: results when no report came, and when another device's came.
+    int no_report = -4;
+    int other_device = -4;
+    bool log_no_report = false; // "[%s] timeout error\n"
+    // The result without a receive path (a mode other than 0, 1 and 2);
+    // accepted_length when unset.
+    int no_reader = 0;
+    bool no_reader_fixed = false;
+};
+
+// The policies of the arm's motions. A planned motion: the report first,
+// another device's report passed over while it runs.
+constexpr policy planned_motion(const char *function, int kind) {
+    policy p{function};
+    p.kind = kind;
+    p.lenient_while_running = true;
+    return p;
+}
+// A motion followed by question (ka_movej_p, the way to a recorded
+// trajectory's start, and with requery the steps).
+constexpr policy queried_motion(const char *function, int kind, bool requery = false,
+                                int report_size = reply_buffer_size) {
+    policy p{function};
+    p.kind = kind;
+    p.order = read_order::query_first;
+    p.requery_while_running = requery;
+    p.report_size = report_size;
+    return p;
+}
+
+// Held by a blocking call from before its request is sent until its wait
+// ends. Reports still queued from earlier non-blocking requests are purged
+// (and the lines named `forget`, an answer nobody read), so that they cannot
+// end this wait, and while the session lives no lookup on the arm drops a
+// completion report (the waiter's own questions included). Not blocking:
+// only the lines named `forget` are dropped.
+class session {
+  public:
+    session(ka_robot_handle *handle, const policy &p, bool blocking, const char *forget = nullptr);
+    ~session();
+    session(const session &) = delete;
+    session &operator=(const session &) = delete;
+
+    // The request was accepted: its report is now expected on the arm.
+    void accepted() const;
+    // Waits for the accepted request to end. block: seconds in thread mode 0,
+    // a flag otherwise (report_only: seconds in every mode). For a program,
+    // id is the one whose finish ends the wait. 0 ended, 1 ended with
+    // "trajectory_state" false, -3 unparsable report, -4 another device's
+    // end, -5 none within the seconds of thread mode 0, or the last failed
+    // question's status; without a receive path, the policy's no_reader or
+    // accepted_length.
+    int wait(int block, int accepted_length, int id = 0) const;
+
+  private:
+    ka_robot_handle *handle_;
+    const policy &policy_;
+    arm_ptr arm_;
+    bool blocking_;
+};
+
+// Who reads the connection, as the mode given to ka_init makes it.
+struct reader {
+    bool direct;   // the caller's own thread reads (thread mode 0)
+    bool threaded; // the receive thread files every line (modes 1 and 2)
+};
+const reader &current_reader();
+
+// A caller's time-out in seconds as milliseconds, saturated.
+int milliseconds(int seconds);
+
+} // namespace wait
