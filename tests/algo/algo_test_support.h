@@ -142,19 +142,15 @@ inline ik_frame frame_of(const ka_pose_t &p) {
     return frame_of(p.position.x, p.position.y, p.position.z, p.euler.rx, p.euler.ry, p.euler.rz);
 }
 
-// The table keeps twists as floats; one within 1e-6 of a multiple of pi/2
-// denotes that multiple exactly (cos(float(pi/2)) is -4e-8, not 0).
+// The table keeps twists as floats, so cos(float(pi/2)) is -4e-8, not 0.
+// Written apart from the library: the cosine and sine of the twist as it
+// is, with a part below 1e-6 taken as the 0 it stands for (and the other
+// part then as +-1).
 inline void twist_cos_sin(float alpha, double *c, double *s) {
-    const double quarter = std::nearbyint(alpha / (k_pi / 2));
-    if (std::fabs(alpha - quarter * (k_pi / 2)) < 1e-6) {
-        static constexpr double cs[4][2] = {{1, 0}, {0, 1}, {-1, 0}, {0, -1}};
-        const int k = ((static_cast<int>(quarter) % 4) + 4) % 4;
-        *c = cs[k][0];
-        *s = cs[k][1];
-        return;
-    }
     *c = std::cos(static_cast<double>(alpha));
     *s = std::sin(static_cast<double>(alpha));
+    if (std::fabs(*c) < 1e-6) *c = 0.0, *s = std::copysign(1.0, *s);
+    if (std::fabs(*s) < 1e-6) *s = 0.0, *c = std::copysign(1.0, *c);
 }
 
 // Flange in the arm base frame: prod Rx(alpha) Tx(a) Rz(q + offset) Tz(d).
