@@ -20,8 +20,57 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+
+/* ---- the little the tour needs from the system: a monotonic clock, a
+ * sleep, the process id and the temporary directory ---- */
+
+#ifdef _WIN32
+#include <windows.h>
+
+static double seconds_now(void) {
+    LARGE_INTEGER count, frequency;
+    QueryPerformanceCounter(&count);
+    QueryPerformanceFrequency(&frequency);
+    return (double)count.QuadPart / (double)frequency.QuadPart;
+}
+
+static void sleep_until(double due) {
+    const double left = due - seconds_now();
+    if (left > 0) Sleep((DWORD)(left * 1000.0));
+}
+
+static long process_id(void) { return (long)GetCurrentProcessId(); }
+
+/* With '/' separators, as the library splits paths at the last '/'. */
+static void temp_directory(char *out, size_t size) {
+    DWORD length = GetTempPathA((DWORD)size, out);
+    if (length == 0 || length >= size) snprintf(out, size, ".");
+    for (char *c = out; *c; ++c)
+        if (*c == '\\') *c = '/';
+    length = (DWORD)strlen(out);
+    if (length > 1 && out[length - 1] == '/') out[length - 1] = '\0';
+}
+#else
 #include <time.h>
 #include <unistd.h>
+
+static double seconds_now(void) {
+    struct timespec t;
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return (double)t.tv_sec + (double)t.tv_nsec / 1e9;
+}
+
+static void sleep_until(double due) {
+    struct timespec t;
+    t.tv_sec = (time_t)due;
+    t.tv_nsec = (long)((due - (double)t.tv_sec) * 1e9);
+    clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &t, NULL);
+}
+
+static long process_id(void) { return (long)getpid(); }
+
+static void temp_directory(char *out, size_t size) { snprintf(out, size, "/tmp"); }
+#endif
 
 #define STREAM_RATE_HZ 100
 #define STREAM_SECONDS 2
@@ -30,12 +79,6 @@
 #define PROGRAM_ID 7 /* where the downloaded program is stored */
 
 static int failures = 0;
-
-static double seconds_now(void) {
-    struct timespec t;
-    clock_gettime(CLOCK_MONOTONIC, &t);
-    return (double)t.tv_sec + (double)t.tv_nsec / 1e9;
-}
 
 /* One line per step, wide enough to cover the status line it replaces. */
 static int step(const char *what, int code) {
@@ -115,7 +158,7 @@ static void start_push(ka_robot_handle *arm, const char *ip) {
         if (strcmp(ip, "127.0.0.1") == 0) {
             /* A port of this run's own: other simulators on this host may
              * push to the default port, and their datagrams would mix in. */
-            config.port = 20000 + (int)(getpid() % 20000);
+            config.port = 20000 + (int)(process_id() % 20000);
             snprintf(config.ip, sizeof config.ip, "%s", ip);
         }
         config.custom.joint_speed = 1;
@@ -141,10 +184,9 @@ static ka_pose_t offset(ka_pose_t pose, float dx, float dy, float dz) {
  * streamed at a steady rate against the clock (not after each send). */
 static int stream_joints(ka_robot_handle *arm, const float *start) {
     const int frames = STREAM_RATE_HZ * STREAM_SECONDS;
-    struct timespec due;
+    const double start_time = seconds_now();
     int first_error = 0;
 
-    clock_gettime(CLOCK_MONOTONIC, &due);
     for (int i = 1; i <= frames; ++i) {
         float target[KA_JOINTS];
         const double phase = 2.0 * 3.14159265358979 * i / frames;
@@ -154,12 +196,7 @@ static int stream_joints(ka_robot_handle *arm, const float *start) {
         target[0] = start[0] + STREAM_SWING_DEG * (float)(0.5 - 0.5 * cos(phase));
         code = ka_movej_canfd(arm, target, false, 0.0f);
         if (code != 0 && first_error == 0) first_error = code;
-        due.tv_nsec += 1000000000L / STREAM_RATE_HZ;
-        if (due.tv_nsec >= 1000000000L) {
-            due.tv_nsec -= 1000000000L;
-            ++due.tv_sec;
-        }
-        clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &due, NULL);
+        sleep_until(start_time + (double)i / STREAM_RATE_HZ);
     }
     return first_error;
 }
@@ -167,13 +204,15 @@ static int stream_joints(ka_robot_handle *arm, const float *start) {
 /* A short program: a trajectory of joint points (millidegrees, one JSON
  * line each), which the library turns into a project and downloads. */
 static int download_and_run(ka_robot_handle *arm, const float *around) {
-    char source[64];
-    char converted[64 + KA_PROJECT_PATH_SIZE];
+    char directory[200];
+    char source[256];
+    char converted[256 + KA_PROJECT_PATH_SIZE];
     ka_send_project_t project;
     int errline = 0, code;
     FILE *file;
 
-    snprintf(source, sizeof source, "/tmp/ka_tour_%ld.txt", (long)getpid());
+    temp_directory(directory, sizeof directory);
+    snprintf(source, sizeof source, "%s/ka_tour_%ld.txt", directory, process_id());
     file = fopen(source, "w");
     if (!file) return step("program written", -1);
     for (int i = 0; i <= 20; ++i) {
@@ -197,7 +236,7 @@ static int download_and_run(ka_robot_handle *arm, const float *around) {
     code = step("program downloaded", ka_send_project(arm, &project, &errline));
     if (code != 0 && errline > 0) printf("  first faulty line: %d\n", errline);
     /* The library wrote the converted copy beside the source ("dir//name"). */
-    snprintf(converted, sizeof converted, "/tmp//%s", project.project_path);
+    snprintf(converted, sizeof converted, "%s//%s", directory, project.project_path);
     remove(converted);
     remove(source);
     if (code != 0) return code;

@@ -1,8 +1,8 @@
 // ka-sim: a simulated arm controller on the local network, for trying the
 // library without hardware. See sim/README.md.
+#include "sim/net/process.h"
 #include "sim/simulator.h"
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -97,15 +97,10 @@ int main(int argc, char **argv) {
     }
     options.log = print_line;
 
-    // Ctrl-C and SIGTERM are taken by sigwait below; every thread started
-    // afterwards inherits the blocked mask.
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    // Whoever reads our output may go away; the simulator keeps serving.
-    std::signal(SIGPIPE, SIG_IGN);
+    // Ctrl-C and SIGTERM (a console control event on Windows) are taken
+    // before any thread starts and waited for below. Whoever reads our
+    // output may go away; the simulator keeps serving.
+    sim::net::stop_requests stop_requests;
 
     try {
         sim::simulator simulator(options);
@@ -114,9 +109,7 @@ int main(int argc, char **argv) {
             print_line("arm " + std::to_string(i + 1) + " listening on " + options.host + ":" +
                        std::to_string(ports[i]) + " (" + simulator.traits().product + ", " +
                        std::to_string(simulator.traits().dof) + " joints)");
-        int received = 0;
-        sigwait(&signals, &received);
-        print_line(std::string("stopping on ") + (received == SIGINT ? "SIGINT" : "SIGTERM"));
+        print_line("stopping on " + stop_requests.wait());
         simulator.stop();
     } catch (const std::exception &error) {
         std::fprintf(stderr, "ka-sim: %s\n", error.what());

@@ -3,22 +3,13 @@
 #include "sim/arm.h"
 #include "sim/commands.h"
 #include "sim/json.h"
+#include "sim/net/net.h"
+#include "sim/net/thread.h"
 #include "sim/push.h"
-
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <pthread.h>
-#include <sched.h>
-#include <sys/eventfd.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
@@ -51,14 +42,8 @@ constexpr std::size_t k_lateness_buckets = 10000;
 // What a garbage fault sends instead of the reply.
 constexpr const char *k_garbage_line = "}{ not a reply \x01";
 
-std::system_error socket_error(const char *what) {
-    return std::system_error(errno, std::generic_category(), what);
-}
-
-std::string peer_text(const sockaddr_in &address) {
-    char text[INET_ADDRSTRLEN] = {};
-    inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
-    return std::string(text) + ":" + std::to_string(ntohs(address.sin_port));
+std::system_error socket_error(const std::string &what) {
+    return std::system_error(net::last_error(), what);
 }
 
 // One client. Its reader answers requests; its writer sends what is queued,
@@ -68,15 +53,14 @@ class connection {
   public:
     using written_hook = std::function<void(const std::string &, steady::time_point)>;
 
-    connection(int descriptor, std::string peer_name, const arm_faults &faults,
+    connection(net::unique_socket socket, std::string peer_name, const arm_faults &faults,
                written_hook written)
-        : fd(descriptor), peer(std::move(peer_name)), faults_(faults),
-          written_(std::move(written)) {}
+        : fd(socket.get()), peer(std::move(peer_name)), faults_(faults),
+          written_(std::move(written)), socket_(std::move(socket)) {}
     ~connection() {
         shut();
         if (reader.joinable()) reader.join();
         if (writer_.joinable()) writer_.join();
-        ::close(fd);
     }
     connection(const connection &) = delete;
     connection &operator=(const connection &) = delete;
@@ -122,7 +106,7 @@ class connection {
             if (closing_) return;
             closing_ = true;
         }
-        ::shutdown(fd, SHUT_RDWR);
+        net::shutdown_both(fd);
         queued_.notify_all();
     }
 
@@ -130,7 +114,7 @@ class connection {
     // Both threads have finished: joining them cannot wait.
     bool ended() const { return reader_done && writer_done_; }
 
-    const int fd;
+    const net::socket_t fd;
     const std::string peer;
     std::thread reader;
     std::atomic<bool> reader_done{false}; // set by the reader as its last act
@@ -144,8 +128,7 @@ class connection {
     bool send_all(const char *bytes, std::size_t size) {
         std::size_t sent = 0;
         while (sent < size) {
-            const ssize_t n = ::send(fd, bytes + sent, size - sent, MSG_NOSIGNAL);
-            if (n < 0 && errno == EINTR) continue;
+            const std::ptrdiff_t n = net::send_some(fd, bytes + sent, size - sent);
             if (n <= 0) return false;
             sent += static_cast<std::size_t>(n);
         }
@@ -182,6 +165,8 @@ class connection {
 
     const arm_faults &faults_;
     const written_hook written_;
+    // Closed last, once both threads have been joined.
+    net::unique_socket socket_;
     std::thread writer_;
     std::mutex queue_mutex_;
     std::condition_variable queued_;
@@ -191,32 +176,6 @@ class connection {
     bool draining_ = false;
     std::atomic<bool> overflowed_{false};
     std::atomic<bool> writer_done_{false};
-};
-
-// The lock of an arm's state. The control thread runs at real-time priority
-// and connection threads do not; when the cycle waits for a connection
-// thread that holds the lock, priority inheritance lends that thread the
-// cycle's priority until it lets go, instead of leaving it queued behind
-// every other runnable thread (which cost the cycle up to 15 ms).
-class priority_inheriting_mutex {
-  public:
-    priority_inheriting_mutex() {
-        pthread_mutexattr_t attributes;
-        pthread_mutexattr_init(&attributes);
-        pthread_mutexattr_setprotocol(&attributes, PTHREAD_PRIO_INHERIT);
-        pthread_mutex_init(&mutex_, &attributes);
-        pthread_mutexattr_destroy(&attributes);
-    }
-    ~priority_inheriting_mutex() { pthread_mutex_destroy(&mutex_); }
-    priority_inheriting_mutex(const priority_inheriting_mutex &) = delete;
-    priority_inheriting_mutex &operator=(const priority_inheriting_mutex &) = delete;
-
-    void lock() { pthread_mutex_lock(&mutex_); }
-    bool try_lock() { return pthread_mutex_trylock(&mutex_) == 0; }
-    void unlock() { pthread_mutex_unlock(&mutex_); }
-
-  private:
-    pthread_mutex_t mutex_;
 };
 
 // Control-cycle lateness, one count per 10 microseconds of lateness.
@@ -280,10 +239,15 @@ struct simulator::impl {
         // Lock order: state_mutex, then connections_mutex, then a
         // connection's queue; the fault settings' own lock is taken alone
         // or innermost.
-        priority_inheriting_mutex state_mutex;
+        // The control thread runs at real-time priority and connection
+        // threads do not; when the cycle waits for a connection thread that
+        // holds the lock, priority inheritance lends that thread the cycle's
+        // priority until it lets go, instead of leaving it queued behind
+        // every other runnable thread (which cost the cycle up to 15 ms).
+        net::priority_inheriting_mutex state_mutex;
         arm_faults faults;
-        int listen_fd = -1;
-        int udp_fd = -1;
+        net::unique_socket listener;
+        net::unique_socket udp;
         int port = 0;
         std::thread acceptor;
         std::mutex connections_mutex;
@@ -312,7 +276,7 @@ struct simulator::impl {
     std::vector<std::unique_ptr<arm_server>> arms;
     std::atomic<bool> stopping{false};
     bool started = false;
-    int wake_fd = -1;
+    std::unique_ptr<net::wake_channel> wake; // readable once stopping
     steady::time_point epoch;
     std::thread control;
     std::mutex control_mutex;
@@ -340,25 +304,19 @@ struct simulator::impl {
 void simulator::impl::accept_loop(arm_server &server) {
     const std::string arm_name = "arm " + std::to_string(server.number);
     while (!stopping) {
-        pollfd fds[2] = {{server.listen_fd, POLLIN, 0}, {wake_fd, POLLIN, 0}};
-        if (::poll(fds, 2, -1) < 0) {
-            if (errno == EINTR) continue;
-            break;
-        }
-        if (stopping || (fds[1].revents & POLLIN)) break;
-        if (!(fds[0].revents & POLLIN)) continue;
-        sockaddr_in address{};
-        socklen_t length = sizeof address;
-        const int fd = ::accept4(server.listen_fd, reinterpret_cast<sockaddr *>(&address), &length,
-                                 SOCK_CLOEXEC);
-        if (fd < 0) continue;
+        std::array<net::poll_entry, 2> entries{{{server.listener.get()}, {wake->handle()}}};
+        if (net::poll(entries, net::wait_forever) < 0) break;
+        if (stopping || (entries[1].ready & net::readable)) break;
+        if (!(entries[0].ready & net::readable)) continue;
+        net::endpoint address;
+        net::unique_socket accepted = net::accept_from(server.listener.get(), &address);
+        if (!accepted) continue;
         if (server.faults.settings().refuse) {
-            ::close(fd);
-            log(arm_name + " client " + peer_text(address) + " refused");
+            accepted.reset();
+            log(arm_name + " client " + net::to_text(address) + " refused");
             continue;
         }
-        const int one = 1;
-        ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+        net::set_no_delay(accepted.get());
         reap(server);
         connection::written_hook written;
         if (options.line_written)
@@ -366,8 +324,8 @@ void simulator::impl::accept_loop(arm_server &server) {
                                                      steady::time_point at) {
                 options.line_written(number, line, at);
             };
-        auto client =
-            std::make_shared<connection>(fd, peer_text(address), server.faults, std::move(written));
+        auto client = std::make_shared<connection>(std::move(accepted), net::to_text(address),
+                                                   server.faults, std::move(written));
         log(arm_name + " client " + client->peer + " connected");
         std::lock_guard lock(server.connections_mutex);
         server.connections.push_back(client);
@@ -402,8 +360,7 @@ void simulator::impl::read_loop(arm_server &server, connection *client) {
     char chunk[4096];
     while (!stopping) {
         server.faults.wait_while_stalled(stopping);
-        const ssize_t n = ::recv(client->fd, chunk, sizeof chunk, 0);
-        if (n < 0 && errno == EINTR) continue;
+        const std::ptrdiff_t n = net::receive_some(client->fd, chunk, sizeof chunk);
         if (n <= 0) break;
         pending.append(chunk, static_cast<std::size_t>(n));
         // Only "\r\n" ends a request: some requests are printed formatted,
@@ -515,32 +472,20 @@ void simulator::impl::push(arm_server &server) {
         datagram = push_datagram(*server.state);
     }
     if (server.faults.settings().mute_push) return;
-    sockaddr_in target{};
-    target.sin_family = AF_INET;
-    target.sin_port = htons(static_cast<std::uint16_t>(config.port));
-    if (::inet_pton(AF_INET, config.ip.c_str(), &target.sin_addr) != 1) return;
+    const auto address = net::parse_ipv4(config.ip);
+    if (!address) return;
     if (datagram.size() > k_max_datagram) return; // cannot happen with seven joints; never sent cut
     // A non-blocking socket: a datagram that cannot leave at once is lost,
     // as on a busy network, rather than holding up the cycle.
-    ::sendto(server.udp_fd, datagram.data(), datagram.size(), 0,
-             reinterpret_cast<const sockaddr *>(&target), sizeof target);
+    net::send_datagram(server.udp.get(), datagram,
+                       {*address, static_cast<std::uint16_t>(config.port)});
 }
-
-namespace {
-
-// A controller's control cycle runs at real-time priority, above the threads
-// that serve connections. Where the process may not (no CAP_SYS_NICE), the
-// cycle runs at normal priority; only its punctuality suffers.
-void raise_to_real_time() {
-    sched_param param{};
-    param.sched_priority = sched_get_priority_min(SCHED_FIFO);
-    pthread_setschedparam(pthread_self(), SCHED_FIFO, &param);
-}
-
-} // namespace
 
 void simulator::impl::control_loop() {
-    raise_to_real_time();
+    // A controller's control cycle runs at real-time priority, above the
+    // threads that serve connections. Where the process may not, the cycle
+    // runs at normal priority; only its punctuality suffers.
+    net::raise_to_real_time();
     const auto period = std::chrono::duration_cast<steady::duration>(
         std::chrono::duration<double>(k_control_period_s));
     auto next = steady::now() + period;
@@ -574,8 +519,7 @@ simulator::simulator(simulator_options options) : impl_(std::make_unique<impl>()
     if (!traits) throw std::invalid_argument("unknown arm model '" + options.model + "'");
     if (options.arms < 1 || options.arms > 5) throw std::invalid_argument("arm count must be 1..5");
     if (!(options.speed > 0)) throw std::invalid_argument("speed must be above 0");
-    in_addr host{};
-    if (::inet_pton(AF_INET, options.host.c_str(), &host) != 1)
+    if (!net::parse_ipv4(options.host))
         throw std::invalid_argument("bad host address '" + options.host + "'");
     if (options.port < 0 || options.port + options.arms - 1 > 65535)
         throw std::invalid_argument("bad port");
@@ -605,43 +549,37 @@ std::vector<int> simulator::start() {
     if (impl_->started) return ports();
     auto cleanup = [&] {
         for (auto &server : impl_->arms) {
-            if (server->listen_fd >= 0) ::close(server->listen_fd);
-            if (server->udp_fd >= 0) ::close(server->udp_fd);
-            server->listen_fd = server->udp_fd = -1;
+            server->listener.reset();
+            server->udp.reset();
         }
     };
+    const std::uint32_t host = *net::parse_ipv4(impl_->options.host);
     for (auto &server : impl_->arms) {
-        server->listen_fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        server->udp_fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        if (server->listen_fd < 0 || server->udp_fd < 0) {
+        server->listener = net::open_socket(net::transport::tcp);
+        server->udp = net::open_socket(net::transport::udp);
+        if (!server->listener || !server->udp) {
             auto error = socket_error("socket");
             cleanup();
             throw error;
         }
-        const int one = 1;
-        ::setsockopt(server->listen_fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        ::inet_pton(AF_INET, impl_->options.host.c_str(), &address.sin_addr);
+        net::set_non_blocking(server->udp.get());
+        net::set_reuse_address(server->listener.get());
         const int wanted = impl_->options.port == 0 ? 0 : impl_->options.port + server->number - 1;
-        address.sin_port = htons(static_cast<std::uint16_t>(wanted));
-        socklen_t length = sizeof address;
-        if (::bind(server->listen_fd, reinterpret_cast<sockaddr *>(&address), sizeof address) !=
-                0 ||
-            ::listen(server->listen_fd, 16) != 0 ||
-            ::getsockname(server->listen_fd, reinterpret_cast<sockaddr *>(&address), &length) !=
-                0) {
-            auto error = socket_error(("bind port " + std::to_string(wanted)).c_str());
+        std::optional<net::endpoint> bound;
+        if (!net::bind_to(server->listener.get(), {host, static_cast<std::uint16_t>(wanted)}) ||
+            !net::listen_on(server->listener.get(), 16) ||
+            !(bound = net::local_endpoint(server->listener.get()))) {
+            auto error = socket_error("bind port " + std::to_string(wanted));
             cleanup();
             throw error;
         }
-        server->port = ntohs(address.sin_port);
+        server->port = bound->port;
     }
-    impl_->wake_fd = ::eventfd(0, EFD_CLOEXEC);
-    if (impl_->wake_fd < 0) {
-        auto error = socket_error("eventfd");
+    try {
+        impl_->wake = std::make_unique<net::wake_channel>();
+    } catch (...) {
         cleanup();
-        throw error;
+        throw;
     }
     impl_->epoch = steady::now();
     impl_->stopping = false;
@@ -656,9 +594,7 @@ void simulator::stop() {
     std::lock_guard lifecycle(impl_->lifecycle_mutex);
     if (!impl_->started) return;
     impl_->stopping = true;
-    const std::uint64_t one = 1;
-    if (::write(impl_->wake_fd, &one, sizeof one) < 0) { /* the acceptors also see `stopping` */
-    }
+    impl_->wake->signal();
     { std::lock_guard lock(impl_->control_mutex); }
     impl_->control_wake.notify_all();
     if (impl_->control.joinable()) impl_->control.join();
@@ -675,12 +611,10 @@ void simulator::stop() {
             clients.swap(server->connections);
         }
         clients.clear(); // joins each reader, then closes its socket
-        ::close(server->listen_fd);
-        ::close(server->udp_fd);
-        server->listen_fd = server->udp_fd = -1;
+        server->listener.reset();
+        server->udp.reset();
     }
-    ::close(impl_->wake_fd);
-    impl_->wake_fd = -1;
+    impl_->wake.reset();
     impl_->started = false;
 }
 

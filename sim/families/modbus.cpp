@@ -11,8 +11,7 @@
 // a of device d is set when (a + d) % 3 == 0, input register a of device d
 // holds (31 a + 7 d) mod 65536.
 #include "sim/families/family.h"
-
-#include <arpa/inet.h>
+#include "sim/net/net.h"
 
 #include <algorithm>
 #include <iterator>
@@ -233,10 +232,7 @@ void close_mode(const cJSON *request, cJSON *reply, command_context &c) {
     cJSON_AddBoolToObject(reply, "set_state", ok);
 }
 
-bool is_ipv4(const std::string &text) {
-    in_addr address{};
-    return ::inet_pton(AF_INET, text.c_str(), &address) == 1;
-}
+bool is_ipv4(const std::string &text) { return net::parse_ipv4(text).has_value(); }
 
 void set_tcp_mode(const cJSON *request, cJSON *reply, command_context &c) {
     const auto ip = json_string(request, "ip");

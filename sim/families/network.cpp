@@ -6,9 +6,9 @@
 // (a malformed address, a name or password too long for its records, an
 // unsupported rate) is dropped.
 #include "sim/families/family.h"
+#include "sim/net/net.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 
 namespace sim {
 
@@ -19,10 +19,7 @@ constexpr std::size_t k_min_password = 8; // WPA2
 constexpr std::size_t k_max_password = 15;
 constexpr int k_baud_rates[] = {9600, 19200, 38400, 57600, 115200, 230400, 460800};
 
-bool dotted_ipv4(const std::string &text) {
-    in_addr address{};
-    return inet_pton(AF_INET, text.c_str(), &address) == 1;
-}
+bool dotted_ipv4(const std::string &text) { return net::parse_ipv4(text).has_value(); }
 
 bool usable_ssid(const std::optional<std::string> &ssid) {
     return ssid && !ssid->empty() && ssid->size() <= k_max_ssid;

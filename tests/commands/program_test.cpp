@@ -2,6 +2,7 @@
 // converted file, the program run wait, the trajectory save, and replies
 // longer than the records they fill.
 #include "core/arm.h"
+#include "sim/net/process.h"
 #include "support/arm_fixture.h"
 
 #include <algorithm>
@@ -9,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 using namespace ka_test;
 using namespace std::chrono_literals;
@@ -35,7 +35,8 @@ std::string finished(int id) {
     return R"({"state":"program_run_finish","finish_id":)" + std::to_string(id) + "}";
 }
 fs::path scratch(const std::string &name) {
-    fs::path dir = fs::path(testing::TempDir()) / ("ka_program_" + name + std::to_string(getpid()));
+    fs::path dir = fs::path(testing::TempDir()) /
+                   ("ka_program_" + name + std::to_string(sim::net::current_process_id()));
     fs::remove_all(dir);
     fs::create_directories(dir);
     return dir;
@@ -62,7 +63,7 @@ TEST(program_wire, every_command_sends_its_exact_line_and_reads_its_reply) {
     EXPECT_EQ(ka_get_program_run_state(s.arm, nullptr), -1);
     EXPECT_EQ(ka_get_default_run_program(s.arm, nullptr), -1);
     EXPECT_EQ(ka_save_trajectory(s.arm, save_path.c_str(), nullptr), -1);
-    EXPECT_EQ(ka_save_trajectory(s.arm, (dir / "no" / "x.txt").c_str(), &int_out), -4);
+    EXPECT_EQ(ka_save_trajectory(s.arm, (dir / "no" / "x.txt").string().c_str(), &int_out), -4);
     EXPECT_FALSE(s.peer.wait_for_lines(1, 100ms));
 
     std::string entries, loops, name(40, 'n'); // a page past the capacity, loops past theirs
@@ -194,7 +195,7 @@ TEST(program_download, pieces_conversion_and_path_rules) {
     EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 4);
     EXPECT_EQ(countLinesInFile(missing.c_str()), -1);
     write_file(dir / "long.txt", std::string(1500, 'x') + "\nshort"); // read in 1024-byte parts
-    EXPECT_EQ(countLinesInFile((dir / "long.txt").c_str()), 3);
+    EXPECT_EQ(countLinesInFile((dir / "long.txt").string().c_str()), 3);
 }
 
 // Threaded modes follow the run state and take their own program's finish
@@ -237,12 +238,6 @@ TEST(program_save, streamed_points_land_in_the_file_one_per_line) {
         {KA_THREAD_MODE_SINGLE, stream, 0, all},
         {KA_THREAD_MODE_DUAL, {reply(accepted)}, -6, ""},
         {KA_THREAD_MODE_SINGLE, {reply(accepted)}, 0, ""}};
-    auto open_in_process = [](const fs::path &file) {
-        std::error_code ec;
-        for (const auto &fd : fs::directory_iterator("/proc/self/fd"))
-            if (fs::read_symlink(fd.path(), ec) == fs::weakly_canonical(file)) return true;
-        return false;
-    };
     fs::path dir = scratch("save");
     for (const auto &[mode, answer, result, content] : rows) {
         fs::path file = dir / ("drag" + std::to_string(mode) + std::to_string(result) + ".txt");
@@ -251,10 +246,10 @@ TEST(program_save, streamed_points_land_in_the_file_one_per_line) {
             arm_session s(mode);
             s.peer.on("save_trajectory", answer);
             int num = 0;
-            EXPECT_EQ(ka_save_trajectory(s.arm, file.c_str(), &num), result);
+            EXPECT_EQ(ka_save_trajectory(s.arm, file.string().c_str(), &num), result);
             EXPECT_EQ(num, 3);
         }
         EXPECT_EQ(read_file(file), content);
-        EXPECT_FALSE(open_in_process(file));
+        EXPECT_FALSE(sim::net::file_is_open(file.string()));
     }
 }

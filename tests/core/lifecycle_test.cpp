@@ -5,7 +5,6 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <memory>
-#include <sys/socket.h>
 
 using namespace ka_test;
 using namespace std::chrono_literals;
@@ -82,7 +81,8 @@ TEST_F(library, model_markers_are_tested_in_their_fixed_order) {
 }
 
 TEST_F(library, a_failed_connection_keeps_its_slot_and_fails_every_command) {
-    ka_robot_handle *arm = ka_create_robot_arm("127.0.0.1", unused_local_port(SOCK_STREAM));
+    ka_robot_handle *arm =
+        ka_create_robot_arm("127.0.0.1", unused_local_port(sim::net::transport::tcp));
     ASSERT_NE(arm, nullptr);
     EXPECT_EQ(arm->id, -1);
     int value = 0;

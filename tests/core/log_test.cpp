@@ -1,11 +1,11 @@
 // Logging: thresholds, the callback and the time-stamped file.
+#include "sim/net/process.h"
 #include "support/arm_fixture.h"
 
 #include <cstdio>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
-#include <unistd.h>
 
 using namespace ka_test;
 
@@ -57,12 +57,9 @@ TEST(logging, generic_entry_passes_when_threshold_exceeds_level) {
 }
 
 TEST(logging, file_sink_starts_with_a_banner_and_receives_debug_lines) {
-    char path[] = "/tmp/ka_log_XXXXXX";
-    int fd = mkstemp(path);
-    ASSERT_GE(fd, 0);
-    close(fd);
+    const std::string path = sim::net::make_temp_file("ka_log_");
     {
-        ASSERT_EQ(ka_set_log_save(path), 0);
+        ASSERT_EQ(ka_set_log_save(path.c_str()), 0);
         arm_session s;
         s.peer.answer_next({reply(R"({"command":"set_x","set_state":true})")});
         EXPECT_EQ(ka_set_data_common(s.arm, 5, "set_x", "k"), 0);
@@ -74,6 +71,6 @@ TEST(logging, file_sink_starts_with_a_banner_and_receives_debug_lines) {
     std::string content = text.str();
     EXPECT_EQ(content.find("] Begin API Testing.\n"), 20u); // "[YYYY-MM-DD hh_mm_ss"
     EXPECT_NE(content.find(R"(]: send is: {"command":"set_x","k":5})"), std::string::npos);
-    std::remove(path);
+    std::remove(path.c_str());
     EXPECT_EQ(ka_set_log_save("/nonexistent-dir/x.log"), -1); // reported, process goes on
 }

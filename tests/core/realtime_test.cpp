@@ -4,13 +4,9 @@
 #include "support/arm_fixture.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <condition_variable>
 #include <gtest/gtest.h>
 #include <mutex>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 using namespace ka_test;
 using namespace std::chrono_literals;
@@ -49,15 +45,10 @@ void on_state(ka_realtime_arm_joint_state_t state) {
 }
 
 void send_datagram(const char *source, int port, const std::string &text) {
-    int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    ::inet_pton(AF_INET, source, &addr.sin_addr);
-    ::bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
-    addr.sin_port = htons(static_cast<uint16_t>(port));
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::sendto(fd, text.data(), text.size(), 0, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
-    ::close(fd);
+    namespace net = sim::net;
+    net::unique_socket socket = net::open_socket(net::transport::udp);
+    net::bind_to(socket.get(), {net::parse_ipv4(source).value_or(0), 0});
+    net::send_datagram(socket.get(), text, {net::loopback_address, static_cast<uint16_t>(port)});
 }
 
 } // namespace
@@ -149,7 +140,7 @@ TEST(realtime, malformed_datagrams_fail_and_odd_arrays_and_names_stay_in_bounds)
 
 TEST(realtime, two_arms_pushing_to_one_port_are_heard_and_share_one_counted_entry) {
     received.clear(); // no receive thread runs yet
-    int port = unused_local_port(SOCK_DGRAM);
+    int port = unused_local_port(sim::net::transport::udp);
     ka_init(KA_THREAD_MODE_TRIPLE);
     ka_realtime_arm_state_call_back(on_state);
     test_peer peers[2];
@@ -184,7 +175,7 @@ TEST(realtime, two_arms_pushing_to_one_port_are_heard_and_share_one_counted_entr
     // is counted: a removal leaves it open, the last one closes it.
     ka_udp_listener *listener = ka_udp_init();
     for (int i = 0; i < 4; ++i)
-        EXPECT_EQ(ka_udp_add_port(listener, unused_local_port(SOCK_DGRAM)), 0);
+        EXPECT_EQ(ka_udp_add_port(listener, unused_local_port(sim::net::transport::udp)), 0);
     EXPECT_EQ(ka_udp_add_port(listener, port), 1);
     EXPECT_EQ(ka_udp_delete_port(listener, port), 0);
     ka_udp_delete_port(listener, port);

@@ -1,6 +1,7 @@
 // Which line answers which call: answers left over from earlier calls, a
 // queue full of lines nobody asked for, and lines too long to be replies.
 #include "core/arm.h"
+#include "sim/net/process.h"
 #include "support/arm_fixture.h"
 
 #include <atomic>
@@ -11,7 +12,6 @@
 #include <gtest/gtest.h>
 #include <sstream>
 #include <thread>
-#include <unistd.h>
 
 using namespace ka_test;
 using namespace std::chrono_literals;
@@ -210,7 +210,8 @@ TEST(full_queue, a_trajectory_save_keeps_every_point_and_fails_on_a_bad_one) {
          -6,
          good + good + good},
     };
-    fs::path dir = fs::temp_directory_path() / ("ka_full_queue_" + std::to_string(::getpid()));
+    fs::path dir = fs::temp_directory_path() /
+                   ("ka_full_queue_" + std::to_string(sim::net::current_process_id()));
     fs::create_directories(dir);
     for (int mode : {KA_THREAD_MODE_DUAL, KA_THREAD_MODE_TRIPLE})
         for (const auto &row : rows) {
@@ -220,7 +221,7 @@ TEST(full_queue, a_trajectory_save_keeps_every_point_and_fails_on_a_bad_one) {
                 arm_session s(mode);
                 s.peer.on("save_trajectory", row.stream);
                 int num = 0;
-                EXPECT_EQ(ka_save_trajectory(s.arm, file.c_str(), &num), row.result);
+                EXPECT_EQ(ka_save_trajectory(s.arm, file.string().c_str(), &num), row.result);
                 EXPECT_EQ(num, 3);
             }
             std::ifstream in(file, std::ios::binary);

@@ -18,7 +18,6 @@
 #include <mutex>
 #include <optional>
 #include <ostream>
-#include <sys/socket.h>
 #include <utility>
 
 using namespace ka_test;
@@ -132,8 +131,8 @@ const probe movej{"movej", 500, [](fault_env &env) {
                   }};
 // Opens a second arm; its id is the outcome.
 const probe open_arm{"create_robot_arm", 3000, [](fault_env &env) {
-                         env.target =
-                             ka_create_robot_arm("127.0.0.1", unused_local_port(SOCK_STREAM));
+                         env.target = ka_create_robot_arm(
+                             "127.0.0.1", unused_local_port(sim::net::transport::tcp));
                          return outcome{env.target ? env.target->id : 99, 0};
                      }};
 // A request far larger than the socket buffers can take while the peer does

@@ -5,7 +5,6 @@
 #include "support/arm_fixture.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <array>
 #include <atomic>
 #include <condition_variable>
@@ -14,11 +13,8 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
-#include <netinet/in.h>
 #include <ostream>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 using namespace ka_test;
@@ -332,13 +328,9 @@ template <typename Predicate> bool wait_callbacks(Predicate done) {
 }
 
 void send_datagram(int port, const std::string &text) {
-    int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(static_cast<uint16_t>(port));
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::sendto(fd, text.data(), text.size(), 0, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
-    ::close(fd);
+    namespace net = sim::net;
+    net::unique_socket socket = net::open_socket(net::transport::udp);
+    net::send_datagram(socket.get(), text, {net::loopback_address, static_cast<uint16_t>(port)});
 }
 
 // A standard arm whose controller pushes its state to push_port.
@@ -398,7 +390,7 @@ struct reentrant : ::testing::TestWithParam<reentry_row> {
 
 TEST_P(reentrant, a_callback_closing_the_library_or_its_arm_neither_hangs_nor_breaks_it) {
     const reentry_row &row = GetParam();
-    const int push_port = unused_local_port(SOCK_DGRAM);
+    const int push_port = unused_local_port(sim::net::transport::udp);
     ka_init(KA_THREAD_MODE_TRIPLE);
     ka_get_arm_event_call_back(on_event);
     ka_realtime_arm_state_call_back(on_state);

@@ -9,9 +9,9 @@
 #include "sim_session.h"
 
 #include "ka_algo.h"
+#include "sim/net/process.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -103,8 +103,8 @@ std::set<std::string> header_commands() {
 class CommandCoverage : public ::testing::Test {
   protected:
     void SetUp() override {
-        directory =
-            std::filesystem::temp_directory_path() / ("ka_coverage_" + std::to_string(::getpid()));
+        directory = std::filesystem::temp_directory_path() /
+                    ("ka_coverage_" + std::to_string(sim::net::current_process_id()));
         std::filesystem::create_directories(directory);
         std::ofstream(directory / "pick.txt") << "{\"file\":6}\r\n"
                                               << "{\"name\":\"Folder\",\"num\":1,\"type\":0,"

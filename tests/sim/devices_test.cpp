@@ -14,7 +14,6 @@
 #include <cstdio>
 #include <functional>
 #include <set>
-#include <sys/socket.h>
 
 namespace {
 
@@ -442,7 +441,7 @@ TEST(SimulatedPush, DatagramCarriesTheAxesAndTheForceSensor) {
     ka_realtime_push_config_t config{};
     config.enable = true;
     config.cycle = 1;
-    config.port = ka_test::unused_local_port(SOCK_DGRAM);
+    config.port = ka_test::unused_local_port(sim::net::transport::udp);
     config.force_coordinate = 2; // zeroed forces in the tool frame
     std::snprintf(config.ip, sizeof config.ip, "127.0.0.1");
     config.custom = {1, 1, 1, 1};
@@ -504,7 +503,7 @@ TEST(SimulatedPush, OneAxisSensorPushesItsZForce) {
     ka_realtime_push_config_t config{};
     config.enable = true;
     config.cycle = 1;
-    config.port = ka_test::unused_local_port(SOCK_DGRAM);
+    config.port = ka_test::unused_local_port(sim::net::transport::udp);
     std::snprintf(config.ip, sizeof config.ip, "127.0.0.1");
     config.custom = {0, 0, 0, 0};
     ASSERT_EQ(ka_set_realtime_push(s.arm, config), KA_OK);

@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <functional>
 #include <string>
-#include <sys/socket.h>
 #include <system_error>
 
 #include "support/arm_fixture.h"
@@ -224,7 +223,7 @@ TEST(SimulatorFaults, MutedPushStopsTheDatagramsUntilCleared) {
     ka_realtime_push_config_t config{};
     config.enable = true;
     config.cycle = 1;
-    config.port = ka_test::unused_local_port(SOCK_DGRAM);
+    config.port = ka_test::unused_local_port(sim::net::transport::udp);
     std::snprintf(config.ip, sizeof config.ip, "127.0.0.1");
     config.custom = {1, 0, 0, 1};
     ASSERT_EQ(ka_set_realtime_push(s.arm, config), KA_OK);

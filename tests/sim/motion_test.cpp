@@ -12,7 +12,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <sys/socket.h>
 
 namespace {
 
@@ -201,7 +200,7 @@ TEST(SimulatedArm, PushesTheRealtimeStateWhereItIsTold) {
     ka_realtime_push_config_t config{};
     config.enable = true;
     config.cycle = 2;
-    config.port = ka_test::unused_local_port(SOCK_DGRAM);
+    config.port = ka_test::unused_local_port(sim::net::transport::udp);
     std::snprintf(config.ip, sizeof config.ip, "127.0.0.1");
     config.custom = {1, 0, 0, 1};
     ASSERT_EQ(ka_set_realtime_push(s.arm, config), KA_OK);
@@ -234,7 +233,7 @@ TEST(SimulatedArm, PushesOnceEveryConfiguredNumberOfCycles) {
     ka_realtime_push_config_t config{};
     config.enable = true;
     config.cycle = 4;
-    config.port = ka_test::unused_local_port(SOCK_DGRAM);
+    config.port = ka_test::unused_local_port(sim::net::transport::udp);
     std::snprintf(config.ip, sizeof config.ip, "127.0.0.1");
     config.custom = {-1, -1, -1, -1};
     ASSERT_EQ(ka_set_realtime_push(s.arm, config), KA_OK);

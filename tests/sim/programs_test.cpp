@@ -3,6 +3,7 @@
 #include "sim_session.h"
 
 #include "sim/commands.h"
+#include "sim/net/process.h"
 
 #include <gtest/gtest.h>
 
@@ -15,8 +16,6 @@
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include <unistd.h>
 
 namespace {
 
@@ -268,25 +267,25 @@ TEST(SimulatedProjectText, RunsWhenNotOnlySavedAndFinishesWithItsId) {
 // to hand raw bytes to the download first (see take_project_text).
 TEST(SimulatedPrograms, DownloadsAFileThroughTheLibrary) {
     arm_session s(sim_test::options("KIVO-B", 20.0));
-    char path[] = "/tmp/ka_sim_project_XXXXXX.txt";
-    const int fd = mkstemps(path, 4);
-    ASSERT_GE(fd, 0);
+    const std::string path = sim::net::make_temp_file("ka_sim_project_", ".txt");
     std::string text = k_project;
     for (int i = 0; i < 4; ++i)
         text += "{\"point\":[" + std::to_string(i * 1000) + ",0,0,0,0,0]}\r\n";
-    ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    close(fd);
+    {
+        std::ofstream file(path, std::ios::binary);
+        ASSERT_TRUE(file.write(text.data(), static_cast<std::streamsize>(text.size())).flush());
+    }
 
     ka_send_project_t project{};
-    std::snprintf(project.project_path, sizeof project.project_path, "%s", path);
-    project.project_path_len = static_cast<int>(std::strlen(path));
+    std::snprintf(project.project_path, sizeof project.project_path, "%s", path.c_str());
+    project.project_path_len = static_cast<int>(path.size());
     project.plan_speed = 100;
     project.only_save = 1;
     project.save_id = 2;
     int errline = 0;
     EXPECT_EQ(ka_send_project(s.arm, &project, &errline), KA_OK);
     EXPECT_EQ(errline, -1);
-    std::remove(path);
+    std::remove(path.c_str());
 
     sim_test::events().clear();
     EXPECT_EQ(ka_set_program_id_run(s.arm, 2, 0, 5), KA_OK);
@@ -299,18 +298,15 @@ TEST(SimulatedPrograms, SavedTrajectoryIsStoredListedAndRunToItsFinish) {
     const float joints[7] = {20, -10, 15, 0, 5, 0, 0};
     ASSERT_EQ(ka_movej(s.arm, joints, 50, 0, 0, 1), KA_OK);
 
-    char path[] = "/tmp/ka_sim_saved_XXXXXX.txt";
-    const int fd = mkstemps(path, 4);
-    ASSERT_GE(fd, 0);
-    close(fd);
+    const std::string path = sim::net::make_temp_file("ka_sim_saved_", ".txt");
     int num = 0;
-    ASSERT_EQ(ka_save_trajectory(s.arm, path, &num), KA_OK);
+    ASSERT_EQ(ka_save_trajectory(s.arm, path.c_str(), &num), KA_OK);
     ASSERT_GT(num, 1);
     std::ifstream saved(path);
     std::vector<std::string> lines;
     for (std::string line; std::getline(saved, line);)
         if (!line.empty() && line != "\r") lines.push_back(line);
-    std::remove(path);
+    std::remove(path.c_str());
     ASSERT_EQ(static_cast<int>(lines.size()), num);
     // The last point is where the move ended, in millidegrees.
     EXPECT_EQ(lines.back().rfind("{\"point\":[20000,-10000,15000,0,5000,0]}", 0), 0u)
@@ -352,13 +348,10 @@ TEST(SimulatedPrograms, RunStateFollowsTheRunAndItsSpeed) {
     arm_session s(sim_test::options("KIVO-B", 10.0));
     const float joints[7] = {5, 0, 0, 0, 0, 0, 0};
     ASSERT_EQ(ka_movej(s.arm, joints, 20, 0, 0, 1), KA_OK);
-    char path[] = "/tmp/ka_sim_state_XXXXXX.txt";
-    const int fd = mkstemps(path, 4);
-    ASSERT_GE(fd, 0);
-    close(fd);
+    const std::string path = sim::net::make_temp_file("ka_sim_state_", ".txt");
     int num = 0;
-    ASSERT_EQ(ka_save_trajectory(s.arm, path, &num), KA_OK);
-    std::remove(path);
+    ASSERT_EQ(ka_save_trajectory(s.arm, path.c_str(), &num), KA_OK);
+    std::remove(path.c_str());
     ka_program_trajectorys_t list{};
     ASSERT_EQ(ka_get_program_trajectory_list(s.arm, 1, 1, nullptr, &list), KA_OK);
     const int id = list.list[0].id;

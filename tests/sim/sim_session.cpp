@@ -2,17 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <stdexcept>
 #include <system_error>
 
 namespace sim_test {
+
+namespace net = sim::net;
 
 sim::simulator_options options(const std::string &model, double speed) {
     sim::simulator_options o;
@@ -36,29 +31,23 @@ arm_session::~arm_session() {
 }
 
 line_client::line_client(int port, int receive_buffer_bytes) {
-    fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd_ >= 0 && receive_buffer_bytes > 0)
-        ::setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &receive_buffer_bytes,
-                     sizeof receive_buffer_bytes);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (fd_ < 0 || ::connect(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
-        const int error = errno;
-        if (fd_ >= 0) ::close(fd_);
-        throw std::system_error(error, std::generic_category(), "connect");
-    }
+    socket_ = net::open_socket(net::transport::tcp);
+    if (socket_ && receive_buffer_bytes > 0)
+        net::set_receive_buffer(socket_.get(), receive_buffer_bytes);
+    if (!socket_ ||
+        !net::connect_to(socket_.get(), {net::loopback_address, static_cast<std::uint16_t>(port)}))
+        throw std::system_error(net::last_error(), "connect");
 }
 
-line_client::~line_client() { ::close(fd_); }
+line_client::~line_client() = default;
 
 void line_client::send(const std::string &line) {
     const std::string bytes = line + "\r\n";
     std::size_t sent = 0;
     while (sent < bytes.size()) {
-        const ssize_t n = ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-        if (n <= 0) throw std::system_error(errno, std::generic_category(), "send");
+        const std::ptrdiff_t n =
+            net::send_some(socket_.get(), bytes.data() + sent, bytes.size() - sent);
+        if (n <= 0) throw std::system_error(net::last_error(), "send");
         sent += static_cast<std::size_t>(n);
     }
 }
@@ -75,10 +64,10 @@ std::string line_client::read(std::chrono::milliseconds limit) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0) return "";
-        pollfd p{fd_, POLLIN, 0};
-        if (::poll(&p, 1, static_cast<int>(left.count())) != 1) return "";
+        net::poll_entry p{socket_.get()};
+        if (net::poll({&p, 1}, left) != 1) return "";
         char chunk[4096];
-        const ssize_t n = ::recv(fd_, chunk, sizeof chunk, 0);
+        const std::ptrdiff_t n = net::receive_some(socket_.get(), chunk, sizeof chunk);
         if (n <= 0) return "";
         pending_.append(chunk, static_cast<std::size_t>(n));
     }
@@ -96,11 +85,11 @@ bool line_client::wait_closed(std::chrono::milliseconds limit) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0) return false;
-        pollfd p{fd_, POLLIN, 0};
-        if (::poll(&p, 1, static_cast<int>(left.count())) != 1) return false;
+        net::poll_entry p{socket_.get()};
+        if (net::poll({&p, 1}, left) != 1) return false;
         char chunk[65536];
-        const ssize_t n = ::recv(fd_, chunk, sizeof chunk, 0);
-        if (n == 0 || (n < 0 && errno != EINTR && errno != EAGAIN)) return true;
+        const std::ptrdiff_t n = net::receive_some(socket_.get(), chunk, sizeof chunk);
+        if (n == 0 || (n < 0 && !net::would_block())) return true;
     }
 }
 

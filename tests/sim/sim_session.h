@@ -4,6 +4,7 @@
 #pragma once
 
 #include "ka_api.h"
+#include "sim/net/net.h"
 #include "sim/simulator.h"
 
 #include <chrono>
@@ -52,7 +53,7 @@ class line_client {
     bool wait_closed(std::chrono::milliseconds limit = std::chrono::seconds(2));
 
   private:
-    int fd_ = -1;
+    sim::net::unique_socket socket_;
     std::string pending_;
 };
 

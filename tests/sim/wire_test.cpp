@@ -6,15 +6,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <cstdlib>
 
 namespace {
 
@@ -154,59 +148,29 @@ TEST(SimulatorOptions, RejectsWhatItCannotSimulate) {
         EXPECT_FALSE(sim::parse_fault_groups(bad, &error)) << bad;
 }
 
-// Reads the first line the child writes into the fifo at `path`.
-std::string first_line(const std::string &path, std::chrono::milliseconds limit) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) return "";
-    std::string text;
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (text.find('\n') == std::string::npos) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
-        pollfd p{fd, POLLIN, 0};
-        if (left.count() <= 0 || ::poll(&p, 1, static_cast<int>(left.count())) != 1) break;
-        char chunk[256];
-        const ssize_t n = ::read(fd, chunk, sizeof chunk);
-        if (n < 0 && errno == EAGAIN) continue;
-        if (n <= 0) break; // writer not there yet (POLLHUP) or gone
-        text.append(chunk, static_cast<std::size_t>(n));
-    }
-    ::close(fd);
-    return text.substr(0, text.find('\n'));
-}
+TEST(SimulatorProgram, StartsOnAFreePortServesAndEndsOnAStopRequest) {
+    ka_test::child_process child(KA_SIM_PROGRAM,
+                                 {"--port", "0", "--model", "QUIL-B", "--speed", "4"}, true);
+    const std::string line = child.output_line(10s);
+    const auto colon = line.rfind(':');
+    ASSERT_NE(colon, std::string::npos) << "no port line: '" << line << "'";
+    EXPECT_EQ(line.rfind("ka-sim: arm 1 listening on 127.0.0.1:", 0), 0u) << line;
+    const int port = std::atoi(line.c_str() + colon + 1);
+    ASSERT_GT(port, 0) << line;
 
-TEST(SimulatorProgram, StartsOnAFreePortServesAndEndsOnSigterm) {
-    char directory[] = "/tmp/ka_sim_test_XXXXXX";
-    ASSERT_NE(::mkdtemp(directory), nullptr);
-    const std::string fifo = std::string(directory) + "/out";
-    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    {
-        // The shell replaces itself with ka-sim, so the pid is ka-sim's.
-        ka_test::child_process child(
-            "/bin/sh",
-            {"-c", R"(exec "$0" --port 0 --model QUIL-B --speed 4 > "$1")", KA_SIM_PROGRAM, fifo});
-        const std::string line = first_line(fifo, 10s);
-        const auto colon = line.rfind(':');
-        ASSERT_NE(colon, std::string::npos) << "no port line: '" << line << "'";
-        EXPECT_EQ(line.rfind("ka-sim: arm 1 listening on 127.0.0.1:", 0), 0u) << line;
-        const int port = std::atoi(line.c_str() + colon + 1);
-        ASSERT_GT(port, 0) << line;
+    ka_init(KA_THREAD_MODE_DUAL);
+    ka_robot_handle *arm = ka_create_robot_arm("127.0.0.1", port);
+    ASSERT_NE(arm, nullptr);
+    EXPECT_EQ(arm->id, 1);
+    EXPECT_EQ(arm->arm_dof, 7);
+    EXPECT_EQ(arm->arm_model, KA_ARM_MODEL_QUIL);
+    ka_destory();
 
-        ka_init(KA_THREAD_MODE_DUAL);
-        ka_robot_handle *arm = ka_create_robot_arm("127.0.0.1", port);
-        ASSERT_NE(arm, nullptr);
-        EXPECT_EQ(arm->id, 1);
-        EXPECT_EQ(arm->arm_dof, 7);
-        EXPECT_EQ(arm->arm_model, KA_ARM_MODEL_QUIL);
-        ka_destory();
-
-        ASSERT_EQ(::kill(child.pid(), SIGTERM), 0);
-        ASSERT_TRUE(child.wait(10s)) << child.describe();
-        EXPECT_TRUE(WIFEXITED(child.status()) && WEXITSTATUS(child.status()) == 0)
-            << child.describe();
-    }
-    ::unlink(fifo.c_str());
-    ::rmdir(directory);
+    // SIGTERM, or a console break on Windows; the program stops serving and
+    // exits cleanly.
+    ASSERT_TRUE(sim::net::request_stop(child.pid()));
+    ASSERT_TRUE(child.wait(10s)) << child.describe();
+    EXPECT_EQ(child.exit_code(), 0) << child.describe();
 }
 
 } // namespace

@@ -6,9 +6,6 @@
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <mutex>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace ka_test {
 
@@ -31,16 +28,12 @@ void expect_wire(arm_session &session, const wire_case &row) {
     EXPECT_EQ(session.peer.lines().front(), row.request);
 }
 
-int unused_local_port(int socket_type) {
-    int fd = ::socket(AF_INET, socket_type, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr);
-    socklen_t len = sizeof addr;
-    ::getsockname(fd, reinterpret_cast<sockaddr *>(&addr), &len);
-    ::close(fd);
-    return ntohs(addr.sin_port);
+int unused_local_port(sim::net::transport kind) {
+    // The port the system hands out for a fresh bind, released again.
+    sim::net::unique_socket probe = sim::net::open_socket(kind);
+    if (!probe || !sim::net::bind_to(probe.get(), {sim::net::loopback_address, 0})) return 0;
+    const auto bound = sim::net::local_endpoint(probe.get());
+    return bound ? bound->port : 0;
 }
 
 namespace {

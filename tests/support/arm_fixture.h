@@ -4,6 +4,7 @@
 #pragma once
 
 #include "ka_api.h"
+#include "sim/net/net.h"
 #include "support/test_peer.h"
 
 #include <chrono>
@@ -48,8 +49,8 @@ std::string answer(const std::string &command, const std::string &key, bool ok =
 // outcome, the device that moved and "trajectory_connect".
 std::string completion_report(int device = 0, bool ok = true, int connect = 0);
 
-// A loopback port nothing listens on (SOCK_STREAM or SOCK_DGRAM).
-int unused_local_port(int socket_type);
+// A loopback port nothing listens on (for TCP or UDP).
+int unused_local_port(sim::net::transport kind);
 
 // Collects every log line (formatted) while alive; threshold 0.
 class log_capture {

@@ -1,8 +1,9 @@
 #include "support/test_peer.h"
 
+#include "sim/net/net.h"
+
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cjson/cJSON.h>
 #include <condition_variable>
 #include <deque>
@@ -15,47 +16,14 @@
 #include <thread>
 #include <utility>
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 namespace ka_test {
 
 namespace {
 
-class unique_fd {
-  public:
-    unique_fd() = default;
-    explicit unique_fd(int fd) : fd_(fd) {}
-    ~unique_fd() { reset(); }
-    unique_fd(unique_fd &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    unique_fd &operator=(unique_fd &&other) noexcept {
-        if (this != &other) {
-            reset();
-            fd_ = std::exchange(other.fd_, -1);
-        }
-        return *this;
-    }
-    unique_fd(const unique_fd &) = delete;
-    unique_fd &operator=(const unique_fd &) = delete;
+namespace net = sim::net;
 
-    int get() const { return fd_; }
-    explicit operator bool() const { return fd_ >= 0; }
-    void reset() {
-        if (fd_ >= 0) ::close(fd_);
-        fd_ = -1;
-    }
-
-  private:
-    int fd_ = -1;
-};
-
-[[noreturn]] void throw_errno(const char *what) {
-    throw std::system_error(errno, std::generic_category(), what);
+[[noreturn]] void throw_socket_error(const char *what) {
+    throw std::system_error(net::last_error(), what);
 }
 
 struct cjson_deleter {
@@ -104,7 +72,7 @@ struct connection {
     // everyone else touches it only under io_mutex and only while it is open,
     // so a reused descriptor number can never be written to by mistake.
     std::mutex io_mutex;
-    unique_fd socket;
+    net::unique_socket socket;
     bool shut_down = false; // after close_connection(): drop further sends
 
     // Guarded by test_peer::state::mutex.
@@ -118,11 +86,10 @@ struct connection {
 } // namespace
 
 struct test_peer::state {
-    unique_fd listener;
-    // Written once on shutdown and never drained, so every poll() that
+    net::unique_socket listener;
+    // Signalled once on shutdown and never drained, so every poll() that
     // includes it wakes immediately and keeps waking.
-    unique_fd wake_read;
-    unique_fd wake_write;
+    net::wake_channel wake;
     int port = 0;
 
     mutable std::mutex mutex;
@@ -157,25 +124,23 @@ struct test_peer::state {
 
 void test_peer::state::accept_loop() {
     for (;;) {
-        std::array<pollfd, 2> fds{{{listener.get(), POLLIN, 0}, {wake_read.get(), POLLIN, 0}}};
-        if (::poll(fds.data(), fds.size(), -1) < 0) {
-            if (errno == EINTR) continue;
-            return;
-        }
-        if (fds[1].revents != 0) return;
+        std::array<net::poll_entry, 2> entries{{{listener.get()}, {wake.handle()}}};
+        if (net::poll(entries, net::wait_forever) < 0) return;
+        if (entries[1].ready != 0) return;
 
-        unique_fd accepted(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        net::unique_socket accepted = net::accept_from(listener.get());
         if (!accepted) {
             // The listener is non-blocking, so a client that reset before
-            // accept() shows up as EAGAIN or ECONNABORTED instead of a hang.
-            if (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK || errno == ECONNABORTED)
-                continue;
+            // accept() shows up as "try again" instead of a hang.
+            if (net::accept_may_retry()) continue;
             return;
         }
         // Every send() should leave as its own segment, so that split() and
         // drip() really exercise the library's reassembly.
-        int one = 1;
-        ::setsockopt(accepted.get(), IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+        net::set_no_delay(accepted.get());
+        // Non-blocking so that a client that stops reading cannot pin a send
+        // past the destructor's wake-up.
+        net::set_non_blocking(accepted.get());
 
         auto conn = std::make_unique<connection>();
         conn->socket = std::move(accepted);
@@ -192,19 +157,16 @@ void test_peer::state::accept_loop() {
 }
 
 void test_peer::state::read_loop(connection &conn) {
-    const int fd = conn.socket.get();
+    const net::socket_t fd = conn.socket.get();
     std::string pending;
     std::array<char, 4096> buffer{};
     for (;;) {
-        std::array<pollfd, 2> fds{{{fd, POLLIN, 0}, {wake_read.get(), POLLIN, 0}}};
-        if (::poll(fds.data(), fds.size(), -1) < 0) {
-            if (errno == EINTR) continue;
-            break;
-        }
-        if (fds[1].revents != 0) break;
+        std::array<net::poll_entry, 2> entries{{{fd}, {wake.handle()}}};
+        if (net::poll(entries, net::wait_forever) < 0) break;
+        if (entries[1].ready != 0) break;
         if (!wait_until_reading()) break;
-        const ssize_t got = ::recv(fd, buffer.data(), buffer.size(), 0);
-        if (got < 0 && errno == EINTR) continue;
+        const std::ptrdiff_t got = net::receive_some(fd, buffer.data(), buffer.size());
+        if (got < 0 && net::would_block()) continue;
         if (got <= 0) break; // end of stream, reset, or our own shutdown()
 
         // Only the new bytes (and a "\r" left at the end) can complete a line,
@@ -316,19 +278,18 @@ bool test_peer::state::send_bytes(connection &conn, std::string_view bytes) {
     std::lock_guard io(conn.io_mutex);
     if (!conn.socket || conn.shut_down) return false;
     while (!bytes.empty()) {
-        // Non-blocking so that a client that stops reading cannot pin this
-        // thread past the destructor's wake-up.
-        const ssize_t sent =
-            ::send(conn.socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        // The socket is non-blocking, so a client that stops reading cannot
+        // pin this thread past the destructor's wake-up.
+        const std::ptrdiff_t sent = net::send_some(conn.socket.get(), bytes.data(), bytes.size());
         if (sent >= 0) {
             bytes.remove_prefix(static_cast<std::size_t>(sent));
             continue;
         }
-        if (errno == EINTR) continue;
-        if (errno != EAGAIN && errno != EWOULDBLOCK) return false;
-        std::array<pollfd, 2> fds{{{conn.socket.get(), POLLOUT, 0}, {wake_read.get(), POLLIN, 0}}};
-        if (::poll(fds.data(), fds.size(), -1) < 0 && errno != EINTR) return false;
-        if (fds[1].revents != 0) return false;
+        if (!net::would_block()) return false;
+        std::array<net::poll_entry, 2> entries{
+            {{conn.socket.get(), net::writable}, {wake.handle()}}};
+        if (net::poll(entries, net::wait_forever) < 0) return false;
+        if (entries[1].ready != 0) return false;
     }
     return true;
 }
@@ -344,7 +305,7 @@ void test_peer::state::shut(connection &conn) {
     std::lock_guard io(conn.io_mutex);
     // shutdown() rather than close(): the reader, which owns the descriptor,
     // sees end of stream, leaves its poll() and closes it itself.
-    if (conn.socket && !conn.shut_down) ::shutdown(conn.socket.get(), SHUT_RDWR);
+    if (conn.socket && !conn.shut_down) net::shutdown_both(conn.socket.get());
     conn.shut_down = true;
 }
 
@@ -406,26 +367,17 @@ action close_connection() {
 }
 
 test_peer::test_peer() : state_(std::make_unique<state>()) {
-    std::array<int, 2> wake{};
-    if (::pipe2(wake.data(), O_CLOEXEC) != 0) throw_errno("pipe2");
-    state_->wake_read = unique_fd(wake[0]);
-    state_->wake_write = unique_fd(wake[1]);
-
-    state_->listener = unique_fd(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (!state_->listener) throw_errno("socket");
-    int one = 1;
-    ::setsockopt(state_->listener.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = 0; // ephemeral, so parallel test runs never collide
-    if (::bind(state_->listener.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
-        throw_errno("bind");
-    if (::listen(state_->listener.get(), 16) != 0) throw_errno("listen");
-    socklen_t length = sizeof address;
-    if (::getsockname(state_->listener.get(), reinterpret_cast<sockaddr *>(&address), &length) != 0)
-        throw_errno("getsockname");
-    state_->port = ntohs(address.sin_port);
+    state_->listener = net::open_socket(net::transport::tcp);
+    if (!state_->listener) throw_socket_error("socket");
+    net::set_non_blocking(state_->listener.get());
+    net::set_reuse_address(state_->listener.get());
+    // Port 0: ephemeral, so parallel test runs never collide.
+    if (!net::bind_to(state_->listener.get(), {net::loopback_address, 0}))
+        throw_socket_error("bind");
+    if (!net::listen_on(state_->listener.get(), 16)) throw_socket_error("listen");
+    const auto bound = net::local_endpoint(state_->listener.get());
+    if (!bound) throw_socket_error("getsockname");
+    state_->port = bound->port;
 
     state_->acceptor = std::thread([s = state_.get()] { s->accept_loop(); });
 }
@@ -436,10 +388,7 @@ test_peer::~test_peer() {
         state_->stopping = true;
     }
     state_->work_cv.notify_all();
-    const char byte = 1;
-    // A full pipe would also mean it is already readable, so the result does
-    // not matter.
-    [[maybe_unused]] ssize_t written = ::write(state_->wake_write.get(), &byte, 1);
+    state_->wake.signal();
     state_->acceptor.join();
     // No new connections can appear once the acceptor has stopped.
     for (const auto &conn : state_->connections) {
