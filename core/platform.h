@@ -1,5 +1,6 @@
-// Thin platform layer: sockets, a wake-up channel and a monotonic clock.
-// POSIX today; a Winsock implementation replaces platform.cpp only.
+// Thin platform layer: sockets, a wake-up channel, poll, a monotonic clock
+// and the local time. platform_posix.cpp implements it with BSD sockets,
+// platform_win.cpp with Winsock 2; nothing else in the library sees either.
 #pragma once
 
 #include <chrono>
@@ -10,8 +11,15 @@
 
 namespace platform {
 
+#if defined(_WIN32)
+// Winsock's SOCKET (UINT_PTR), named here without pulling <winsock2.h> and
+// its macros into every file; platform_win.cpp checks that the types agree.
+using socket_t = std::uintptr_t;
+constexpr socket_t invalid_socket = ~socket_t{0};
+#else
 using socket_t = int;
 constexpr socket_t invalid_socket = -1;
+#endif
 
 using clock = std::chrono::steady_clock;
 
@@ -54,7 +62,9 @@ class wake_channel {
     socket_t read_end() const { return fds_[0]; }
 
   private:
-    int fds_[2] = {-1, -1};
+    // Read and write ends; one socket serves as both where the system has no
+    // pollable pipe.
+    socket_t fds_[2] = {invalid_socket, invalid_socket};
 };
 
 // Blocks until one of the sockets is readable or timeout_ms passes (-1: no
@@ -67,7 +77,11 @@ int poll_readable(const socket_t *sockets, bool *ready, size_t count, int timeou
 inline void format_local_time(char *out, size_t size, char separator) {
     std::time_t now = std::time(nullptr);
     std::tm local{};
+#if defined(_WIN32)
+    localtime_s(&local, &now);
+#else
     localtime_r(&now, &local);
+#endif
     std::snprintf(out, size, "%04d-%02d-%02d %02d%c%02d%c%02d", local.tm_year + 1900,
                   local.tm_mon + 1, local.tm_mday, local.tm_hour, separator, local.tm_min,
                   separator, local.tm_sec);

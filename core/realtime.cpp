@@ -15,7 +15,7 @@ constexpr size_t datagram_capacity = 1024; // the controller's largest state dat
 // hand its descriptor number to a new socket under that read.
 struct udp_socket {
     explicit udp_socket(platform::socket_t s) : fd(s) {}
-    ~udp_socket() { ka_udp_close(fd); }
+    ~udp_socket() { platform::close_socket(fd); }
     udp_socket(const udp_socket &) = delete;
     udp_socket &operator=(const udp_socket &) = delete;
     const platform::socket_t fd;
@@ -273,7 +273,8 @@ int ka_udp_add_port(ka_udp_listener *listener, int port) {
         if (!free_entry) return -2;
         int socket = ka_udp_create_connect(port);
         if (socket > 0) {
-            *free_entry = port_entry{std::make_shared<udp_socket>(socket), port, 1};
+            auto fd = static_cast<platform::socket_t>(socket);
+            *free_entry = port_entry{std::make_shared<udp_socket>(fd), port, 1};
             result = 0;
         } else {
             free_entry->socket.reset();
@@ -303,11 +304,13 @@ int ka_udp_create_connect(int port) {
         ka_log_error("bind failed");
         return -2;
     }
-    return s;
+    // The exported form carries the socket as an int; Winsock's handles are
+    // small values that fit.
+    return static_cast<int>(s);
 }
 
 void ka_udp_close(int socket) {
-    if (socket > 0) platform::close_socket(socket);
+    if (socket > 0) platform::close_socket(static_cast<platform::socket_t>(socket));
 }
 
 void *thread_udp_receive(void *) {

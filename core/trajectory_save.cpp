@@ -103,7 +103,9 @@ bool save_begin(const char *path) {
     save.total = 0;
     save.last_point = {};
     close_file(save);
-    save.file = std::fopen(path, "w+");
+    // Binary: each point goes out with its own "\r\n", which a text-mode
+    // file on Windows would turn into "\r\r\n".
+    save.file = std::fopen(path, "wb+");
     return save.file != nullptr;
 }
 

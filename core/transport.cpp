@@ -460,7 +460,7 @@ int socket_connect(ka_socket_object *object) {
     std::memcpy(ip, object->ip, sizeof object->ip);
     int stage = 0;
     object->fd = platform::tcp_connect(ip, object->port, connect_timeout_ms, &stage);
-    return object->fd >= 0 ? object->fd : stage;
+    return object->fd != platform::invalid_socket ? static_cast<int>(object->fd) : stage;
 }
 
 int socket_send(ka_socket_object *object, const char *buffer, int length) {

@@ -19,3 +19,31 @@ if [ ${#missing[@]} -gt 0 ]; then
     "${sudo_cmd[@]}" apt-get update
     DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y --no-install-recommends "${missing[@]}"
 fi
+
+# cJSON's source for the Windows cross build, from the Debian archive: a
+# deb-src entry and package lists in a scratch directory, used for this one
+# call only, so the system's apt configuration is left as it is.
+root=$(cd "$(dirname "$0")/.." && pwd)
+if ! compgen -G "$root/third_party/cjson-*/cJSON.c" >/dev/null; then
+    . /etc/os-release
+    scratch=$(mktemp -d)
+    trap 'rm -rf "$scratch"' EXIT
+    mkdir -p "$scratch/sources.list.d" "$scratch/lists/partial" "$scratch/cache/archives/partial"
+    cat >"$scratch/sources.list.d/source.sources" <<SOURCES
+Types: deb-src
+URIs: http://deb.debian.org/debian
+Suites: $VERSION_CODENAME
+Components: main
+Signed-By: /usr/share/keyrings/debian-archive-keyring.gpg
+SOURCES
+    apt_scratch=(-o "Dir::Etc::SourceList=$scratch/none.list"
+                 -o "Dir::Etc::SourceParts=$scratch/sources.list.d"
+                 -o "Dir::State::Lists=$scratch/lists"
+                 -o "Dir::Cache=$scratch/cache")
+    touch "$scratch/none.list"
+    apt-get "${apt_scratch[@]}" update
+    mkdir -p "$root/third_party"
+    (cd "$root/third_party" && apt-get "${apt_scratch[@]}" source cjson)
+fi
+# Third-party sources keep their own layout (scripts/check_format.sh).
+printf 'DisableFormat: true\nSortIncludes: Never\n' >"$root/third_party/.clang-format"

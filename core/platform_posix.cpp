@@ -159,7 +159,7 @@ long recv_datagram(socket_t s, char *buffer, size_t size, char *from_ip, size_t 
 }
 
 wake_channel::wake_channel() {
-    if (::pipe2(fds_, O_CLOEXEC | O_NONBLOCK) != 0) fds_[0] = fds_[1] = -1;
+    if (::pipe2(fds_, O_CLOEXEC | O_NONBLOCK) != 0) fds_[0] = fds_[1] = invalid_socket;
 }
 
 wake_channel::~wake_channel() {
