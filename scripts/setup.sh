@@ -8,7 +8,8 @@ packages=(build-essential cmake pkg-config libcjson-dev libeigen3-dev
           libgtest-dev libgmock-dev libbenchmark-dev liborocos-kdl-dev
           clang libclang-rt-14-dev doxygen clang-format
           g++-mingw-w64-x86-64-posix wine64 dpkg-dev
-          python3-pytest python3-clang-14 python3-setuptools python3-pip python3-venv)
+          python3-pytest python3-clang-14 python3-setuptools python3-pip python3-venv
+          python3-numpy)
 sudo_cmd=()
 if [ "$(id -u)" -ne 0 ]; then sudo_cmd=(sudo); fi
 missing=()

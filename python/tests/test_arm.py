@@ -172,3 +172,14 @@ def test_kinematics_helpers_round_trip() -> None:
     assert kinematics.matrix_to_pose(matrix).isclose(pose, position_tol=1e-6, angle_tol=1e-5)
     with pytest.raises(ValueError):
         kinematics.forward("NOSUCH", (0,) * 6)
+
+
+def test_numpy_arrays_are_taken_where_sequences_are(arm: ka_api.Arm) -> None:
+    np = pytest.importorskip("numpy")
+    joints = np.array([10.0, 20.0, 30.0, 40.0, 50.0, 60.0])
+    pose = kinematics.forward("KIVO", joints)
+    assert pose.isclose(kinematics.forward("KIVO", tuple(joints.tolist())), position_tol=0, angle_tol=0)
+    solved = kinematics.inverse("KIVO", np.array(pose), joints + 2)
+    assert solved == pytest.approx(tuple(joints.tolist()), abs=1e-2)
+    arm.movej(np.array([0.0, 30.0, 60.0, 0.0, 60.0, 0.0]), speed=60)
+    assert arm.joints()[:6] == pytest.approx((0, 30, 60, 0, 60, 0), abs=1e-2)
