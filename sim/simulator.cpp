@@ -56,7 +56,12 @@ class connection {
     connection(net::unique_socket socket, std::string peer_name, const arm_faults &faults,
                written_hook written)
         : fd(socket.get()), peer(std::move(peer_name)), faults_(faults),
-          written_(std::move(written)), socket_(std::move(socket)) {}
+          written_(std::move(written)), socket_(std::move(socket)) {
+        // Non-blocking, and every wait is a poll that also watches
+        // shut_signal_: a shutdown() of the socket ends a recv() or send()
+        // blocked in another thread on Linux, but not on Windows.
+        net::set_non_blocking(fd);
+    }
     ~connection() {
         shut();
         if (reader.joinable()) reader.join();
@@ -107,7 +112,17 @@ class connection {
             closing_ = true;
         }
         net::shutdown_both(fd);
+        shut_signal_.signal();
         queued_.notify_all();
+    }
+
+    // One receive: > 0 bytes, 0 end of stream or shut, < 0 failure.
+    std::ptrdiff_t receive(char *buffer, std::size_t size) {
+        for (;;) {
+            const std::ptrdiff_t n = net::receive_some(fd, buffer, size);
+            if (n >= 0 || !net::would_block()) return n;
+            if (!wait_for(net::readable)) return 0;
+        }
     }
 
     bool overflowed() const { return overflowed_; }
@@ -125,10 +140,20 @@ class connection {
         bool close_after;
     };
 
+    // Waits until the socket is ready for `what`; false once shut.
+    bool wait_for(net::readiness what) {
+        std::array<net::poll_entry, 2> entries{{{fd, what}, {shut_signal_.handle()}}};
+        return net::poll(entries, net::wait_forever) >= 0 && entries[1].ready == 0;
+    }
+
     bool send_all(const char *bytes, std::size_t size) {
         std::size_t sent = 0;
         while (sent < size) {
             const std::ptrdiff_t n = net::send_some(fd, bytes + sent, size - sent);
+            if (n < 0 && net::would_block()) {
+                if (!wait_for(net::writable)) return false;
+                continue;
+            }
             if (n <= 0) return false;
             sent += static_cast<std::size_t>(n);
         }
@@ -165,6 +190,7 @@ class connection {
 
     const arm_faults &faults_;
     const written_hook written_;
+    net::wake_channel shut_signal_; // readable once shut
     // Closed last, once both threads have been joined.
     net::unique_socket socket_;
     std::thread writer_;
@@ -324,8 +350,16 @@ void simulator::impl::accept_loop(arm_server &server) {
                                                      steady::time_point at) {
                 options.line_written(number, line, at);
             };
-        auto client = std::make_shared<connection>(std::move(accepted), net::to_text(address),
-                                                   server.faults, std::move(written));
+        const std::string peer_name = net::to_text(address);
+        std::shared_ptr<connection> client;
+        try {
+            client = std::make_shared<connection>(std::move(accepted), peer_name, server.faults,
+                                                  std::move(written));
+        } catch (const std::system_error &error) {
+            // No wake-up for the connection's threads: it is not served.
+            log(arm_name + " client " + peer_name + " dropped: " + error.what());
+            continue;
+        }
         log(arm_name + " client " + client->peer + " connected");
         std::lock_guard lock(server.connections_mutex);
         server.connections.push_back(client);
@@ -360,7 +394,7 @@ void simulator::impl::read_loop(arm_server &server, connection *client) {
     char chunk[4096];
     while (!stopping) {
         server.faults.wait_while_stalled(stopping);
-        const std::ptrdiff_t n = net::receive_some(client->fd, chunk, sizeof chunk);
+        const std::ptrdiff_t n = client->receive(chunk, sizeof chunk);
         if (n <= 0) break;
         pending.append(chunk, static_cast<std::size_t>(n));
         // Only "\r\n" ends a request: some requests are printed formatted,

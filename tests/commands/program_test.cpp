@@ -119,7 +119,7 @@ TEST(program_download, pieces_conversion_and_path_rules) {
     const std::string converted = "{\"file\":7}\r\n{\"name\":\"Folder\",\"num\":1,\"type\":3,"
                                   "\"enabled\":true,\"parent_number\":0}\r\na\r\nbb\r\nccc\r\n";
     const std::string accepted = answer("download_project", "project_state"),
-                      missing = (dir / "gone.txt").string();
+                      missing = (dir / "gone.txt").generic_string();
     std::string lines; // five lines of 50 bytes
     for (char c = 'a'; c < 'f'; ++c)
         lines += std::string(48, c) + "\r\n";
@@ -131,14 +131,22 @@ TEST(program_download, pieces_conversion_and_path_rules) {
         std::strftime(text, sizeof text, "%Y-%m-%d %H_%M_%S.txt", std::localtime(&now));
         return std::string(text);
     };
+    // Paths the library is given are written with "/", which every system
+    // takes, except one whose only separators are "\": on Windows a real path
+    // into the directory, elsewhere a file name with "\" in it.
+#if defined(_WIN32)
+    const std::string backslashed = fs::path(dir / "prog.txt").make_preferred().string();
+#else
+    const std::string backslashed = "D:\\work\\prog.txt";
+#endif
     // The path, its content, the verdict, the bytes streamed after run_project,
     // the result, errline and the name sent (a failure keeps the path).
     // clang-format off
     struct { std::string path; int convert; std::string content, answer, streamed; int result, errline; std::string name; } const rows[] = {
-        {(dir / "traj.txt").string(), 1, "a\r\nbb\r\nccc\r\n", accepted, converted, 0, -1, "traj"},
-        {"D:\\work\\prog.txt", 0, lines, accepted, lines, 0, -1, "prog"},
-        {(dir / "job.txt").string(), 0, nul_at_120, line("download_project", R"("project_state":false,"err_line":4)"), lines.substr(0, 120) + lines.substr(200), 1, 4, "job"},
-        {"D:\\work\\prog.txt", 1, "", "", "", -4, 0, ""},
+        {(dir / "traj.txt").generic_string(), 1, "a\r\nbb\r\nccc\r\n", accepted, converted, 0, -1, "traj"},
+        {backslashed, 0, lines, accepted, lines, 0, -1, "prog"},
+        {(dir / "job.txt").generic_string(), 0, nul_at_120, line("download_project", R"("project_state":false,"err_line":4)"), lines.substr(0, 120) + lines.substr(200), 1, 4, "job"},
+        {backslashed, 1, "", "", "", -4, 0, ""},
         {missing, 0, "", "", "", -5, 0, ""},
         {missing, 1, "", "", "", -5, 0, ""},
     };

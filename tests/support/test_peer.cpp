@@ -74,6 +74,10 @@ struct connection {
     std::mutex io_mutex;
     net::unique_socket socket;
     bool shut_down = false; // after close_connection(): drop further sends
+    // Signalled by close_connection(). A shutdown() of its own socket wakes
+    // a reader blocked on it on Linux but not on Windows, so the reader is
+    // told in a way every system sees.
+    net::wake_channel shut_signal;
 
     // Guarded by test_peer::state::mutex.
     std::deque<std::vector<action>> work;
@@ -161,9 +165,10 @@ void test_peer::state::read_loop(connection &conn) {
     std::string pending;
     std::array<char, 4096> buffer{};
     for (;;) {
-        std::array<net::poll_entry, 2> entries{{{fd}, {wake.handle()}}};
+        std::array<net::poll_entry, 3> entries{
+            {{fd}, {wake.handle()}, {conn.shut_signal.handle()}}};
         if (net::poll(entries, net::wait_forever) < 0) break;
-        if (entries[1].ready != 0) break;
+        if (entries[1].ready != 0 || entries[2].ready != 0) break;
         if (!wait_until_reading()) break;
         const std::ptrdiff_t got = net::receive_some(fd, buffer.data(), buffer.size());
         if (got < 0 && net::would_block()) continue;
@@ -304,8 +309,11 @@ bool test_peer::state::pause(std::chrono::microseconds length) {
 void test_peer::state::shut(connection &conn) {
     std::lock_guard io(conn.io_mutex);
     // shutdown() rather than close(): the reader, which owns the descriptor,
-    // sees end of stream, leaves its poll() and closes it itself.
-    if (conn.socket && !conn.shut_down) net::shutdown_both(conn.socket.get());
+    // leaves its poll() on the signal and closes it itself.
+    if (conn.socket && !conn.shut_down) {
+        net::shutdown_both(conn.socket.get());
+        conn.shut_signal.signal();
+    }
     conn.shut_down = true;
 }
 
