@@ -111,12 +111,8 @@ int ka_pack_lock_set(const char *function, ka_robot_handle *handle, const ka_req
         std::this_thread::sleep_for(std::chrono::milliseconds(timeout_ms));
         return 0;
     }
-    int n = wait_reply(function, command, *arm, fields != nullptr, reply_name, reply, reply_size,
-                       timeout_ms);
-    // Deleted while the call waited: refused like any call on a deleted
-    // handle, not reported as an unanswered request.
-    if (n < 1 && load_public(arm->pub.id) == 0) return -1;
-    return n;
+    return wait_reply(function, command, *arm, fields != nullptr, reply_name, reply, reply_size,
+                      timeout_ms);
 }
 
 int ka_pack_lock_wait(const char *function, ka_robot_handle *handle, const char *reply_name,

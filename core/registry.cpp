@@ -216,11 +216,9 @@ int ka_delete_robot_arm(ka_robot_handle *handle) {
     std::unique_lock<std::shared_mutex> lock(registry_lock);
     for (auto &slot : slots) {
         if (!slot || &slot->pub != handle) continue;
-        // The id first: a call that the close below ends reads it to tell a
-        // deleted arm from a lost connection.
-        store_public(slot->pub.id, 0);
         socket_close(slot->socket.get());
         mark_disconnected(*slot);
+        store_public(slot->pub.id, 0);
         retired.push_back(std::move(slot));
         slot.reset();
         lock.unlock();

@@ -214,7 +214,7 @@ TEST(concurrency, commands_on_two_arms_and_a_delete_race_cleanly) {
     ka_robot_handle *arm_b = ka_create_robot_arm("127.0.0.1", b.port());
     ASSERT_EQ(arm_a->id, 1);
     ASSERT_EQ(arm_b->id, 2);
-    std::atomic<int> good_a{0}, good_b{0};
+    std::atomic<int> good_a{0}, good_b{0}, released_b{0};
     std::thread ta([&] {
         for (int i = 0; i < 100; ++i)
             good_a += get_v(arm_a) == 9;
@@ -224,6 +224,8 @@ TEST(concurrency, commands_on_two_arms_and_a_delete_race_cleanly) {
             int r = get_v(arm_b);
             if (r == 9)
                 ++good_b;
+            else if (r == -2) // the one call waiting when the delete came is released
+                ++released_b;
             else
                 EXPECT_EQ(r, -1); // deleted under its feet: refused, never stuck
         }
@@ -233,5 +235,7 @@ TEST(concurrency, commands_on_two_arms_and_a_delete_race_cleanly) {
     ta.join();
     tb.join();
     EXPECT_EQ(good_a.load(), 100);
+    // One thread calls in turn, so at most one call was waiting at the delete.
+    EXPECT_LE(released_b.load(), 1);
     ka_destory();
 }
