@@ -25,40 +25,13 @@ tour_limit=300
 cmake --build "$linux_dir" -j2 --target ka-sim >/dev/null
 cmake --build "$windows_dir" -j2 --target ka_tour >/dev/null
 
-sim_pid=""
-echo_pid=""
-stop_sim() {
-    if [[ -n "$sim_pid" ]]; then
-        kill "$sim_pid" 2>/dev/null || true
-        wait "$sim_pid" 2>/dev/null || true
-    fi
-    # The echo ends at the end of ka-sim's output.
-    if [[ -n "$echo_pid" ]]; then wait "$echo_pid" 2>/dev/null || true; fi
-}
-trap stop_sim EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
-
-# ka-sim prints "ka-sim: arm 1 listening on 127.0.0.1:PORT (...)" first.
-coproc SIM { exec "$sim" --port 0 2>&1; }
-sim_pid=$SIM_PID
-exec {sim_out}<&"${SIM[0]}" # a copy that outlives the coprocess
-
-first=""
-read -r -t 10 -u "$sim_out" first || true
-port=$(sed -n 's/^ka-sim: arm 1 listening on 127\.0\.0\.1:\([0-9]*\).*/\1/p' <<<"$first")
-if [[ -z "$port" ]]; then
-    echo "$0: ka-sim did not report its port: ${first:-nothing}" >&2
-    exit 1
-fi
-cat <&"$sim_out" &
-echo_pid=$!
-echo "ka-sim (pid $sim_pid) listening on 127.0.0.1:$port"
+source scripts/sim_session.sh
+start_sim "$sim"
 
 # ka_api.dll sits beside ka_tour.exe; the Wine prefix is the test runs' one.
 status=0
 WINEPREFIX="$PWD/$windows_dir/wineprefix" WINEDEBUG=-all \
-    timeout "$tour_limit" "$wine_loader" "$tour" 127.0.0.1 "$port" || status=$?
+    timeout "$tour_limit" "$wine_loader" "$tour" 127.0.0.1 "$sim_port" || status=$?
 if [[ $status -eq 124 ]]; then
     echo "$0: ka_tour.exe did not finish within ${tour_limit} s" >&2
 elif [[ $status -ne 0 ]]; then
