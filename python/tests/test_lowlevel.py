@@ -168,3 +168,28 @@ def test_constants_and_enumerations(name: str, value: int) -> None:
 def test_library_reports_the_header_version() -> None:
     assert ll.ka_api_version().decode() == ll.KA_API_VERSION_STRING
     assert ll.ka_api_version_number() == ll.KA_API_VERSION_NUMBER
+
+
+@pytest.mark.parametrize(
+    "platform, beside, last",
+    [("linux", "libka_api.so", ["libka_api.so.1", "libka_api.so"]), ("win32", "ka_api.dll", ["ka_api.dll"])],
+)
+def test_library_is_looked_for_beside_the_package_then_in_the_variable_then_on_the_system(
+    monkeypatch: pytest.MonkeyPatch, platform: str, beside: str, last: list
+) -> None:
+    from ka_api import _library
+
+    monkeypatch.setattr(_library.sys, "platform", platform)
+    monkeypatch.setattr(_library.ctypes.util, "find_library", lambda name: None)
+    monkeypatch.setenv(_library.ENV_LIBRARY, "/nowhere/libka_api.so")
+    places = _library.candidates()
+    assert os.path.basename(places[0]) == beside
+    assert os.path.dirname(places[0]) == os.path.dirname(os.path.abspath(_library.__file__))
+    assert places[1] == "/nowhere/libka_api.so"
+    assert places[2:] == last
+    # Nothing loads: the error names every place tried.
+    monkeypatch.setattr(_library.ctypes, "CDLL", lambda place: (_ for _ in ()).throw(OSError("not here")))
+    with pytest.raises(_library.LibraryNotFound) as error:
+        _library.load()
+    for place in places:
+        assert place in str(error.value)
