@@ -42,7 +42,8 @@ int read_state(const axis &a, ka_robot_handle *handle, ka_expand_state_t *out) {
 // report is late; every report is judged as the one that ends the wait, and
 // one without "trajectory_state" counts as a normal end.
 constexpr wait::policy axis_wait(const char *function, int device,
-                                 int (*state)(ka_robot_handle *, int *), int no_reader) {
+                                 int (*state)(ka_robot_handle *, int *),
+                                 std::optional<int> no_reader) {
     wait::policy p{function};
     p.device = device;
     p.poll = wait::poll_kind::axis_state;
@@ -51,28 +52,22 @@ constexpr wait::policy axis_wait(const char *function, int device,
     p.starting_pause_ms = 50;
     p.starting_passes = 10;
     p.no_reader = no_reader;
-    p.no_reader_fixed = no_reader != 0;
     return p;
 }
 
-int lift_mode(ka_robot_handle *handle, int *mode) {
+// The state read the threaded wait follows: its status, and "mode".
+template <const axis &a> int axis_mode(ka_robot_handle *handle, int *mode) {
     ka_expand_state_t state{};
-    const int status = read_state(lift, handle, &state);
-    *mode = state.mode;
-    return status;
-}
-
-int expand_mode(ka_robot_handle *handle, int *mode) {
-    ka_expand_state_t state{};
-    const int status = read_state(expand, handle, &state);
+    const int status = read_state(a, handle, &state);
     *mode = state.mode;
     return status;
 }
 
 // Without a receive path the lift has always reported -3; the expansion
 // axis gives its start reply's result.
-constexpr wait::policy lift_wait = axis_wait("ka_set_lift_height", wait::lift, lift_mode, -3);
-constexpr wait::policy expand_wait = axis_wait("ka_set_expand_pos", wait::expand, expand_mode, 0);
+constexpr wait::policy lift_wait = axis_wait("ka_set_lift_height", wait::lift, axis_mode<lift>, -3);
+constexpr wait::policy expand_wait =
+    axis_wait("ka_set_expand_pos", wait::expand, axis_mode<expand>, std::nullopt);
 
 } // namespace
 

@@ -241,7 +241,7 @@ int session::wait(int block, int accepted_length, int id) const {
     if (r.threaded)
         return p.order == read_order::report_first ? follow_reports(handle_, p, id)
                                                    : follow_queries(handle_, p, id);
-    return p.no_reader_fixed ? p.no_reader : accepted_length;
+    return p.no_reader.value_or(accepted_length);
 }
 
 const reader &current_reader() {

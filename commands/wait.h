@@ -12,6 +12,8 @@
 #include "core/arm.h"
 #include "core/exchange.h"
 
+#include <optional>
+
 namespace wait {
 
 // The report that ends a motion of any device, and the one that ends a program.
@@ -81,9 +83,8 @@ struct policy {
     int other_device = -4;
     bool log_no_report = false; // "[%s] timeout error\n"
     // The result without a receive path (a mode other than 0, 1 and 2);
-    // accepted_length when unset.
-    int no_reader = 0;
-    bool no_reader_fixed = false;
+    // accepted_length when empty.
+    std::optional<int> no_reader = std::nullopt;
 };
 
 // The policies of the arm's motions. A planned motion: the report first,
