@@ -22,8 +22,10 @@ foreach(kind EXE SHARED MODULE)
 endforeach()
 
 # Test programs run under Wine's 64-bit loader, in a prefix of their own
-# under the build directory (cmake/windows.cmake creates it once).
+# under the build directory (cmake/windows.cmake creates it once), through
+# wine_run.sh, which starts a program again when Wine failed to start it.
 set(KA_WINE_LOADER /usr/lib/wine/wine64 CACHE FILEPATH "Wine's 64-bit loader")
 set(KA_WINE_PREFIX ${CMAKE_BINARY_DIR}/wineprefix CACHE PATH "Wine prefix of the test runs")
 set(CMAKE_CROSSCOMPILING_EMULATOR
-    /usr/bin/env WINEPREFIX=${KA_WINE_PREFIX} WINEDEBUG=-all ${KA_WINE_LOADER})
+    /usr/bin/env WINEPREFIX=${KA_WINE_PREFIX} WINEDEBUG=-all /bin/bash
+    ${CMAKE_CURRENT_LIST_DIR}/wine_run.sh ${KA_WINE_LOADER})

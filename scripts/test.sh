@@ -17,5 +17,12 @@ run=()
 # ThreadSanitizer needs the classic address-space layout on kernels with
 # high mmap randomisation.
 if [ "$preset" = tsan ] && command -v setarch >/dev/null; then run=(setarch "$(uname -m)" -R); fi
+if [ "$preset" = windows ]; then
+    # One Wine server for the whole run, stopped at the end: test programs
+    # then never start while a server that went idle is exiting.
+    export WINEPREFIX=$PWD/build/windows/wineprefix
+    /usr/lib/wine/wineserver -p
+    trap '/usr/lib/wine/wineserver -k || true' EXIT
+fi
 "${run[@]}" ctest --preset "$preset"
 if [ "$preset" = default ]; then bash scripts/test_python.sh; fi

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <stdexcept>
 
 namespace ka_test {
 
@@ -13,6 +14,12 @@ arm_session::arm_session(int mode, const std::string &product, int dof) {
     ka_init(mode);
     serve_standard_arm(peer, product, dof);
     arm = ka_create_robot_arm("127.0.0.1", peer.port());
+    if (!arm) {
+        // Reported as the test's failure, where a null arm would crash it.
+        ka_destory();
+        throw std::runtime_error("the arm did not open against the test peer on port " +
+                                 std::to_string(peer.port()));
+    }
     peer.clear_lines();
 }
 
