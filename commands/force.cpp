@@ -112,10 +112,6 @@ constexpr const char *sensitivity_key = "grade";
 constexpr const char *replay_function = "ka_run_drag_trajectory";
 constexpr const char *replay_command = "run_drag_trajectory";
 
-int seconds_to_ms(int seconds) {
-    return static_cast<int>(std::min<long long>(seconds * 1000LL, INT_MAX));
-}
-
 // Waits ms, cut short when the arm's connection closes (nothing more can come).
 void pause_while_connected(arm_record &arm, int ms) {
     std::unique_lock<std::mutex> lock(arm.queue.mutex);
@@ -305,9 +301,9 @@ int ka_run_drag_trajectory(ka_robot_handle *handle, int timeout) {
     // followed until it ends.
     if (wait::current_reader().direct)
         return cmd::run(cmd::set_command{replay_function, replay_command, replay_command,
-                                         "run_state", seconds_to_ms(timeout)},
+                                         "run_state", cmd::seconds_to_ms(timeout)},
                         handle);
-    return replay_threaded(handle, seconds_to_ms(timeout));
+    return replay_threaded(handle, cmd::seconds_to_ms(timeout));
 }
 
 int ka_pause_drag_trajectory(ka_robot_handle *handle) {

@@ -113,17 +113,6 @@ int read_current_frame(const frame_read &r, ka_robot_handle *handle, ka_frame_t 
     return 0;
 }
 
-// A name held in a fixed record field, which may fill the field without a
-// terminator, as text for the wire.
-struct field_text {
-    char text[KA_NAME_SIZE + 1] = {};
-};
-field_text name_of(const char (&field)[KA_NAME_SIZE]) {
-    field_text t;
-    std::memcpy(t.text, field, strnlen(field, KA_NAME_SIZE));
-    return t;
-}
-
 // The refreshed current frame starts from the handle's cached one, so that
 // the quaternion (never on the wire) keeps its last value.
 ka_frame_t cached_frame(const frame_read &r, ka_robot_handle *handle) {
@@ -155,7 +144,7 @@ constexpr cmd::set_command update_work{"ka_update_work_frame", "update_work_fram
 
 // Payload in grams, centre of mass in micrometres, pose as six wire integers.
 int send_tool_frame(const cmd::set_command &c, ka_robot_handle *handle, const ka_frame_t &frame) {
-    field_text name = name_of(frame.frame_name);
+    const auto name = cmd::text_of(frame.frame_name);
     const int32_t com[3] = {scale::millionths(frame.x), scale::millionths(frame.y),
                             scale::millionths(frame.z)};
     cmd::wire_pose pose = cmd::pose_to_wire(frame.pose);
@@ -316,14 +305,14 @@ int send_envelope(ka_robot_handle *handle, const ka_envelope_balls_list_t &list)
     json_ptr object(cJSON_CreateObject());
     cJSON_AddItemToObject(object.get(), "command", cJSON_CreateString("set_tool_envelope"));
     cJSON_AddItemToObject(object.get(), "tool_name",
-                          cJSON_CreateString(name_of(list.tool_name).text));
+                          cJSON_CreateString(cmd::text_of(list.tool_name).text));
     cJSON *balls = cJSON_CreateArray();
     cJSON_AddItemToObject(object.get(), "list", balls);
     int size = std::clamp(list.size, 0, KA_ENVELOPE_BALLS);
     for (int i = 0; i < size; ++i) {
         const ka_envelope_ball_t &b = list.balls[i];
         cJSON *ball = cJSON_CreateObject();
-        cJSON_AddItemToObject(ball, "name", cJSON_CreateString(name_of(b.name).text));
+        cJSON_AddItemToObject(ball, "name", cJSON_CreateString(cmd::text_of(b.name).text));
         // Radius and centre in millimetres.
         const float values[] = {b.radius, b.x, b.y, b.z};
         for (int k = 0; k < 4; ++k)

@@ -219,10 +219,9 @@ extern "C" {
 
 int ka_run_project(ka_robot_handle *handle, ka_send_project_t *project, int file_size) {
     if (!project) return -1;
-    std::string name(project->project_path,
-                     strnlen(project->project_path, sizeof project->project_path));
+    const auto name = cmd::text_of(project->project_path);
     return cmd::run(run_project_cmd, handle,
-                    {cmd::text("project_name", name.c_str()), cmd::number("file_size", file_size),
+                    {cmd::text("project_name", name.text), cmd::number("file_size", file_size),
                      cmd::number("plan_speed", project->plan_speed),
                      cmd::number("step_flag", project->step_flag),
                      cmd::number("only_save", project->only_save),

@@ -77,17 +77,6 @@ std::span<const zone_key> zone_keys(int form) {
     }
 }
 
-// A zone name held in the record's fixed field, which a full name fills
-// without a terminator, as text for the wire.
-struct name_text {
-    char text[KA_NAME_SIZE + 1] = {};
-};
-name_text name_of(const char (&field)[KA_NAME_SIZE]) {
-    name_text t;
-    std::memcpy(t.text, field, strnlen(field, KA_NAME_SIZE));
-    return t;
-}
-
 // ------------------------------------------------------------ sending zones
 
 // A command that sends a zone: stored fences travel under their name, and
@@ -120,7 +109,7 @@ constexpr zone_sender virtual_wall{{"ka_set_virtual_wall_config", "set_virtual_w
 // millimetres. A form the sender does not take leaves the request empty,
 // which the engine refuses with its send-error line (-1).
 int send_zone(const zone_sender &s, ka_robot_handle *handle, ka_fence_config_t zone) {
-    const name_text name = name_of(zone.form_name);
+    const auto name = cmd::text_of(zone.form_name);
     ka_request_field fields[3 + max_zone_keys];
     int count = 0;
     if (s.forms & form_bit(zone.form)) {

@@ -186,7 +186,7 @@ int follow_queries(ka_robot_handle *handle, const policy &p, int id) {
 // Thread mode 0: nothing files reports, so each read takes the socket.
 int follow_direct(ka_robot_handle *handle, const policy &p, int seconds, int id) {
     if (p.direct == direct_read::one_read) {
-        const int timeout_ms = seconds > INT_MAX / 1000 ? INT_MAX : seconds * 1000;
+        const int timeout_ms = cmd::seconds_to_ms(seconds);
         auto r = next_report(handle, p, timeout_ms, reply_buffer_size);
         return r && judge_finish(*r, id) == 0 ? 0 : -4;
     }

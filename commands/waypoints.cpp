@@ -21,17 +21,6 @@ constexpr const char *list_command = "get_global_waypoints_list";
 // A page of waypoints is slow to gather: two seconds.
 constexpr int list_wait = m_nOutTime_max + 1000;
 
-// A record's text field, which may fill the field without a terminator, as
-// text for the wire.
-template <size_t N> struct field_text {
-    char text[N + 1] = {};
-};
-template <size_t N> field_text<N> text_of(const char (&field)[N]) {
-    field_text<N> t;
-    std::memcpy(t.text, field, strnlen(field, N));
-    return t;
-}
-
 // At most `limit` characters of text into field, always terminated, the rest
 // of the field zeroed.
 template <size_t N> void copy_text(char (&field)[N], const char *text, size_t limit) {
@@ -50,10 +39,10 @@ void stamp_local_time(char (&out)[KA_WAYPOINT_TIME_SIZE]) {
 int send_waypoint(const cmd::set_command &c, ka_robot_handle *handle, ka_waypoint_t &point,
                   int dof) {
     stamp_local_time(point.time);
-    auto name = text_of(point.point_name);
-    auto work = text_of(point.work_frame);
-    auto tool = text_of(point.tool_frame);
-    auto time = text_of(point.time);
+    auto name = cmd::text_of(point.point_name);
+    auto work = cmd::text_of(point.work_frame);
+    auto tool = cmd::text_of(point.tool_frame);
+    auto time = cmd::text_of(point.time);
     cmd::wire_joints joints = cmd::joints_to_wire(point.joint, dof);
     cmd::wire_pose pose = cmd::pose_to_wire(point.pose);
     return cmd::run(c, handle,

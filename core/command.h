@@ -6,6 +6,8 @@
 #include "core/exchange.h"
 #include "core/scale.h"
 
+#include <climits>
+#include <cstring>
 #include <initializer_list>
 #include <span>
 #include <vector>
@@ -102,6 +104,22 @@ inline wire_target pose_target(const ka_pose_t &p) {
     for (int i = 0; i < 6; ++i)
         t.v[i] = euler.v[i];
     return t;
+}
+
+// A record's text field, which may fill the field without a terminator, as
+// text for the wire.
+template <size_t N> struct field_text {
+    char text[N + 1] = {};
+};
+template <size_t N> field_text<N> text_of(const char (&field)[N]) {
+    field_text<N> t;
+    std::memcpy(t.text, field, strnlen(field, N));
+    return t;
+}
+
+// A time-out given in seconds as milliseconds, saturated at the int range.
+constexpr int seconds_to_ms(int seconds) {
+    return seconds > INT_MAX / 1000 ? INT_MAX : seconds < INT_MIN / 1000 ? INT_MIN : seconds * 1000;
 }
 
 // A reply line, zeroed.
