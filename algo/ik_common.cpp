@@ -4,17 +4,6 @@
 #include <cmath>
 #include <limits>
 
-namespace {
-
-// Below this the middle axis of a Z-Y-Z triple counts as aligned. A target
-// rounded to float carries about 1e-7 rad, which the arm joints solved
-// before the wrist can amplify by a factor of tens near a stretched elbow.
-// Keeping the references' split within this band costs at most this much
-// orientation.
-constexpr double k_zyz_aligned = 1e-5;
-
-} // namespace
-
 ik_frame ik_frame_from_matrix(const ka_matrix_t &T) {
     ik_frame F;
     for (int i = 0; i < 3; ++i) {
@@ -65,64 +54,17 @@ ik_frame ik_flange_target(const ka_matrix_t &T_tool, const ka_matrix_t &install,
     return ik_multiply(ik_multiply(I_inv, ik_frame_from_matrix(T_tool)), Tt_inv);
 }
 
-namespace {
-
-// Given the first angle (with its cosine and sine), the middle angle and
-// the fitted last angle.
-void zyz_given_first(const double M[3][3], double a, double ca, double sa, zyz_angles *out) {
-    // Rows of Rz(-a) * M.
-    double r0[3], r1[3];
-    for (int j = 0; j < 3; ++j) {
-        r0[j] = ca * M[0][j] + sa * M[1][j];
-        r1[j] = -sa * M[0][j] + ca * M[1][j];
-    }
-    const double sb = r0[2];
-    const double cb = M[2][2];
-    const double b = std::atan2(sb, cb);
-    const double n = std::sqrt(sb * sb + cb * cb);
-    const double cbn = n > 0.0 ? cb / n : 1.0;
-    const double sbn = n > 0.0 ? sb / n : 0.0;
-    // Ry(-b) * Rz(-a) * M = Rz(c): fit c to its upper 2x2 block.
-    const double B00 = cbn * r0[0] - sbn * M[2][0];
-    const double B01 = cbn * r0[1] - sbn * M[2][1];
-    const double c = std::atan2(r1[0] - B01, B00 + r1[1]);
-    out->angle[0][0] = a;
-    out->angle[0][1] = b;
-    out->angle[0][2] = c;
-    out->angle[1][0] = a + k_pi;
-    out->angle[1][1] = -b;
-    out->angle[1][2] = c + k_pi;
-    out->ca = ca;
-    out->sa = sa;
-}
-
-} // namespace
-
 void ik_zyz_with_first(const double M[3][3], double a, zyz_angles *out) {
-    zyz_given_first(M, a, std::cos(a), std::sin(a), out);
+    ik_zyz_given_first(M, a, std::cos(a), std::sin(a), out);
     out->aligned = true;
-}
-
-double ik_zyz_tilt(const double M[3][3]) {
-    return std::sqrt(M[0][2] * M[0][2] + M[1][2] * M[1][2]);
 }
 
 void ik_zyz_even_split(const double M[3][3], double ref_a, double ref_c, zyz_angles *out) {
     // Aligned, a + c (b near 0) or c - a (b near pi) is fixed. Find c for
     // a = ref_a, then move a by half of c's distance from ref_c.
-    zyz_given_first(M, ref_a, std::cos(ref_a), std::sin(ref_a), out);
+    ik_zyz_given_first(M, ref_a, std::cos(ref_a), std::sin(ref_a), out);
     const double half = 0.5 * ik_wrap_pi(out->angle[0][2] - ref_c);
     ik_zyz_with_first(M, M[2][2] >= 0.0 ? ref_a + half : ref_a - half, out);
-}
-
-void ik_zyz(const double M[3][3], double ref_a, double ref_c, zyz_angles *out) {
-    const double rho = ik_zyz_tilt(M);
-    if (rho < k_zyz_aligned) {
-        ik_zyz_even_split(M, ref_a, ref_c, out);
-        return;
-    }
-    zyz_given_first(M, std::atan2(M[1][2], M[0][2]), M[0][2] / rho, M[1][2] / rho, out);
-    out->aligned = false;
 }
 
 bool ik_wrap_joint(double q, double ref, double lo, double hi, double *out) {
@@ -172,25 +114,6 @@ int find_min_index(const double values[], int n) {
         }
     }
     return best;
-}
-
-double ik_joint_distance2(const double a[], const double b[], int dof) {
-    double s = 0.0;
-    for (int i = 0; i < dof; ++i)
-        s += (a[i] - b[i]) * (a[i] - b[i]);
-    return s;
-}
-
-bool ik_clamp_cosine(double *c, double scale, double length_slack) {
-    if (!std::isfinite(*c)) return false;
-    if (*c > 1.0) {
-        if ((*c - 1.0) * scale > length_slack) return false;
-        *c = 1.0;
-    } else if (*c < -1.0) {
-        if ((-1.0 - *c) * scale > length_slack) return false;
-        *c = -1.0;
-    }
-    return true;
 }
 
 ik_reach ik_reach_cosine(double *c, double scale) {

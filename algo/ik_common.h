@@ -74,7 +74,7 @@ struct zyz_angles {
     double ca, sa; // cos and sin of angle[0][0]
     bool aligned;
 };
-void ik_zyz(const double M[3][3], double ref_a, double ref_c, zyz_angles *out);
+inline void ik_zyz(const double M[3][3], double ref_a, double ref_c, zyz_angles *out);
 // The even split of the aligned case forced on M whatever its middle angle.
 // Off alignment it misses M by up to sin(b) (the orientation error of the
 // result); callers polish such candidates.
@@ -82,10 +82,60 @@ void ik_zyz_even_split(const double M[3][3], double ref_a, double ref_c, zyz_ang
 // sin of the middle angle, |b| near 0 or pi: below k_zyz_near_aligned the
 // exact split of a rounded target may lie far from the references while a
 // polished even split reaches the target as well.
-double ik_zyz_tilt(const double M[3][3]);
+inline double ik_zyz_tilt(const double M[3][3]) {
+    return std::sqrt(M[0][2] * M[0][2] + M[1][2] * M[1][2]);
+}
 inline constexpr double k_zyz_near_aligned = 1e-3;
 // The same with the first angle a prescribed (the caller has found M aligned).
 void ik_zyz_with_first(const double M[3][3], double a, zyz_angles *out);
+
+// Given the first angle (with its cosine and sine), the middle angle and
+// the fitted last angle. Inline: the seven-axis searches call it for every
+// point of the redundancy parameter they evaluate.
+inline void ik_zyz_given_first(const double M[3][3], double a, double ca, double sa,
+                               zyz_angles *out) {
+    // Rows of Rz(-a) * M.
+    double r0[3], r1[3];
+    for (int j = 0; j < 3; ++j) {
+        r0[j] = ca * M[0][j] + sa * M[1][j];
+        r1[j] = -sa * M[0][j] + ca * M[1][j];
+    }
+    const double sb = r0[2];
+    const double cb = M[2][2];
+    const double b = std::atan2(sb, cb);
+    const double n = std::sqrt(sb * sb + cb * cb);
+    const double cbn = n > 0.0 ? cb / n : 1.0;
+    const double sbn = n > 0.0 ? sb / n : 0.0;
+    // Ry(-b) * Rz(-a) * M = Rz(c): fit c to its upper 2x2 block.
+    const double B00 = cbn * r0[0] - sbn * M[2][0];
+    const double B01 = cbn * r0[1] - sbn * M[2][1];
+    const double c = std::atan2(r1[0] - B01, B00 + r1[1]);
+    out->angle[0][0] = a;
+    out->angle[0][1] = b;
+    out->angle[0][2] = c;
+    out->angle[1][0] = a + k_pi;
+    out->angle[1][1] = -b;
+    out->angle[1][2] = c + k_pi;
+    out->ca = ca;
+    out->sa = sa;
+}
+
+// Below this the middle axis of a Z-Y-Z triple counts as aligned. A target
+// rounded to float carries about 1e-7 rad, which the arm joints solved
+// before the wrist can amplify by a factor of tens near a stretched elbow.
+// Keeping the references' split within this band costs at most this much
+// orientation.
+inline constexpr double k_zyz_aligned = 1e-5;
+
+inline void ik_zyz(const double M[3][3], double ref_a, double ref_c, zyz_angles *out) {
+    const double rho = ik_zyz_tilt(M);
+    if (rho < k_zyz_aligned) {
+        ik_zyz_even_split(M, ref_a, ref_c, out);
+        return;
+    }
+    ik_zyz_given_first(M, std::atan2(M[1][2], M[0][2]), M[0][2] / rho, M[1][2] / rho, out);
+    out->aligned = false;
+}
 
 // Brings one joint value into [lo, hi] by a multiple of 2*pi, choosing the
 // representative nearest to ref. false when no multiple fits.
@@ -100,13 +150,28 @@ bool find_nearest_joint(const double q[], int dof, const double ref[], const ik_
 int find_min_index(const double values[], int n);
 
 // Sum of squared joint differences.
-double ik_joint_distance2(const double a[], const double b[], int dof);
+inline double ik_joint_distance2(const double a[], const double b[], int dof) {
+    double s = 0.0;
+    for (int i = 0; i < dof; ++i)
+        s += (a[i] - b[i]) * (a[i] - b[i]);
+    return s;
+}
 
 // Ratio of the cosine rule that may sit a rounding error beyond +-1 when the
 // arm is fully stretched or folded: clamps onto +-1 when the excess
 // corresponds to less than length_slack metres, else reports unreachable.
 // scale converts the excess of the ratio into metres (d(distance)/d(ratio)).
-bool ik_clamp_cosine(double *c, double scale, double length_slack = k_reach_slack);
+inline bool ik_clamp_cosine(double *c, double scale, double length_slack = k_reach_slack) {
+    if (!std::isfinite(*c)) return false;
+    if (*c > 1.0) {
+        if ((*c - 1.0) * scale > length_slack) return false;
+        *c = 1.0;
+    } else if (*c < -1.0) {
+        if ((-1.0 - *c) * scale > length_slack) return false;
+        *c = -1.0;
+    }
+    return true;
+}
 
 // Polishes the joints q (dof entries, radians) towards the flange target by
 // damped Gauss-Newton on the general product of the DH links. true when the

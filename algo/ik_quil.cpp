@@ -3,6 +3,7 @@
 #include "algo/ik_redundancy_search.h"
 
 #include <algorithm>
+#include <limits>
 
 using namespace ik7;
 
@@ -275,30 +276,56 @@ struct offset_elbow_arm {
         double t3, c3, s3;
     };
 
-    bool upper_arm_at(double t6, int g, upper_arm *out) const {
-        const double e = (g & 2) ? -1.0 : 1.0, f = (g & 1) ? -1.0 : 1.0;
+    // What every group shares at one t6: the wrist's frame and point, and
+    // the elbow's cosine. The four groups start at the same t6, and a
+    // search evaluates a point's tilt before its joints, so the last t6 is
+    // kept.
+    struct wrist_point {
+        double t6 = std::numeric_limits<double>::quiet_NaN(); // none yet
+        bool ok = false;
+        v3 x5{}, z5{}, D{}, Dp{};
+        double c = 0.0, acos_c = 0.0, delta = 0.0;
+    };
+    mutable wrist_point last_;
+
+    const wrist_point &wrist_at(double t6) const {
+        if (t6 == last_.t6) return last_;
+        wrist_point &w = last_;
+        w.t6 = t6;
+        w.ok = false;
         const double cs = std::cos(t6), sn = std::sin(t6);
-        const v3 x5 = cs * fx - sn * fy;
-        const v3 z5 = sn * fx + cs * fy;
-        const v3 W = P - a6 * x5 - d6 * zf;
-        const v3 D = W - S;
-        const double dist = norm(D);
-        if (dist < 1e-9) return false;
+        w.x5 = cs * fx - sn * fy;
+        w.z5 = sn * fx + cs * fy;
+        const v3 W = P - a6 * w.x5 - d6 * zf;
+        w.D = W - S;
+        const double dist = norm(w.D);
+        if (dist < 1e-9) return w;
         // Slack of the target's rounding only: the search moves t6 off the
         // boundary of its range rather than accept a clamped point there,
         // but a target whose solution lies on that boundary (joint 5 at
         // +-90 degrees, where the two choices of y3 meet) still has one.
-        double c = (dist * dist - K0) / Kn;
-        if (!ik_clamp_cosine(&c, Kn / (2.0 * dist), k_rounding_slack)) return false;
+        w.c = (dist * dist - K0) / Kn;
+        if (!ik_clamp_cosine(&w.c, Kn / (2.0 * dist), k_rounding_slack)) return w;
+        w.acos_c = std::acos(w.c);
+        w.Dp = w.D - dot(w.D, w.z5) * w.z5;
+        w.delta = norm(w.Dp);
+        w.ok = true;
+        return w;
+    }
+
+    bool upper_arm_at(double t6, int g, upper_arm *out) const {
+        const double e = (g & 2) ? -1.0 : 1.0, f = (g & 1) ? -1.0 : 1.0;
+        const wrist_point &w = wrist_at(t6);
+        if (!w.ok) return false;
+        const v3 &x5 = w.x5, &z5 = w.z5, &D = w.D, &Dp = w.Dp;
+        const double c = w.c, delta = w.delta;
         // t3 = Kphi + e acos(c); its cosine and sine by the sum formulas.
-        const double t3 = Kphi + e * std::acos(c);
+        const double t3 = Kphi + e * w.acos_c;
         const double se = e * std::sqrt((1.0 - c) * (1.0 + c));
         const double c3 = cKphi * c - sKphi * se, s3 = sKphi * c + cKphi * se;
         const double ux = a3 * c3 + a4 + d2 * s3;
         const double uy = d4 + d2 * c3 - a3 * s3;
         if (std::fabs(ux) < 1e-10) return false;
-        const v3 Dp = D - dot(D, z5) * z5;
-        const double delta = norm(Dp);
         if (delta < 1e-12) return false;
         double cb = uy / delta;
         // A clamped cb misplaces W by its excess times delta / |ux|.
