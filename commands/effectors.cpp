@@ -67,16 +67,11 @@ int run_gripper(const effector_action &a, ka_robot_handle *handle,
                          m_nOutTime_max, nullptr, 0);
 }
 
-constexpr cmd::set_command route{"ka_set_gripper_route", "set_gripper_route", "set_gripper_route",
-                                 "state", m_nOutTime_max};
-constexpr cmd::set_command hand_angle{"ka_set_hand_angle", "set_hand_angle", "set_hand_angle",
-                                      "set_state", m_nOutTime_max};
-constexpr cmd::set_command hand_speed{"ka_set_hand_speed", "set_hand_speed", "set_hand_speed",
-                                      "set_state", m_nOutTime_max};
-constexpr cmd::set_command hand_force{"ka_set_hand_force", "set_hand_force", "set_hand_force",
-                                      "set_state", m_nOutTime_max};
-constexpr cmd::query_command gripper_state{"ka_get_gripper_state", "get_gripper_state",
-                                           "get_gripper_state"};
+constexpr auto route = cmd::set<"set_gripper_route">("state", nullptr, m_nOutTime_max);
+constexpr auto hand_angle = cmd::set<"set_hand_angle">("set_state", nullptr, m_nOutTime_max);
+constexpr auto hand_speed = cmd::set<"set_hand_speed">("set_state", nullptr, m_nOutTime_max);
+constexpr auto hand_force = cmd::set<"set_hand_force">("set_state", nullptr, m_nOutTime_max);
+constexpr auto gripper_state = cmd::query<"get_gripper_state">();
 
 // The gripper state's reply keys, in record order.
 constexpr struct {

@@ -72,39 +72,25 @@ force_target force_target_to_wire(const int32_t *control_mode, const float *desi
 // The force-position passthrough goes out without an answer and without a pause.
 constexpr const char *passthrough_command = "Force_Position_Move";
 
-constexpr cmd::set_command clear_force_data{"ka_clear_force_data", "clear_force_data",
-                                            "clear_force_data", "clear_state"};
-constexpr cmd::set_command stop_set_force_sensor{
-    "ka_stop_set_force_sensor", "stop_set_force_sensor", "stop_set_force_sensor", "stop_state"};
-constexpr cmd::set_command clear_fz{"ka_clear_Fz", "clear_Fz", "clear_Fz", "set_state"};
-constexpr cmd::set_command start_drag_teach{"ka_start_drag_teach", "start_drag_teach",
-                                            "start_drag_teach", "drag_teach"};
-constexpr cmd::set_command stop_drag_teach{"ka_stop_drag_teach", "stop_drag_teach",
-                                           "stop_drag_teach", "drag_teach"};
-constexpr cmd::set_command start_multi_drag_teach{
-    "ka_start_multi_drag_teach", "start_multi_drag_teach", "start_multi_drag_teach", "set_state"};
-constexpr cmd::set_command start_multi_drag_teach_new{"ka_start_multi_drag_teach_new",
-                                                      "start_multi_drag_teach",
-                                                      "start_multi_drag_teach", "set_state"};
-constexpr cmd::set_command pause_drag_trajectory{
-    "ka_pause_drag_trajectory", "pause_drag_trajectory", "pause_drag_trajectory", "pause_state"};
-constexpr cmd::set_command continue_drag_trajectory{"ka_continue_drag_trajectory",
-                                                    "continue_drag_trajectory",
-                                                    "continue_drag_trajectory", "continue_state"};
-constexpr cmd::set_command stop_drag_trajectory{"ka_stop_drag_trajectory", "stop_drag_trajectory",
-                                                "stop_drag_trajectory", "stop_state"};
-constexpr cmd::set_command set_force_position{"ka_set_force_position", "set_force_position",
-                                              "set_force_position", "set_state"};
-constexpr cmd::set_command set_force_position_new{"ka_set_force_position_new", "set_force_position",
-                                                  "set_force_position", "set_state"};
-constexpr cmd::set_command stop_force_position{"ka_stop_force_position", "stop_force_position",
-                                               "stop_force_position", "stop_state"};
-constexpr cmd::set_command start_force_position_move{"ka_start_force_position_move",
-                                                     "Start_Force_Position_Move",
-                                                     "Start_Force_Position_Move", "set_state"};
-constexpr cmd::set_command stop_force_position_move{"ka_stop_force_position_move",
-                                                    "Stop_Force_Position_Move",
-                                                    "Stop_Force_Position_Move", "set_state"};
+constexpr auto clear_force_data = cmd::set<"clear_force_data">("clear_state");
+constexpr auto stop_set_force_sensor = cmd::set<"stop_set_force_sensor">("stop_state");
+constexpr auto clear_fz = cmd::set<"clear_Fz">("set_state");
+constexpr auto start_drag_teach = cmd::set<"start_drag_teach">("drag_teach");
+constexpr auto stop_drag_teach = cmd::set<"stop_drag_teach">("drag_teach");
+constexpr auto start_multi_drag_teach = cmd::set<"start_multi_drag_teach">("set_state");
+constexpr auto start_multi_drag_teach_new =
+    cmd::set<"start_multi_drag_teach", "ka_start_multi_drag_teach_new">("set_state");
+constexpr auto pause_drag_trajectory = cmd::set<"pause_drag_trajectory">("pause_state");
+constexpr auto continue_drag_trajectory = cmd::set<"continue_drag_trajectory">("continue_state");
+constexpr auto stop_drag_trajectory = cmd::set<"stop_drag_trajectory">("stop_state");
+constexpr auto set_force_position = cmd::set<"set_force_position">("set_state");
+constexpr auto set_force_position_new =
+    cmd::set<"set_force_position", "ka_set_force_position_new">("set_state");
+constexpr auto stop_force_position = cmd::set<"stop_force_position">("stop_state");
+constexpr auto start_force_position_move =
+    cmd::set<"Start_Force_Position_Move", "ka_start_force_position_move">("set_state");
+constexpr auto stop_force_position_move =
+    cmd::set<"Stop_Force_Position_Move", "ka_stop_force_position_move">("set_state");
 
 constexpr const char *sensitivity_key = "grade";
 

@@ -126,21 +126,15 @@ ka_frame_t cached_frame(const frame_read &r, ka_robot_handle *handle) {
 
 // ------------------------------------------------------ creating frames
 
-constexpr cmd::set_command auto_tool{"ka_set_auto_tool_frame", "set_auto_tool_frame",
-                                     "set_auto_tool_frame", "auto_tool_frame"};
+constexpr auto auto_tool = cmd::set<"set_auto_tool_frame">("auto_tool_frame");
 // The controller answers the generation under the calibration command's name.
-constexpr cmd::set_command generate_tool{"ka_generate_auto_tool_frame", "generate_auto_tool_frame",
-                                         "set_auto_tool_frame", "auto_tool_frame"};
-constexpr cmd::set_command manual_tool{"ka_set_manual_tool_frame", "set_manual_tool_frame",
-                                       "set_manual_tool_frame", "manual_tool_frame"};
-constexpr cmd::set_command update_tool{"ka_update_tool_frame", "update_tool_frame",
-                                       "update_tool_frame", "update_state"};
-constexpr cmd::set_command auto_work{"ka_set_auto_work_frame", "set_auto_work_frame",
-                                     "set_auto_work_frame", "auto_work_frame"};
-constexpr cmd::set_command manual_work{"ka_set_manual_work_frame", "set_manual_work_frame",
-                                       "set_manual_work_frame", "manual_work_frame"};
-constexpr cmd::set_command update_work{"ka_update_work_frame", "update_work_frame",
-                                       "update_work_frame", "update_state"};
+constexpr auto generate_tool =
+    cmd::set<"generate_auto_tool_frame">("auto_tool_frame", "set_auto_tool_frame");
+constexpr auto manual_tool = cmd::set<"set_manual_tool_frame">("manual_tool_frame");
+constexpr auto update_tool = cmd::set<"update_tool_frame">("update_state");
+constexpr auto auto_work = cmd::set<"set_auto_work_frame">("auto_work_frame");
+constexpr auto manual_work = cmd::set<"set_manual_work_frame">("manual_work_frame");
+constexpr auto update_work = cmd::set<"update_work_frame">("update_state");
 
 // Payload in grams, centre of mass in micrometres, pose as six wire integers.
 int send_tool_frame(const cmd::set_command &c, ka_robot_handle *handle, const ka_frame_t &frame) {
@@ -173,20 +167,16 @@ struct frame_switch {
 };
 
 constexpr frame_switch change_tool{
-    {"ka_change_tool_frame", "set_change_tool_frame", "set_change_tool_frame", "change_tool_frame"},
-    "tool_name",
+    cmd::set<"set_change_tool_frame", "ka_change_tool_frame">("change_tool_frame"), "tool_name",
     &tool_read};
 constexpr frame_switch delete_tool{
-    {"ka_delete_tool_frame", "set_delete_tool_frame", "set_delete_tool_frame", "delete_tool_frame"},
-    "tool_name",
+    cmd::set<"set_delete_tool_frame", "ka_delete_tool_frame">("delete_tool_frame"), "tool_name",
     &tool_read};
 constexpr frame_switch change_work{
-    {"ka_change_work_frame", "set_change_work_frame", "set_change_work_frame", "change_work_frame"},
-    "frame_name",
+    cmd::set<"set_change_work_frame", "ka_change_work_frame">("change_work_frame"), "frame_name",
     &work_read};
 constexpr frame_switch delete_work{
-    {"ka_delete_work_frame", "set_delete_work_frame", "set_delete_work_frame", "delete_work_frame"},
-    "frame_name",
+    cmd::set<"set_delete_work_frame", "ka_delete_work_frame">("delete_work_frame"), "frame_name",
     &work_read};
 
 int switch_frame(const frame_switch &s, ka_robot_handle *handle, const char *name) {

@@ -22,15 +22,11 @@ struct channel_setting {
     cmd::set_command command;
     const char *value_key;
 };
-constexpr channel_setting io_mode{{"ka_set_IO_mode", "set_IO_mode", "set_IO_mode", "set_state"},
-                                  "IO_mode"};
-constexpr channel_setting do_state{{"ka_set_DO_state", "set_DO_state", "set_DO_state", "set_state"},
-                                   "state"};
-constexpr channel_setting tool_do_state{
-    {"ka_set_tool_DO_state", "set_tool_DO_state", "set_tool_DO_state", "set_state"}, "state"};
+constexpr channel_setting io_mode{cmd::set<"set_IO_mode">("set_state"), "IO_mode"};
+constexpr channel_setting do_state{cmd::set<"set_DO_state">("set_state"), "state"};
+constexpr channel_setting tool_do_state{cmd::set<"set_tool_DO_state">("set_state"), "state"};
 // The controller takes the tool channel's mode under "state".
-constexpr channel_setting tool_io_mode{
-    {"ka_set_tool_IO_mode", "set_tool_IO_mode", "set_tool_IO_mode", "set_state"}, "state"};
+constexpr channel_setting tool_io_mode{cmd::set<"set_tool_IO_mode">("set_state"), "state"};
 
 int set_channel(const channel_setting &s, ka_robot_handle *handle, int io_num, int value) {
     return cmd::run(s.command, handle,
@@ -38,9 +34,8 @@ int set_channel(const channel_setting &s, ka_robot_handle *handle, int io_num, i
 }
 
 // The voltage setters answer under "state", not "set_state".
-constexpr cmd::set_command voltage{"ka_set_voltage", "set_voltage", "set_voltage", "state"};
-constexpr cmd::set_command tool_voltage{"ka_set_tool_voltage", "set_tool_voltage",
-                                        "set_tool_voltage", "state"};
+constexpr auto voltage = cmd::set<"set_voltage">("state");
+constexpr auto tool_voltage = cmd::set<"set_tool_voltage">("state");
 
 // One integer (count 0) or integer array of a reply and where it goes.
 struct int_out {
@@ -86,11 +81,9 @@ struct rs485_query {
     cmd::query_command command;
     const char *mode_key;
 };
-constexpr rs485_query controller_rs485{
-    {"ka_get_controller_RS485_mode", "get_controller_RS485_mode", "get_controller_RS485_mode"},
-    "controller_RS485_mode"};
-constexpr rs485_query tool_rs485{
-    {"ka_get_tool_RS485_mode", "get_tool_RS485_mode", "get_tool_RS485_mode"}, "tool_RS485_mode"};
+constexpr rs485_query controller_rs485{cmd::query<"get_controller_RS485_mode">(),
+                                       "controller_RS485_mode"};
+constexpr rs485_query tool_rs485{cmd::query<"get_tool_RS485_mode">(), "tool_RS485_mode"};
 
 int read_rs485(const rs485_query &q, ka_robot_handle *handle, int *mode, int *baudrate,
                int *modbus_timeout) {

@@ -87,16 +87,11 @@ int step_ort(ka_robot_handle *handle, int type, float radians, int v, const int 
 
 const char *direction(int d) { return d != 0 ? "pos" : "neg"; }
 
-constexpr cmd::set_command joint_teach{"ka_set_joint_teach", "set_joint_teach", "set_joint_teach",
-                                       "joint_teach"};
-constexpr cmd::set_command pos_teach{"ka_set_pos_teach", "set_pos_teach", "set_pos_teach",
-                                     "pos_teach"};
-constexpr cmd::set_command ort_teach{"ka_set_ort_teach", "set_ort_teach", "set_ort_teach",
-                                     "ort_teach"};
-constexpr cmd::set_command teach_frame{"ka_set_teach_frame", "set_teach_frame", "set_teach_frame",
-                                       "set_state"};
-constexpr cmd::value_query teach_frame_read{"ka_get_teach_frame", "get_teach_frame",
-                                            "get_teach_frame", "frame_type"};
+constexpr auto joint_teach = cmd::set<"set_joint_teach">("joint_teach");
+constexpr auto pos_teach = cmd::set<"set_pos_teach">("pos_teach");
+constexpr auto ort_teach = cmd::set<"set_ort_teach">("ort_teach");
+constexpr auto teach_frame = cmd::set<"set_teach_frame">("set_state");
+constexpr auto teach_frame_read = cmd::value<"get_teach_frame">("frame_type");
 
 // The controls without arguments, each answered under its own name.
 enum class control { stop_teach, slow_stop, stop, pause, resume, delete_current, delete_all };

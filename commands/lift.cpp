@@ -21,12 +21,10 @@ constexpr axis lift{
 constexpr axis expand{
     "ka_set_expand_pos", {"ka_get_expand_state", "expand_get_state", "expand_state"}, "pos"};
 
-constexpr cmd::set_command lift_speed{"ka_set_lift_speed", "set_lift_speed", "set_lift_speed",
-                                      "set_state"};
-constexpr cmd::set_command expand_speed{"ka_set_expand_speed", "expand_set_speed",
-                                        "expand_set_speed", "set_speed_state"};
-constexpr cmd::set_command expand_move{"ka_set_expand_pos", "expand_set_pos", "expand_set_pos",
-                                       "set_pos_state"};
+constexpr auto lift_speed = cmd::set<"set_lift_speed">("set_state");
+constexpr auto expand_speed =
+    cmd::set<"expand_set_speed", "ka_set_expand_speed">("set_speed_state");
+constexpr auto expand_move = cmd::set<"expand_set_pos", "ka_set_expand_pos">("set_pos_state");
 
 int read_state(const axis &a, ka_robot_handle *handle, ka_expand_state_t *out) {
     if (!out) return -1;

@@ -4,36 +4,28 @@
 namespace {
 
 // Controller limits: the arm record keeps a copy that follows every read.
-constexpr cmd::joint_query max_speed{"ka_get_joint_max_speed", "get_joint_max_speed",
-                                     "joint_max_speed",        "joint_speed",
-                                     scale::joint_rate_from,   &arm_record::joint_max_speed};
-constexpr cmd::joint_query max_acc{"ka_get_joint_max_acc", "get_joint_max_acc",
-                                   "joint_max_acc",        "joint_acc",
-                                   scale::joint_rate_from, &arm_record::joint_max_acc};
-constexpr cmd::joint_query min_pos{"ka_get_joint_min_pos",  "get_joint_min_pos",
-                                   "joint_min_pos",         "min_pos",
-                                   scale::from_thousandths, &arm_record::joint_min_pos};
-constexpr cmd::joint_query max_pos{"ka_get_joint_max_pos",  "get_joint_max_pos",
-                                   "joint_max_pos",         "max_pos",
-                                   scale::from_thousandths, &arm_record::joint_max_pos};
+constexpr auto max_speed = cmd::joints<"get_joint_max_speed">(
+    "joint_speed", scale::joint_rate_from, "joint_max_speed", &arm_record::joint_max_speed);
+constexpr auto max_acc = cmd::joints<"get_joint_max_acc">(
+    "joint_acc", scale::joint_rate_from, "joint_max_acc", &arm_record::joint_max_acc);
+constexpr auto min_pos = cmd::joints<"get_joint_min_pos">(
+    "min_pos", scale::from_thousandths, "joint_min_pos", &arm_record::joint_min_pos);
+constexpr auto max_pos = cmd::joints<"get_joint_max_pos">(
+    "max_pos", scale::from_thousandths, "joint_max_pos", &arm_record::joint_max_pos);
 
 // Limits held in the joint drives: not cached; these replies carry the
 // query's own name.
-constexpr cmd::joint_query drive_max_speed{"ka_get_joint_drive_max_speed",
-                                           "get_joint_drive_max_speed", "get_joint_drive_max_speed",
-                                           "joint_speed", scale::joint_rate_from};
-constexpr cmd::joint_query drive_max_acc{"ka_get_joint_drive_max_acc", "get_joint_drive_max_acc",
-                                         "get_joint_drive_max_acc", "joint_acc",
-                                         scale::joint_rate_from};
-constexpr cmd::joint_query drive_min_pos{"ka_get_joint_drive_min_pos", "get_joint_drive_min_pos",
-                                         "get_joint_drive_min_pos", "min_pos",
-                                         scale::from_thousandths};
-constexpr cmd::joint_query drive_max_pos{"ka_get_joint_drive_max_pos", "get_joint_drive_max_pos",
-                                         "get_joint_drive_max_pos", "max_pos",
-                                         scale::from_thousandths};
+constexpr auto drive_max_speed =
+    cmd::joints<"get_joint_drive_max_speed">("joint_speed", scale::joint_rate_from);
+constexpr auto drive_max_acc =
+    cmd::joints<"get_joint_drive_max_acc">("joint_acc", scale::joint_rate_from);
+constexpr auto drive_min_pos =
+    cmd::joints<"get_joint_drive_min_pos">("min_pos", scale::from_thousandths);
+constexpr auto drive_max_pos =
+    cmd::joints<"get_joint_drive_max_pos">("max_pos", scale::from_thousandths);
 
-constexpr cmd::joint_query init_pose{"ka_get_init_pose", "get_init_pose", "arm_init_pose",
-                                     "init_pose", scale::from_thousandths};
+constexpr auto init_pose =
+    cmd::joints<"get_init_pose">("init_pose", scale::from_thousandths, "arm_init_pose");
 
 // A setting under one request key, sent as "key": value or, indexed by
 // joint, "key": [joint_num, value]. `refresh` re-reads the matching
@@ -52,44 +44,26 @@ int set_joint(const setting &s, ka_robot_handle *handle, int joint_num, int32_t 
     return cmd::run(*s.refresh, handle, scratch);
 }
 
-constexpr setting set_max_speed{
-    {"ka_set_joint_max_speed", "set_joint_max_speed", "set_joint_max_speed", "joint_max_speed"},
-    "joint_max_speed",
-    &max_speed};
-constexpr setting set_max_acc{
-    {"ka_set_joint_max_acc", "set_joint_max_acc", "set_joint_max_acc", "joint_max_acc"},
-    "joint_max_acc",
-    &max_acc};
-constexpr setting set_min_pos{
-    {"ka_set_joint_min_pos", "set_joint_min_pos", "set_joint_min_pos", "joint_min_pos"},
-    "joint_min_pos",
-    &min_pos};
-constexpr setting set_max_pos{
-    {"ka_set_joint_max_pos", "set_joint_max_pos", "set_joint_max_pos", "joint_max_pos"},
-    "joint_max_pos",
-    &max_pos};
-constexpr setting set_drive_max_speed{{"ka_set_joint_drive_max_speed", "set_joint_drive_max_speed",
-                                       "set_joint_drive_max_speed", "joint_max_speed"},
+constexpr setting set_max_speed{cmd::set<"set_joint_max_speed">("joint_max_speed"),
+                                "joint_max_speed", &max_speed};
+constexpr setting set_max_acc{cmd::set<"set_joint_max_acc">("joint_max_acc"), "joint_max_acc",
+                              &max_acc};
+constexpr setting set_min_pos{cmd::set<"set_joint_min_pos">("joint_min_pos"), "joint_min_pos",
+                              &min_pos};
+constexpr setting set_max_pos{cmd::set<"set_joint_max_pos">("joint_max_pos"), "joint_max_pos",
+                              &max_pos};
+constexpr setting set_drive_max_speed{cmd::set<"set_joint_drive_max_speed">("joint_max_speed"),
                                       "joint_max_speed"};
-constexpr setting set_drive_max_acc{{"ka_set_joint_drive_max_acc", "set_joint_drive_max_acc",
-                                     "set_joint_drive_max_acc", "joint_max_acc"},
+constexpr setting set_drive_max_acc{cmd::set<"set_joint_drive_max_acc">("joint_max_acc"),
                                     "joint_max_acc"};
-constexpr setting set_drive_min_pos{{"ka_set_joint_drive_min_pos", "set_joint_drive_min_pos",
-                                     "set_joint_drive_min_pos", "joint_min_pos"},
+constexpr setting set_drive_min_pos{cmd::set<"set_joint_drive_min_pos">("joint_min_pos"),
                                     "joint_min_pos"};
-constexpr setting set_drive_max_pos{{"ka_set_joint_drive_max_pos", "set_joint_drive_max_pos",
-                                     "set_joint_drive_max_pos", "joint_max_pos"},
+constexpr setting set_drive_max_pos{cmd::set<"set_joint_drive_max_pos">("joint_max_pos"),
                                     "joint_max_pos"};
-constexpr setting set_en_state{
-    {"ka_set_joint_en_state", "set_joint_en_state", "set_joint_en_state", "joint_en_state"},
-    "joint_en_state"};
+constexpr setting set_en_state{cmd::set<"set_joint_en_state">("joint_en_state"), "joint_en_state"};
 
-constexpr setting zero_pos{
-    {"ka_set_joint_zero_pos", "set_joint_zero_pos", "set_joint_zero_pos", "joint_zero_pos"},
-    "joint_zero_pos"};
-constexpr setting clear_err{
-    {"ka_set_joint_clear_err", "set_joint_clear_err", "set_joint_clear_err", "joint_clear_err"},
-    "joint_clear_err"};
+constexpr setting zero_pos{cmd::set<"set_joint_zero_pos">("joint_zero_pos"), "joint_zero_pos"};
+constexpr setting clear_err{cmd::set<"set_joint_clear_err">("joint_clear_err"), "joint_clear_err"};
 
 int set_value(const setting &s, ka_robot_handle *handle, int32_t value) {
     return cmd::run(s.command, handle, {cmd::number(s.key, value)});
@@ -97,41 +71,31 @@ int set_value(const setting &s, ka_robot_handle *handle, int32_t value) {
 
 // The controller answers this one under a name with a trailing blank.
 constexpr setting auto_limit{
-    {"ka_auto_set_joint_limit", "auto_set_joint_limit", "auto_set_joint_limit ", "limit_mode"},
-    "limit_mode"};
+    cmd::set<"auto_set_joint_limit">("limit_mode", "auto_set_joint_limit "), "limit_mode"};
 // Cartesian limits: m/s, m/s^2, rad/s, rad/s^2 in thousandths.
-constexpr setting line_speed{{"ka_set_arm_max_line_speed", "set_arm_max_line_speed",
-                              "set_arm_max_line_speed", "arm_line_speed"},
+constexpr setting line_speed{cmd::set<"set_arm_max_line_speed">("arm_line_speed"),
                              "arm_line_speed"};
-constexpr setting line_acc{
-    {"ka_set_arm_max_line_acc", "set_arm_max_line_acc", "set_arm_max_line_acc", "arm_line_acc"},
-    "arm_line_acc"};
-constexpr setting angular_speed{{"ka_set_arm_max_angular_speed", "set_arm_max_angular_speed",
-                                 "set_arm_max_angular_speed", "arm_angular_speed"},
+constexpr setting line_acc{cmd::set<"set_arm_max_line_acc">("arm_line_acc"), "arm_line_acc"};
+constexpr setting angular_speed{cmd::set<"set_arm_max_angular_speed">("arm_angular_speed"),
                                 "arm_angular_speed"};
-constexpr setting angular_acc{{"ka_set_arm_max_angular_acc", "set_arm_max_angular_acc",
-                               "set_arm_max_angular_acc", "arm_angular_acc"},
+constexpr setting angular_acc{cmd::set<"set_arm_max_angular_acc">("arm_angular_acc"),
                               "arm_angular_acc"};
 // Sent as a "stage", answered as a "state".
-constexpr setting collision{
-    {"ka_set_collision_state", "set_collision_stage", "set_collision_state", "collision_state"},
-    "collision_stage"};
-constexpr cmd::set_command tcp_init{"ka_set_arm_tcp_init", "set_arm_init", "set_arm_init",
-                                    "arm_init"};
-constexpr cmd::set_command set_init{"ka_set_init_pose", "set_init_pose", "set_init_pose",
-                                    "init_pose"};
+constexpr setting collision{cmd::set<"set_collision_stage", "ka_set_collision_state">(
+                                "collision_state", "set_collision_state"),
+                            "collision_stage"};
+constexpr auto tcp_init = cmd::set<"set_arm_init", "ka_set_arm_tcp_init">("arm_init");
+constexpr auto set_init = cmd::set<"set_init_pose">("init_pose");
 
-constexpr cmd::value_query get_line_speed{"ka_get_arm_max_line_speed", "get_arm_max_line_speed",
-                                          "arm_max_line_speed", "arm_line_speed"};
-constexpr cmd::value_query get_line_acc{"ka_get_arm_max_line_acc", "get_arm_max_line_acc",
-                                        "arm_max_line_acc", "arm_line_acc"};
-constexpr cmd::value_query get_angular_speed{"ka_get_arm_max_angular_speed",
-                                             "get_arm_max_angular_speed", "arm_max_angular_speed",
-                                             "arm_angular_speed"};
-constexpr cmd::value_query get_angular_acc{"ka_get_arm_max_angular_acc", "get_arm_max_angular_acc",
-                                           "arm_max_angular_acc", "arm_angular_acc"};
-constexpr cmd::value_query get_collision{"ka_get_collision_stage", "get_collision_stage",
-                                         "get_collision_stage", "collision_stage"};
+constexpr auto get_line_speed =
+    cmd::value<"get_arm_max_line_speed">("arm_line_speed", "arm_max_line_speed");
+constexpr auto get_line_acc =
+    cmd::value<"get_arm_max_line_acc">("arm_line_acc", "arm_max_line_acc");
+constexpr auto get_angular_speed =
+    cmd::value<"get_arm_max_angular_speed">("arm_angular_speed", "arm_max_angular_speed");
+constexpr auto get_angular_acc =
+    cmd::value<"get_arm_max_angular_acc">("arm_angular_acc", "arm_max_angular_acc");
+constexpr auto get_collision = cmd::value<"get_collision_stage">("collision_stage");
 
 int get_thousandths(const cmd::value_query &q, ka_robot_handle *handle, float *out) {
     if (!out) return -1;

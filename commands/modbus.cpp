@@ -16,14 +16,10 @@ constexpr int coil_wait = m_nOutTime_max + 2000;
 
 // ------------------------------------------------------------- port modes
 
-constexpr cmd::set_command rtu_mode{"ka_set_modbus_mode", "set_modbus_mode", "set_modbus_mode",
-                                    "set_state", long_wait};
-constexpr cmd::set_command close_rtu{"ka_close_modbus_mode", "close_modbus_mode",
-                                     "close_modbus_mode", "set_state", long_wait};
-constexpr cmd::set_command tcp_mode{"ka_set_modbustcp_mode", "set_modbustcp_mode",
-                                    "set_modbustcp_mode", "set_state", long_wait};
-constexpr cmd::set_command close_tcp{"ka_close_modbustcp_mode", "close_modbustcp_mode",
-                                     "close_modbustcp_mode", "set_state", long_wait};
+constexpr auto rtu_mode = cmd::set<"set_modbus_mode">("set_state", nullptr, long_wait);
+constexpr auto close_rtu = cmd::set<"close_modbus_mode">("set_state", nullptr, long_wait);
+constexpr auto tcp_mode = cmd::set<"set_modbustcp_mode">("set_state", nullptr, long_wait);
+constexpr auto close_tcp = cmd::set<"close_modbustcp_mode">("set_state", nullptr, long_wait);
 
 // ------------------------------------------------------ peripheral access
 

@@ -10,11 +10,9 @@
 namespace {
 
 // Answered settings, each with its fixed time-out (ms).
-constexpr cmd::set_command net_ip{"ka_set_NetIP", "set_NetIP", "set_NetIP", "status", 2000};
-constexpr cmd::set_command net_default{"ka_set_net_default", "set_net_default", "set_net_default",
-                                       "net_default_state", 4000};
-constexpr cmd::set_command wifi_close{"ka_set_wifi_close", "set_wifi_close", "set_wifi_close",
-                                      "wifi_close_state", 2000};
+constexpr auto net_ip = cmd::set<"set_NetIP">("status", nullptr, 2000);
+constexpr auto net_default = cmd::set<"set_net_default">("net_default_state", nullptr, 4000);
+constexpr auto wifi_close = cmd::set<"set_wifi_close">("wifi_close_state", nullptr, 2000);
 
 // Settings that take the link down or switch it over: sent, then the
 // controller is given this long (ms) before anything else goes out. Its
@@ -36,8 +34,8 @@ int send_notice(const notice &n, ka_robot_handle *handle,
     return cmd::exchange(n.function, handle, n.command, fields, nullptr, settle_ms, nullptr, 0);
 }
 
-constexpr cmd::query_command wired_net{"ka_get_wired_net", "get_wired_net", "get_wired_net"};
-constexpr cmd::query_command wifi_net{"ka_get_wifi_net", "get_wifi_net", "get_wifi_net"};
+constexpr auto wired_net = cmd::query<"get_wired_net">();
+constexpr auto wifi_net = cmd::query<"get_wifi_net">();
 
 // Copies at most n characters; text that fills the field is left without a
 // terminator, as the fixed-width network records have always been filled.

@@ -52,18 +52,11 @@ constexpr size_t search_echo_chars = 28;
 constexpr auto first_point_wait = std::chrono::milliseconds(2000);
 constexpr int save_follow_ms = 1000; // one read of the single-thread save
 
-constexpr cmd::set_command run_project_cmd{"ka_run_project", "run_project", "run_project",
-                                           "project_state"};
-constexpr cmd::set_command plan_speed_cmd{"ka_set_plan_speed", "plan_speed", "plan_speed",
-                                          "plan_state"};
-constexpr cmd::set_command delete_program_cmd{"ka_delete_program_trajectory",
-                                              "delete_program_trajectory",
-                                              "delete_program_trajectory", "delete_state"};
-constexpr cmd::set_command update_program_cmd{"ka_update_program_trajectory",
-                                              "update_program_trajectory",
-                                              "update_program_trajectory", "update_state"};
-constexpr cmd::set_command set_default_cmd{"ka_set_default_run_program", "set_default_run_program",
-                                           "set_default_run_program", "set_state"};
+constexpr auto run_project_cmd = cmd::set<"run_project">("project_state");
+constexpr auto plan_speed_cmd = cmd::set<"plan_speed", "ka_set_plan_speed">("plan_state");
+constexpr auto delete_program_cmd = cmd::set<"delete_program_trajectory">("delete_state");
+constexpr auto update_program_cmd = cmd::set<"update_program_trajectory">("update_state");
+constexpr auto set_default_cmd = cmd::set<"set_default_run_program">("set_state");
 
 std::string system_error_text(int error) { return std::generic_category().message(error); }
 

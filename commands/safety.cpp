@@ -87,22 +87,13 @@ struct zone_sender {
     unsigned forms;
 };
 
-constexpr zone_sender add_fence{{"ka_add_electronic_fence_config", "add_electronic_fence_config",
-                                 "add_electronic_fence_config", "add_config"},
-                                true,
+constexpr zone_sender add_fence{cmd::set<"add_electronic_fence_config">("add_config"), true,
                                 any_form};
-constexpr zone_sender update_fence{{"ka_update_electronic_fence_config",
-                                    "update_electronic_fence_config",
-                                    "update_electronic_fence_config", "update_config"},
-                                   true,
-                                   any_form};
-constexpr zone_sender active_fence{{"ka_set_electronic_fence_config", "set_electronic_fence_config",
-                                    "set_electronic_fence_config", "set_config"},
-                                   false,
+constexpr zone_sender update_fence{cmd::set<"update_electronic_fence_config">("update_config"),
+                                   true, any_form};
+constexpr zone_sender active_fence{cmd::set<"set_electronic_fence_config">("set_config"), false,
                                    fence_forms};
-constexpr zone_sender virtual_wall{{"ka_set_virtual_wall_config", "set_virtual_wall_config",
-                                    "set_virtual_wall_config", "set_config"},
-                                   false,
+constexpr zone_sender virtual_wall{cmd::set<"set_virtual_wall_config">("set_config"), false,
                                    wall_forms};
 
 // "command", "form", the name for stored fences, then the form's keys in
@@ -202,28 +193,21 @@ struct enable_command {
     cmd::set_command set;
     cmd::query_command get;
 };
-constexpr enable_command fence_enable{
-    {"ka_set_electronic_fence_enable", "set_electronic_fence_enable", "set_electronic_fence_enable",
-     "set_state"},
-    {"ka_get_electronic_fence_enable", "get_electronic_fence_enable",
-     "get_electronic_fence_enable"}};
+constexpr enable_command fence_enable{cmd::set<"set_electronic_fence_enable">("set_state"),
+                                      {"ka_get_electronic_fence_enable",
+                                       "get_electronic_fence_enable",
+                                       "get_electronic_fence_enable"}};
 constexpr enable_command wall_enable{
-    {"ka_set_virtual_wall_enable", "set_virtual_wall_enable", "set_virtual_wall_enable",
-     "set_state"},
+    cmd::set<"set_virtual_wall_enable">("set_state"),
     {"ka_get_virtual_wall_enable", "get_virtual_wall_enable", "get_virtual_wall_enable"}};
 
-constexpr cmd::set_command self_collision_set{"ka_set_self_collision_enable",
-                                              "set_self_collision_enable",
-                                              "set_self_collision_enable", "set_state"};
-constexpr cmd::query_command self_collision_get{
-    "ka_get_self_collision_enable", "get_self_collision_enable", "get_self_collision_enable"};
-constexpr cmd::set_command run_mode_set{"ka_set_arm_run_mode", "set_arm_run_mode",
-                                        "set_arm_run_mode", "mode"};
-constexpr cmd::query_command run_mode_get{"ka_get_arm_run_mode", "get_arm_run_mode",
-                                          "get_arm_run_mode"};
+constexpr auto self_collision_set = cmd::set<"set_self_collision_enable">("set_state");
+constexpr auto self_collision_get = cmd::query<"get_self_collision_enable">();
+constexpr auto run_mode_set = cmd::set<"set_arm_run_mode">("mode");
+constexpr auto run_mode_get = cmd::query<"get_arm_run_mode">();
 // The controller stores the install angles before it answers.
-constexpr cmd::set_command install_pose_set{"ka_set_install_pose", "set_install_pose",
-                                            "set_install_pose", "set_state", m_nOutTime + 100};
+constexpr auto install_pose_set =
+    cmd::set<"set_install_pose">("set_state", nullptr, m_nOutTime + 100);
 
 // The enable readers look the handle up before anything else; the line
 // names the lookup, as it always has.
@@ -289,10 +273,8 @@ int ka_update_electronic_fence_config(ka_robot_handle *h, ka_fence_config_t conf
 
 int ka_delete_electronic_fence_config(ka_robot_handle *h, const char *form_name) {
     if (!form_name) return -1;
-    return cmd::run(cmd::set_command{"ka_delete_electronic_fence_config",
-                                     "delete_electronic_fence_config",
-                                     "delete_electronic_fence_config", "delete_config"},
-                    h, {cmd::text("form_name", form_name)});
+    return cmd::run(cmd::set<"delete_electronic_fence_config">("delete_config"), h,
+                    {cmd::text("form_name", form_name)});
 }
 
 // At most KA_FENCE_LIST_CAPACITY names are written (the caller's room);
@@ -301,10 +283,7 @@ int ka_delete_electronic_fence_config(ka_robot_handle *h, const char *form_name)
 int ka_get_electronic_fence_list_names(ka_robot_handle *h, ka_fence_names_t *names, int *len) {
     if (!names || !len) return -1;
     cmd::reply_text reply;
-    int n = cmd::run(cmd::query_command{"ka_get_electronic_fence_list_names",
-                                        "get_electronic_fence_list_names",
-                                        "get_electronic_fence_list_names"},
-                     h, reply);
+    int n = cmd::run(cmd::query<"get_electronic_fence_list_names">(), h, reply);
     if (n < 1) return n;
     json_ptr doc = json_parse(reply.text);
     const cJSON *list = doc ? cJSON_GetObjectItem(doc.get(), "name_list") : nullptr;
@@ -444,8 +423,7 @@ int ka_set_install_pose(ka_robot_handle *h, float x, float y, float z) {
 int ka_get_install_pose(ka_robot_handle *handle, float *x, float *y, float *z) {
     if (!x || !y || !z) return -1;
     cmd::reply_text reply;
-    int n = cmd::run(cmd::query_command{"ka_get_install_pose", "get_install_pose", "install_pose"},
-                     handle, reply);
+    int n = cmd::run(cmd::query<"get_install_pose">("install_pose"), handle, reply);
     if (n < 1) return n;
     ka_reply_field pose = cmd::ints_field("pose", 3);
     if (int parsed = common_json_parse("ka_get_install_pose", reply.text, &pose, 1); parsed != 0)

@@ -29,29 +29,21 @@ bool read_version(const cJSON *object, const char *key, char (&field)[N], size_t
 }
 
 // Per-joint readings in thousandths of the caller's unit.
-constexpr cmd::joint_query joint_degree{"ka_get_joint_degree", "get_joint_degree", "joint_degree",
-                                        "joint", scale::from_thousandths};
-constexpr cmd::joint_query joint_temperature{
-    "ka_get_current_joint_temperature", "get_current_joint_temperature",
-    "current_joint_temperature", "joint_temperature", scale::from_thousandths};
-constexpr cmd::joint_query joint_current{"ka_get_current_joint_current",
-                                         "get_current_joint_current", "current_joint_current",
-                                         "joint_current", scale::from_thousandths};
-constexpr cmd::joint_query joint_voltage{"ka_get_current_joint_voltage",
-                                         "get_current_joint_voltage", "current_joint_voltage",
-                                         "joint_voltage", scale::from_thousandths};
+constexpr auto joint_degree =
+    cmd::joints<"get_joint_degree">("joint", scale::from_thousandths, "joint_degree");
+constexpr auto joint_temperature = cmd::joints<"get_current_joint_temperature">(
+    "joint_temperature", scale::from_thousandths, "current_joint_temperature");
+constexpr auto joint_current = cmd::joints<"get_current_joint_current">(
+    "joint_current", scale::from_thousandths, "current_joint_current");
+constexpr auto joint_voltage = cmd::joints<"get_current_joint_voltage">(
+    "joint_voltage", scale::from_thousandths, "current_joint_voltage");
 // Answered under the query's own name.
-constexpr cmd::joint_query joint_odom{"ka_get_joint_odom", "get_joint_odom", "get_joint_odom",
-                                      "odom", scale::from_thousandths};
+constexpr auto joint_odom = cmd::joints<"get_joint_odom">("odom", scale::from_thousandths);
 
-constexpr cmd::set_command arm_power{"ka_set_arm_power", "set_arm_power", "set_arm_power",
-                                     "arm_power"};
-constexpr cmd::set_command clear_runtime{"ka_clear_system_runtime", "clear_system_runtime",
-                                         "clear_system_runtime", "clear_state"};
-constexpr cmd::set_command clear_odom{"ka_clear_joint_odom", "clear_joint_odom", "clear_joint_odom",
-                                      "clear_state"};
-constexpr cmd::set_command clear_err{"ka_clear_system_err", "clear_system_err", "clear_system_err",
-                                     "clear_state"};
+constexpr auto arm_power = cmd::set<"set_arm_power">("arm_power");
+constexpr auto clear_runtime = cmd::set<"clear_system_runtime">("clear_state");
+constexpr auto clear_odom = cmd::set<"clear_joint_odom">("clear_state");
+constexpr auto clear_err = cmd::set<"clear_system_err">("clear_state");
 
 // Joint error codes pass through single precision, as callers have always
 // received them: codes above 2^24 lose their low bits.
@@ -140,9 +132,8 @@ int ka_get_controller_state(ka_robot_handle *h, float *voltage, float *current, 
 int ka_get_arm_power_state(ka_robot_handle *h, int *power_state) {
     if (!power_state) return -1;
     int32_t value = 0;
-    int result = cmd::run(cmd::value_query{"ka_get_arm_power_state", "get_arm_power_state",
-                                           "arm_power_state", "power_state"},
-                          h, value);
+    int result =
+        cmd::run(cmd::value<"get_arm_power_state">("power_state", "arm_power_state"), h, value);
     if (result == 0) *power_state = value;
     return result;
 }
@@ -174,9 +165,7 @@ int ka_clear_system_err(ka_robot_handle *h) { return cmd::run(clear_err, h); }
 extern "C" int ka_get_arm_software_info(ka_robot_handle *handle, ka_arm_software_version_t *info) {
     if (!info) return -1;
     cmd::reply_text reply;
-    int n = cmd::run(cmd::query_command{"ka_get_arm_software_info", "get_arm_software_info",
-                                        "arm_software_info"},
-                     handle, reply);
+    int n = cmd::run(cmd::query<"get_arm_software_info">("arm_software_info"), handle, reply);
     if (n < 1) return n;
     json_ptr doc = json_parse(reply.text);
     if (!doc) {

@@ -7,12 +7,9 @@
 
 namespace {
 
-constexpr cmd::set_command add_point{"ka_add_global_waypoint", "add_global_waypoint",
-                                     "add_global_waypoint", "add_state"};
-constexpr cmd::set_command update_point{"ka_update_global_waypoint", "update_global_waypoint",
-                                        "update_global_waypoint", "update_state"};
-constexpr cmd::set_command delete_point{"ka_delete_global_waypoint", "delete_global_waypoint",
-                                        "delete_global_waypoint", "delete_state"};
+constexpr auto add_point = cmd::set<"add_global_waypoint">("add_state");
+constexpr auto update_point = cmd::set<"update_global_waypoint">("update_state");
+constexpr auto delete_point = cmd::set<"delete_global_waypoint">("delete_state");
 
 constexpr const char *given_function = "ka_get_given_global_waypoint";
 constexpr const char *given_command = "given_global_waypoint";

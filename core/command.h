@@ -6,7 +6,9 @@
 #include "core/exchange.h"
 #include "core/scale.h"
 
+#include <array>
 #include <climits>
+#include <cstddef>
 #include <cstring>
 #include <initializer_list>
 #include <span>
@@ -134,6 +136,35 @@ int exchange(const char *function, ka_robot_handle *handle, const char *command,
              std::initializer_list<ka_request_field> fields, const char *reply, int timeout_ms,
              char *buffer, int size);
 
+// A command's wire name as a template argument: the function label the log
+// lines carry, "ka_" + the name unless given, is then made at compile time,
+// and the name is typed once per command.
+template <std::size_t N> struct wire_name {
+    char text[N] = {};
+    constexpr wire_name(const char (&name)[N]) {
+        for (std::size_t i = 0; i < N; ++i)
+            text[i] = name[i];
+    }
+};
+template <wire_name Command, wire_name Label> struct names {
+    static constexpr std::size_t label_size =
+        sizeof Label.text > 1 ? sizeof Label.text : sizeof Command.text + 3;
+    static constexpr std::array<char, label_size> label_text = [] {
+        std::array<char, label_size> t{};
+        if constexpr (sizeof Label.text > 1) {
+            for (std::size_t i = 0; i < sizeof Label.text; ++i)
+                t[i] = Label.text[i];
+        } else {
+            t[0] = 'k', t[1] = 'a', t[2] = '_';
+            for (std::size_t i = 0; i < sizeof Command.text; ++i)
+                t[i + 3] = Command.text[i];
+        }
+        return t;
+    }();
+    static constexpr const char *command = Command.text;
+    static constexpr const char *label = label_text.data();
+};
+
 // A set command: the controller answers under `reply` with a boolean under
 // `result_key`.
 struct set_command {
@@ -143,6 +174,14 @@ struct set_command {
     const char *result_key;
     int timeout_ms = m_nOutTime;
 };
+// The set command named Command (label "ka_" + Command unless Label), its
+// reply under its own name unless `reply` is given.
+template <wire_name Command, wire_name Label = "">
+constexpr set_command set(const char *result_key, const char *reply = nullptr,
+                          int timeout_ms = m_nOutTime) {
+    using n = names<Command, Label>;
+    return {n::label, n::command, reply ? reply : n::command, result_key, timeout_ms};
+}
 // 0 true, 1 false, -3 unparsable, or the exchange's code.
 int run(const set_command &c, ka_robot_handle *handle,
         std::initializer_list<ka_request_field> fields = {});
@@ -154,6 +193,11 @@ struct query_command {
     const char *reply;
     int timeout_ms = m_nOutTime;
 };
+template <wire_name Command, wire_name Label = "">
+constexpr query_command query(const char *reply = nullptr, int timeout_ms = m_nOutTime) {
+    using n = names<Command, Label>;
+    return {n::label, n::command, reply ? reply : n::command, timeout_ms};
+}
 // The reply's length (> 0) or the exchange's code.
 int run(const query_command &q, ka_robot_handle *handle, reply_text &reply);
 
@@ -201,6 +245,12 @@ struct joint_query {
     float (*convert)(int32_t);
     float (arm_record::*cache)[7] = nullptr;
 };
+template <wire_name Command, wire_name Label = "">
+constexpr joint_query joints(const char *key, float (*convert)(int32_t), const char *reply = nullptr,
+                             float (arm_record::*cache)[7] = nullptr) {
+    using n = names<Command, Label>;
+    return {n::label, n::command, reply ? reply : n::command, key, convert, cache};
+}
 // Writes DOF entries of out (room for 7); entries beyond are left alone.
 // 0, -1 (null out, bad DOF, arm gone), the parse's status, or the
 // exchange's code.
@@ -226,6 +276,11 @@ struct value_query {
     const char *reply;
     const char *key;
 };
+template <wire_name Command, wire_name Label = "">
+constexpr value_query value(const char *key, const char *reply = nullptr) {
+    using n = names<Command, Label>;
+    return {n::label, n::command, reply ? reply : n::command, key};
+}
 // 0 with value written, the reply's length, or the exchange's code.
 int run(const value_query &q, ka_robot_handle *handle, int32_t &value);
 
