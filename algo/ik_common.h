@@ -74,7 +74,14 @@ struct zyz_angles {
     double ca, sa; // cos and sin of angle[0][0]
     bool aligned;
 };
-inline void ik_zyz(const double M[3][3], double ref_a, double ref_c, zyz_angles *out);
+// The library's arc tangent; the seven-axis searches pass a faster one
+// (trig::search_arc_tangent2) for the many points they evaluate.
+struct exact_arc_tangent {
+    double operator()(double y, double x) const { return std::atan2(y, x); }
+};
+template <class ArcTangent = exact_arc_tangent>
+inline void ik_zyz(const double M[3][3], double ref_a, double ref_c, zyz_angles *out,
+                   ArcTangent arc_tangent = {});
 // The even split of the aligned case forced on M whatever its middle angle.
 // Off alignment it misses M by up to sin(b) (the orientation error of the
 // result); callers polish such candidates.
@@ -92,8 +99,9 @@ void ik_zyz_with_first(const double M[3][3], double a, zyz_angles *out);
 // Given the first angle (with its cosine and sine), the middle angle and
 // the fitted last angle. Inline: the seven-axis searches call it for every
 // point of the redundancy parameter they evaluate.
+template <class ArcTangent = exact_arc_tangent>
 inline void ik_zyz_given_first(const double M[3][3], double a, double ca, double sa,
-                               zyz_angles *out) {
+                               zyz_angles *out, ArcTangent arc_tangent = {}) {
     // Rows of Rz(-a) * M.
     double r0[3], r1[3];
     for (int j = 0; j < 3; ++j) {
@@ -102,14 +110,14 @@ inline void ik_zyz_given_first(const double M[3][3], double a, double ca, double
     }
     const double sb = r0[2];
     const double cb = M[2][2];
-    const double b = std::atan2(sb, cb);
+    const double b = arc_tangent(sb, cb);
     const double n = std::sqrt(sb * sb + cb * cb);
     const double cbn = n > 0.0 ? cb / n : 1.0;
     const double sbn = n > 0.0 ? sb / n : 0.0;
     // Ry(-b) * Rz(-a) * M = Rz(c): fit c to its upper 2x2 block.
     const double B00 = cbn * r0[0] - sbn * M[2][0];
     const double B01 = cbn * r0[1] - sbn * M[2][1];
-    const double c = std::atan2(r1[0] - B01, B00 + r1[1]);
+    const double c = arc_tangent(r1[0] - B01, B00 + r1[1]);
     out->angle[0][0] = a;
     out->angle[0][1] = b;
     out->angle[0][2] = c;
@@ -127,13 +135,16 @@ inline void ik_zyz_given_first(const double M[3][3], double a, double ca, double
 // orientation.
 inline constexpr double k_zyz_aligned = 1e-5;
 
-inline void ik_zyz(const double M[3][3], double ref_a, double ref_c, zyz_angles *out) {
+template <class ArcTangent>
+inline void ik_zyz(const double M[3][3], double ref_a, double ref_c, zyz_angles *out,
+                   ArcTangent arc_tangent) {
     const double rho = ik_zyz_tilt(M);
     if (rho < k_zyz_aligned) {
         ik_zyz_even_split(M, ref_a, ref_c, out);
         return;
     }
-    ik_zyz_given_first(M, std::atan2(M[1][2], M[0][2]), M[0][2] / rho, M[1][2] / rho, out);
+    ik_zyz_given_first(M, arc_tangent(M[1][2], M[0][2]), M[0][2] / rho, M[1][2] / rho, out,
+                       arc_tangent);
     out->aligned = false;
 }
 

@@ -1,6 +1,7 @@
 // QUIL: spherical shoulder, offset elbow, wrist with an offset last axis;
 // the redundancy parameter is the last joint.
 #include "algo/ik_redundancy_search.h"
+#include "algo/trig.h"
 
 #include <algorithm>
 #include <limits>
@@ -252,9 +253,11 @@ struct offset_elbow_arm {
         const v3 z2 = a.s3 * x3 + a.c3 * y3;
         const double R2[3][3] = {{x2.x, y2.x, z2.x}, {x2.y, y2.y, z2.y}, {x2.z, y2.z, z2.z}};
         zyz_angles shoulder;
-        ik_zyz(R2, ref_t[0], ref_t[2], &shoulder);
-        const double t4 = std::atan2(dot(x3, z5), dot(z3, z5));
-        const double t5 = std::atan2(dot(y3, x5), -dot(y3, zf));
+        // Within 3e-11 rad: far below a target's float rounding.
+        const auto arc_tangent = [](double y, double x) { return trig::search_arc_tangent2(y, x); };
+        ik_zyz(R2, ref_t[0], ref_t[2], &shoulder, arc_tangent);
+        const double t4 = arc_tangent(dot(x3, z5), dot(z3, z5));
+        const double t5 = arc_tangent(dot(y3, x5), -dot(y3, zf));
         for (int i = 0; i < 2; ++i) {
             double *t = theta[i];
             t[0] = shoulder.angle[i][0];
@@ -277,14 +280,14 @@ struct offset_elbow_arm {
     };
 
     // What every group shares at one t6: the wrist's frame and point, and
-    // the elbow's cosine. The four groups start at the same t6, and a
-    // search evaluates a point's tilt before its joints, so the last t6 is
-    // kept.
+    // the elbow's cosine with its sine and arc cosine. The four groups start
+    // at the same t6, and a search evaluates a point's tilt before its
+    // joints, so the last t6 is kept.
     struct wrist_point {
         double t6 = std::numeric_limits<double>::quiet_NaN(); // none yet
         bool ok = false;
         v3 x5{}, z5{}, D{}, Dp{};
-        double c = 0.0, acos_c = 0.0, delta = 0.0;
+        double c = 0.0, sin_c = 0.0, acos_c = 0.0, delta = 0.0;
     };
     mutable wrist_point last_;
 
@@ -293,7 +296,8 @@ struct offset_elbow_arm {
         wrist_point &w = last_;
         w.t6 = t6;
         w.ok = false;
-        const double cs = std::cos(t6), sn = std::sin(t6);
+        double sn, cs;
+        trig::search_sine_cosine(t6, &sn, &cs);
         w.x5 = cs * fx - sn * fy;
         w.z5 = sn * fx + cs * fy;
         const v3 W = P - a6 * w.x5 - d6 * zf;
@@ -306,7 +310,8 @@ struct offset_elbow_arm {
         // +-90 degrees, where the two choices of y3 meet) still has one.
         w.c = (dist * dist - K0) / Kn;
         if (!ik_clamp_cosine(&w.c, Kn / (2.0 * dist), k_rounding_slack)) return w;
-        w.acos_c = std::acos(w.c);
+        w.sin_c = std::sqrt((1.0 - w.c) * (1.0 + w.c));
+        w.acos_c = trig::search_arc_tangent2(w.sin_c, w.c);
         w.Dp = w.D - dot(w.D, w.z5) * w.z5;
         w.delta = norm(w.Dp);
         w.ok = true;
@@ -321,7 +326,7 @@ struct offset_elbow_arm {
         const double c = w.c, delta = w.delta;
         // t3 = Kphi + e acos(c); its cosine and sine by the sum formulas.
         const double t3 = Kphi + e * w.acos_c;
-        const double se = e * std::sqrt((1.0 - c) * (1.0 + c));
+        const double se = e * w.sin_c;
         const double c3 = cKphi * c - sKphi * se, s3 = sKphi * c + cKphi * se;
         const double ux = a3 * c3 + a4 + d2 * s3;
         const double uy = d4 + d2 * c3 - a3 * s3;

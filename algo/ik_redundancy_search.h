@@ -23,6 +23,9 @@ inline constexpr double k_fine_step = 0.02;
 inline constexpr double k_minimum_step = 0.05;
 // Finite-difference step of the descent's derivative, radians.
 inline constexpr double k_diff_step = 1e-6;
+// A descent's predicted next step that moves the joints by less than this
+// is not taken, rad.
+inline constexpr double k_settled_step = 1e-5;
 // Bisections of a descent step that leaves the limits onto their boundary.
 inline constexpr int k_limit_bisections = 10;
 // How far inside its limits a point found by bisection onto them stays, rad:
@@ -244,6 +247,12 @@ template <class Arm> class redundancy_search {
                 if (secant > 0.1 * H) curvature = secant;
             }
             double dp = std::clamp(-slope / curvature, -0.5, 0.5);
+            // After a step, the secant's next step (its curvature taken
+            // from the last two points) moving the joints by less than
+            // k_settled_step is not worth an evaluation: the point is
+            // already that near its optimum.
+            if (have_prev && curvature != H && std::fabs(dp) * std::sqrt(H) < k_settled_step)
+                return;
             bool accepted = false;
             double outside_p = k_inf;
             for (int k = 0; k < 5 && !accepted; ++k, dp *= 0.5) {

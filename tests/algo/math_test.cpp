@@ -84,6 +84,45 @@ TEST(Trigonometry, AgreesWithTheDoubleResultRoundedOnce) {
     }
 }
 
+TEST(Trigonometry, SearchVariantsStayWithinTheirBoundsOfTheMathsLibrary) {
+    // The search's arc tangent: every quadrant, the axes, both zeros, the
+    // octant boundaries (|y| == |x|), and tiny and large magnitudes.
+    random_source rng(11);
+    double worst = 0.0;
+    for (int i = 0; i < 200000; ++i) {
+        const double scale = std::pow(10.0, rng.uf(-6.0f, 6.0f));
+        double y = rng.uf(-1.0f, 1.0f) * scale, x = rng.uf(-1.0f, 1.0f) * scale;
+        if (i % 11 == 0) y = (i % 2 ? 1 : -1) * std::fabs(x);
+        if (i % 13 == 0) x = 0.0;
+        const double a = trig::search_arc_tangent2(y, x);
+        worst = std::max(worst, std::fabs(a - std::atan2(y, x)));
+        ASSERT_LE(std::fabs(a - std::atan2(y, x)), 3e-11) << y << ", " << x;
+    }
+    for (double y : {0.0, -0.0, 1.0, -1.0})
+        for (double x : {0.0, 1.0, -1.0})
+            if (y != 0.0 || x != 0.0)
+                EXPECT_NEAR(trig::search_arc_tangent2(y, x), std::atan2(y, x), 3e-11)
+                    << y << ", " << x;
+    EXPECT_EQ(trig::search_arc_tangent2(0.0, 0.0), 0.0);
+    EXPECT_EQ(trig::search_arc_tangent2(-0.0, -1.0), std::atan2(-0.0, -1.0)) << "sign of -pi";
+
+    // Its sine and cosine, across the reduction's quadrants and beyond its range.
+    for (int i = 0; i < 200000; ++i) {
+        const double x = i % 17 == 0 ? (i % 8) * k_pi / 4 * (i % 2 ? -1 : 1)
+                                     : rng.uf(-50.0f, 50.0f) + rng.uf(-1.0f, 1.0f) * 1e-7;
+        double s = 0.0, c = 0.0;
+        trig::search_sine_cosine(x, &s, &c);
+        ASSERT_NEAR(s, std::sin(x), 1e-15) << x;
+        ASSERT_NEAR(c, std::cos(x), 1e-15) << x;
+    }
+    for (double x : {1.0e7, -3.0e9}) {
+        double s = 0.0, c = 0.0;
+        trig::search_sine_cosine(x, &s, &c);
+        EXPECT_EQ(s, std::sin(x)) << x;
+        EXPECT_EQ(c, std::cos(x)) << x;
+    }
+}
+
 // ------------------------------------------------------------ pose maths
 
 TEST(EulerAngles, AreFixedAxesXThenYThenZAndRightHanded) {
