@@ -246,8 +246,8 @@ struct joint_query {
     float (arm_record::*cache)[7] = nullptr;
 };
 template <wire_name Command, wire_name Label = "">
-constexpr joint_query joints(const char *key, float (*convert)(int32_t), const char *reply = nullptr,
-                             float (arm_record::*cache)[7] = nullptr) {
+constexpr joint_query joints(const char *key, float (*convert)(int32_t),
+                             const char *reply = nullptr, float (arm_record::*cache)[7] = nullptr) {
     using n = names<Command, Label>;
     return {n::label, n::command, reply ? reply : n::command, key, convert, cache};
 }

@@ -96,3 +96,26 @@ TEST(effectors_blocking, each_action_ends_with_its_own_codes) {
                   command == std::string("set_gripper_position"));
     }
 }
+
+// Every set command against each verdict form, no reply included (1 s each).
+// The actions run with neither block nor a zero time-out: their acceptance
+// is then the result.
+TEST(effectors_wire, every_set_command_maps_each_verdict_form) {
+    arm_session s;
+    // clang-format off
+    const set_row rows[] = {
+        {"set_gripper_route", CALL(ka_set_gripper_route(h, 10, 70)), "", "state", 1000},
+        {"set_gripper_release", CALL(ka_set_gripper_release(h, 500, false, 3)), "set_gripper", "state", 1000},
+        {"set_gripper_pick", CALL(ka_set_gripper_pick(h, 500, 200, false, 3)), "set_gripper", "state", 1000},
+        {"set_gripper_pick_on", CALL(ka_set_gripper_pick_on(h, 1, 2, false, 1)), "set_gripper", "state", 1000},
+        {"set_gripper_position", CALL(ka_set_gripper_position(h, 300, false, 2)), "set_gripper", "state", 1000},
+        {"set_hand_posture", CALL(ka_set_hand_posture(h, 3, false, 5)), "", "set_state", 1000},
+        {"set_hand_seq", CALL(ka_set_hand_seq(h, 12, false, 1)), "", "set_state", 1000},
+        {"set_hand_angle", CALL(ka_set_hand_angle(h, fingers)), "", "set_state", 1000},
+        {"set_hand_speed", CALL(ka_set_hand_speed(h, 800)), "", "set_state", 1000},
+        {"set_hand_force", CALL(ka_set_hand_force(h, 150)), "", "set_state", 1000},
+    };
+    // clang-format on
+    for (const auto &row : rows)
+        expect_set_outcomes(s, row);
+}

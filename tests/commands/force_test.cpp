@@ -179,3 +179,45 @@ TEST(drag_origin, a_blocking_move_to_the_origin_waits_for_the_arm) {
     EXPECT_EQ(ka_run_drag_trajectory(single.arm, 2), 1);
     EXPECT_EQ(single.peer.commands(), std::vector<std::string>{"run_drag_trajectory"});
 }
+
+#define CALL(expr) [](ka_robot_handle *h) { return expr; }
+
+// Every set command against each verdict form; -2 timed for the sensitivity
+// (1 s) and two of the usual 500 ms. The blocking calibrations are answered
+// as "set_force_sensor" within 30 s: their no-reply case is left out, a 30 s
+// wait each. Left out: the drag replay (its verdict comes after the replay,
+// read directly or polled for by thread mode).
+TEST(force_wire, every_set_command_maps_each_verdict_form) {
+    arm_session s;
+    using quiet = set_row::no_reply;
+    static const ka_multi_drag_teach_t drag{{1, 1, 0, 0, 0, 1}, 1, 0};
+    static const ka_force_position_t fp{
+        2, 1, {0, 1, 2, 3, 0, 1}, {9.9f, 12.7f, -0.15f, 0, 0, 0}, {0.0015f, 0.1f, 0, 0, 0, 2}};
+    const std::string sensor = "set_force_sensor";
+    // clang-format off
+    const set_row rows[] = {
+        {"clear_force_data", ka_clear_force_data, "", "clear_state", 500, quiet::always},
+        {"set_force_sensor", CALL(ka_set_force_sensor(h, true)), sensor, "set_state", 30000, quiet::never},
+        {"manual_set_force_pose4", CALL(ka_manual_set_force(h, 4, joints, true)), sensor, "set_state", 30000, quiet::never},
+        {"stop_set_force_sensor", ka_stop_set_force_sensor, "", "stop_state"},
+        {"clear_Fz", ka_clear_Fz, "", "set_state"},
+        {"auto_set_Fz", CALL(ka_auto_set_Fz(h, true)), sensor, "set_state", 30000, quiet::never},
+        {"manual_set_Fz", CALL(ka_manual_set_Fz(h, joints, joints, true)), sensor, "set_state", 30000, quiet::never},
+        {"start_drag_teach", CALL(ka_start_drag_teach(h, 1)), "", "drag_teach"},
+        {"stop_drag_teach", ka_stop_drag_teach, "", "drag_teach"},
+        {"start_multi_drag_teach", CALL(ka_start_multi_drag_teach(h, 2, 1)), "", "set_state"},
+        {"start_multi_drag_teach", CALL(ka_start_multi_drag_teach_new(h, &drag)), "", "set_state"},
+        {"set_drag_teach_sensitivity", CALL(ka_set_drag_teach_sensitivity(h, 50)), "", "set_state", 1000},
+        {"pause_drag_trajectory", ka_pause_drag_trajectory, "", "pause_state"},
+        {"continue_drag_trajectory", ka_continue_drag_trajectory, "", "continue_state"},
+        {"stop_drag_trajectory", ka_stop_drag_trajectory, "", "stop_state"},
+        {"set_force_position", CALL(ka_set_force_position(h, 1, 0, 2, 9.9f)), "", "set_state"},
+        {"set_force_position", CALL(ka_set_force_position_new(h, &fp)), "", "set_state"},
+        {"stop_force_position", ka_stop_force_position, "", "stop_state"},
+        {"Start_Force_Position_Move", ka_start_force_position_move, "", "set_state"},
+        {"Stop_Force_Position_Move", ka_stop_force_position_move, "", "set_state", 500, quiet::always},
+    };
+    // clang-format on
+    for (const auto &row : rows)
+        expect_set_outcomes(s, row);
+}

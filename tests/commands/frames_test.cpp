@@ -210,3 +210,31 @@ TEST(frames, single_thread_mode_counts_a_lost_refusal_as_a_refusal) {
     EXPECT_EQ(ka_get_given_tool_frame(s.arm, "nope", &frame), 1);
     EXPECT_EQ(ka_get_given_work_frame(s.arm, "nope", &pose), 1);
 }
+
+#define CALL(expr) [](ka_robot_handle *h) { return expr; }
+
+// Every set command against each verdict form; -2 timed for two of them.
+// Selecting or deleting a frame re-reads the current one after a verdict
+// true; the standard arm answers that read, so true still gives 0.
+TEST(frames, every_set_command_maps_each_verdict_form) {
+    arm_session s;
+    using quiet = set_row::no_reply;
+    static const ka_frame_t tool{"tip", pose_in, 1.2345f, 0.0015f, -0.0025f, 0.1f};
+    // clang-format off
+    const set_row rows[] = {
+        {"set_auto_tool_frame", CALL(ka_set_auto_tool_frame(h, 2)), "", "auto_tool_frame", 500, quiet::always},
+        {"generate_auto_tool_frame", CALL(ka_generate_auto_tool_frame(h, "tip", 1.5f, 0, 0, 0.1f)), "set_auto_tool_frame", "auto_tool_frame"},
+        {"set_manual_tool_frame", CALL(ka_set_manual_tool_frame(h, tool)), "", "manual_tool_frame"},
+        {"update_tool_frame", CALL(ka_update_tool_frame(h, tool)), "", "update_state"},
+        {"set_auto_work_frame", CALL(ka_set_auto_work_frame(h, "table", 3)), "", "auto_work_frame"},
+        {"set_manual_work_frame", CALL(ka_set_manual_work_frame(h, "table", pose_in)), "", "manual_work_frame"},
+        {"update_work_frame", CALL(ka_update_work_frame(h, "table", pose_in)), "", "update_state"},
+        {"set_change_tool_frame", CALL(ka_change_tool_frame(h, "tip")), "", "change_tool_frame", 500, quiet::always},
+        {"set_delete_tool_frame", CALL(ka_delete_tool_frame(h, "tip")), "", "delete_tool_frame"},
+        {"set_change_work_frame", CALL(ka_change_work_frame(h, "table")), "", "change_work_frame"},
+        {"set_delete_work_frame", CALL(ka_delete_work_frame(h, "table")), "", "delete_work_frame"},
+    };
+    // clang-format on
+    for (const auto &row : rows)
+        expect_set_outcomes(s, row);
+}

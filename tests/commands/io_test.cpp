@@ -71,3 +71,21 @@ TEST(io, every_command_sends_its_exact_line_and_bad_arguments_send_nothing) {
         std::vector<int>(8, -1));
     EXPECT_FALSE(s.peer.wait_for_lines(1, 100ms)) << "bad arguments: nothing sent";
 }
+
+// Every set command against each verdict form; -2 timed for two of them.
+TEST(io, every_set_command_maps_each_verdict_form) {
+    arm_session s;
+    using quiet = set_row::no_reply;
+    // clang-format off
+    const set_row rows[] = {
+        {"set_IO_mode", CALL(ka_set_IO_mode(h, 2, 1)), "", "set_state", 500, quiet::always},
+        {"set_DO_state", CALL(ka_set_DO_state(h, 3, 1)), "", "set_state"},
+        {"set_tool_DO_state", CALL(ka_set_tool_DO_state(h, 1, 1)), "", "set_state"},
+        {"set_tool_IO_mode", CALL(ka_set_tool_IO_mode(h, 1, 2)), "", "set_state"},
+        {"set_voltage", CALL(ka_set_voltage(h, 2)), "", "state", 500, quiet::always},
+        {"set_tool_voltage", CALL(ka_set_tool_voltage(h, 3)), "", "state"},
+    };
+    // clang-format on
+    for (const auto &row : rows)
+        expect_set_outcomes(s, row);
+}

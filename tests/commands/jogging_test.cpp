@@ -82,3 +82,27 @@ TEST(jogging_steps, single_thread_mode_gives_up_after_block_seconds) {
                                  reply(completion_report())});
     EXPECT_EQ(ka_set_joint_step(s.arm, 1, 2, 20, 2), 0);
 }
+
+// Every set command against each verdict form; -2 timed for two of them.
+// Left out: the blocking steps (the verdict starts a wait for the arm).
+TEST(jogging_wire, every_set_command_maps_each_verdict_form) {
+    arm_session s;
+    using quiet = set_row::no_reply;
+    // clang-format off
+    const set_row rows[] = {
+        {"set_joint_teach", [](ka_robot_handle *h) { return ka_set_joint_teach(h, 2, 5, 30); }, "", "joint_teach", 500, quiet::always},
+        {"set_pos_teach", [](ka_robot_handle *h) { return ka_set_pos_teach(h, KA_TEACH_Y, 0, 10); }, "", "pos_teach"},
+        {"set_ort_teach", [](ka_robot_handle *h) { return ka_set_ort_teach(h, KA_TEACH_RY, 0, 10); }, "", "ort_teach"},
+        {"set_teach_frame", [](ka_robot_handle *h) { return ka_set_teach_frame(h, 1); }, "", "set_state"},
+        {"set_stop_teach", ka_set_stop_teach, "", "stop_teach"},
+        {"set_arm_slow_stop", ka_set_arm_slow_stop, "", "arm_slow_stop"},
+        {"set_arm_stop", ka_set_arm_stop, "", "arm_stop", 500, quiet::always},
+        {"set_arm_pause", ka_set_arm_pause, "", "arm_pause"},
+        {"set_arm_continue", ka_set_arm_continue, "", "arm_continue"},
+        {"set_delete_current_trajectory", ka_set_delete_current_trajectory, "", "delete_current_trajectory"},
+        {"set_arm_delete_trajectory", ka_set_arm_delete_trajectory, "", "arm_delete_trajectory"},
+    };
+    // clang-format on
+    for (const auto &row : rows)
+        expect_set_outcomes(s, row);
+}

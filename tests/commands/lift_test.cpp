@@ -107,3 +107,20 @@ TEST(lift_blocking, a_late_report_is_followed_through_the_state_reads) {
     EXPECT_EQ(lift_height(s.arm), -3);
     EXPECT_EQ(std::ranges::count(s.peer.commands(), "get_lift_state"), 6);
 }
+
+// Every set command against each verdict form; -2 timed for two of them.
+// The expansion move without block is a plain set; with block its verdict
+// starts a wait for the axis, and the height command is never answered.
+TEST(lift_wire, every_set_command_maps_each_verdict_form) {
+    arm_session s;
+    using quiet = set_row::no_reply;
+    // clang-format off
+    const set_row rows[] = {
+        {"set_lift_speed", CALL(ka_set_lift_speed(h, 40)), "", "set_state", 500, quiet::always},
+        {"expand_set_speed", CALL(ka_set_expand_speed(h, 30)), "", "set_speed_state"},
+        {"expand_set_pos", CALL(ka_set_expand_pos(h, 30, -20, 0)), "", "set_pos_state", 500, quiet::always},
+    };
+    // clang-format on
+    for (const auto &row : rows)
+        expect_set_outcomes(s, row);
+}

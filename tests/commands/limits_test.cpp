@@ -134,3 +134,36 @@ TEST(limits, malformed_replies_bad_arguments_and_the_dof_bound_what_is_written) 
     expect_wire(s, {"read", CALL(ka_get_joint_max_pos(h, out)), line("get_joint_max_pos"), "", -1});
     EXPECT_TRUE(log.contains("[ka_get_joint_max_pos] The robotic arm has been disconnected"));
 }
+
+// Every set command against each verdict form; -2 timed for two of them.
+// The controller limits re-read after a verdict true; the standard arm
+// answers those reads, so true still gives 0.
+TEST(limits, every_set_command_maps_each_verdict_form) {
+    arm_session s;
+    using quiet = set_row::no_reply;
+    // clang-format off
+    const set_row rows[] = {
+        {"set_joint_max_speed", CALL(ka_set_joint_max_speed(h, 2, 180.0f)), "", "joint_max_speed", 500, quiet::always},
+        {"set_joint_max_acc", CALL(ka_set_joint_max_acc(h, 3, 600.0f)), "", "joint_max_acc"},
+        {"set_joint_min_pos", CALL(ka_set_joint_min_pos(h, 1, -178.5f)), "", "joint_min_pos"},
+        {"set_joint_max_pos", CALL(ka_set_joint_max_pos(h, 6, 170.0f)), "", "joint_max_pos"},
+        {"set_joint_drive_max_speed", CALL(ka_set_joint_drive_max_speed(h, 2, 180.0f)), "", "joint_max_speed"},
+        {"set_joint_drive_max_acc", CALL(ka_set_joint_drive_max_acc(h, 2, 180.0f)), "", "joint_max_acc"},
+        {"set_joint_drive_min_pos", CALL(ka_set_joint_drive_min_pos(h, 1, -170.0f)), "", "joint_min_pos"},
+        {"set_joint_drive_max_pos", CALL(ka_set_joint_drive_max_pos(h, 7, 170.25f)), "", "joint_max_pos"},
+        {"auto_set_joint_limit", CALL(ka_auto_set_joint_limit(h, 1)), "auto_set_joint_limit ", "limit_mode"},
+        {"set_joint_en_state", CALL(ka_set_joint_en_state(h, 3, 1)), "", "joint_en_state"},
+        {"set_joint_zero_pos", CALL(ka_set_joint_zero_pos(h, 4)), "", "joint_zero_pos"},
+        {"set_joint_clear_err", CALL(ka_set_joint_clear_err(h, 5)), "", "joint_clear_err"},
+        {"set_arm_max_line_speed", CALL(ka_set_arm_max_line_speed(h, 0.25f)), "", "arm_line_speed"},
+        {"set_arm_max_line_acc", CALL(ka_set_arm_max_line_acc(h, 1.5f)), "", "arm_line_acc"},
+        {"set_arm_max_angular_speed", CALL(ka_set_arm_max_angular_speed(h, 0.5f)), "", "arm_angular_speed"},
+        {"set_arm_max_angular_acc", CALL(ka_set_arm_max_angular_acc(h, 2.0f)), "", "arm_angular_acc"},
+        {"set_arm_init", CALL(ka_set_arm_tcp_init(h)), "", "arm_init"},
+        {"set_collision_stage", CALL(ka_set_collision_state(h, 3)), "set_collision_state", "collision_state", 500, quiet::always},
+        {"set_init_pose", CALL(ka_set_init_pose(h, pose)), "", "init_pose"},
+    };
+    // clang-format on
+    for (const auto &row : rows)
+        expect_set_outcomes(s, row);
+}

@@ -87,3 +87,25 @@ TEST(modbus, bad_counts_and_null_data_send_nothing_and_coil_writes_wait_longer) 
     EXPECT_EQ(ka_write_single_coil(s.arm, p, 1), 0);
     EXPECT_EQ(ka_write_single_register(s.arm, p, 1), -2);
 }
+
+#define CALL(expr) [](ka_robot_handle *h) { return expr; }
+
+// Every set command against each verdict form, no reply included: 1 s, and
+// 3 s for the coil writes.
+TEST(modbus, every_set_command_maps_each_verdict_form) {
+    arm_session s;
+    // clang-format off
+    const set_row rows[] = {
+        {"set_modbus_mode", CALL(ka_set_modbus_mode(h, 1, 115200, 2)), "", "set_state", 1000},
+        {"close_modbus_mode", CALL(ka_close_modbus_mode(h, 1)), "", "set_state", 1000},
+        {"set_modbustcp_mode", CALL(ka_set_modbustcp_mode(h, "192.168.1.50", 502, 2)), "", "set_state", 1000},
+        {"close_modbustcp_mode", CALL(ka_close_modbustcp_mode(h)), "", "set_state", 1000},
+        {"write_single_coil", CALL(ka_write_single_coil(h, p, 1)), "", "write_state", 3000},
+        {"write_single_register", CALL(ka_write_single_register(h, p, 7)), "", "write_state", 1000},
+        {"write_registers", CALL(ka_write_registers(h, with_num(3), regs)), "", "write_state", 1000},
+        {"write_coils", CALL(ka_write_coils(h, p, regs)), "", "write_state", 3000},
+    };
+    // clang-format on
+    for (const auto &row : rows)
+        expect_set_outcomes(s, row);
+}

@@ -6,6 +6,7 @@
 #include "support/arm_fixture.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -260,4 +261,25 @@ TEST(program_save, streamed_points_land_in_the_file_one_per_line) {
         EXPECT_EQ(read_file(file), content);
         EXPECT_FALSE(sim::net::file_is_open(file.string()));
     }
+}
+
+// Every set command against each verdict form; -2 timed for two of them.
+// The start runs without a time-out, so its acceptance is the result.
+TEST(program_wire, every_set_command_maps_each_verdict_form) {
+    arm_session s;
+    using quiet = set_row::no_reply;
+    static ka_send_project_t project{};
+    std::snprintf(project.project_path, sizeof project.project_path, "%s", "weld");
+    // clang-format off
+    const set_row rows[] = {
+        {"run_project", CALL(ka_run_project(h, &project, 120)), "", "project_state", 500, quiet::always},
+        {"plan_speed", CALL(ka_set_plan_speed(h, 40)), "", "plan_state"},
+        {"delete_program_trajectory", CALL(ka_delete_program_trajectory(h, 7)), "", "delete_state"},
+        {"update_program_trajectory", CALL(ka_update_program_trajectory(h, 7, 30, "weld")), "", "update_state"},
+        {"set_default_run_program", CALL(ka_set_default_run_program(h, 4)), "", "set_state"},
+        {"set_program_id_start", CALL(ka_set_program_id_run(h, 3, 20, 0)), "", "start_state", 500, quiet::always},
+    };
+    // clang-format on
+    for (const auto &row : rows)
+        expect_set_outcomes(s, row);
 }

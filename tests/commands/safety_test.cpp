@@ -167,3 +167,30 @@ TEST(safety, readers_stay_in_bounds_and_keep_the_record_on_failure) {
             << std::string(kept->form_name, KA_NAME_SIZE).c_str();
     EXPECT_EQ(std::vector<int>(versions, versions + 7), (std::vector<int>{1, 2, 3, 4, 5, 6, 7}));
 }
+
+#define CALL(expr) [](ka_robot_handle *h) { return expr; }
+
+// Every set command against each verdict form, no reply timed for the
+// install angles (600 ms) and two of the usual 500 ms. The install angles
+// are re-read after a verdict true; the standard arm answers that read.
+TEST(safety, every_set_command_maps_each_verdict_form) {
+    arm_session s;
+    using quiet = set_row::no_reply;
+    static const ka_electronic_fence_enable_t on{true, 1, 0};
+    // clang-format off
+    const set_row rows[] = {
+        {"add_electronic_fence_config", CALL(ka_add_electronic_fence_config(h, zone(1, "box"))), "", "add_config", 500, quiet::always},
+        {"update_electronic_fence_config", CALL(ka_update_electronic_fence_config(h, zone(2, "box"))), "", "update_config"},
+        {"delete_electronic_fence_config", CALL(ka_delete_electronic_fence_config(h, "box")), "", "delete_config"},
+        {"set_electronic_fence_config", CALL(ka_set_electronic_fence_config(h, zone(1))), "", "set_config"},
+        {"set_virtual_wall_config", CALL(ka_set_virtual_wall_config(h, zone(3))), "", "set_config"},
+        {"set_electronic_fence_enable", CALL(ka_set_electronic_fence_enable(h, on)), "", "set_state"},
+        {"set_virtual_wall_enable", CALL(ka_set_virtual_wall_enable(h, on)), "", "set_state"},
+        {"set_self_collision_enable", CALL(ka_set_self_collision_enable(h, true)), "", "set_state"},
+        {"set_arm_run_mode", CALL(ka_set_arm_run_mode(h, 1)), "", "mode", 500, quiet::always},
+        {"set_install_pose", CALL(ka_set_install_pose(h, 0, 90.5f, 0)), "", "set_state", 600},
+    };
+    // clang-format on
+    for (const auto &row : rows)
+        expect_set_outcomes(s, row);
+}

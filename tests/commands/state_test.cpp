@@ -122,3 +122,19 @@ TEST(state, missing_keys_null_outputs_and_the_dof_bound_what_is_written) {
                     line("get_joint_odom", R"("odom":[0,0,0,0,0,0])"), -1});
     EXPECT_TRUE(log.contains("[ka_get_joint_odom] The robotic arm has been disconnected"));
 }
+
+// Every set command against each verdict form; -2 timed for two of them.
+TEST(state, every_set_command_maps_each_verdict_form) {
+    arm_session s;
+    using quiet = set_row::no_reply;
+    // clang-format off
+    const set_row rows[] = {
+        {"set_arm_power", CALL(ka_set_arm_power(h, 1)), "", "arm_power", 500, quiet::always},
+        {"clear_system_runtime", ka_clear_system_runtime, "", "clear_state"},
+        {"clear_joint_odom", ka_clear_joint_odom, "", "clear_state"},
+        {"clear_system_err", ka_clear_system_err, "", "clear_state", 500, quiet::always},
+    };
+    // clang-format on
+    for (const auto &row : rows)
+        expect_set_outcomes(s, row);
+}

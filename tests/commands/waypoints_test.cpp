@@ -149,3 +149,19 @@ TEST(waypoints, long_pages_are_read_whole_and_cut_at_the_record_capacity) {
     const char *guard = reinterpret_cast<const char *>(&pages[1]);
     EXPECT_EQ(std::string(guard, sizeof pages[1]), std::string(sizeof pages[1], 0x5A));
 }
+
+// Every set command against each verdict form; -2 timed for two of them.
+TEST(waypoints, every_set_command_maps_each_verdict_form) {
+    arm_session s;
+    using quiet = set_row::no_reply;
+    static ka_waypoint_t point = sample;
+    // clang-format off
+    const set_row rows[] = {
+        {"add_global_waypoint", [](ka_robot_handle *h) { return ka_add_global_waypoint(h, &point); }, "", "add_state", 500, quiet::always},
+        {"update_global_waypoint", [](ka_robot_handle *h) { return ka_update_global_waypoint(h, &point); }, "", "update_state"},
+        {"delete_global_waypoint", [](ka_robot_handle *h) { return ka_delete_global_waypoint(h, "p1"); }, "", "delete_state", 500, quiet::always},
+    };
+    // clang-format on
+    for (const auto &row : rows)
+        expect_set_outcomes(s, row);
+}

@@ -35,6 +35,62 @@ void expect_wire(arm_session &session, const wire_case &row) {
     EXPECT_EQ(session.peer.lines().front(), row.request);
 }
 
+namespace {
+// Only a hang or a missed wake-up goes past it; scheduling on a loaded
+// machine does not.
+constexpr std::chrono::milliseconds late_margin{400};
+
+// The call's first line went out under the command's name; the family
+// tests pin its exact bytes.
+void expect_sent(arm_session &session, const set_row &row, const std::string &what) {
+    ASSERT_TRUE(session.peer.wait_for_lines(1, std::chrono::seconds(2)))
+        << row.command << ", " << what << ": nothing sent";
+    EXPECT_EQ(session.peer.commands().front(), row.command) << row.command << ", " << what;
+}
+} // namespace
+
+void expect_set_outcomes(arm_session &session, const set_row &row) {
+    const std::string name = row.reply.empty() ? row.command : row.reply;
+    const std::string key = "\"" + row.key + "\":";
+    const struct {
+        const char *what;
+        std::string answer;
+        int result;
+    } cases[] = {
+        {"verdict true", line(name, key + "true"), 0},
+        {"verdict false", line(name, key + "false"), 1},
+        {"verdict key missing", line(name), -3},
+        {"verdict as a string", line(name, key + "\"true\""), -3},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(row.command + ", " + c.what);
+        session.peer.clear_lines();
+        session.peer.answer_next({reply(c.answer)});
+        EXPECT_EQ(row.call(session.arm), c.result) << row.command << ", " << c.what;
+        expect_sent(session, row, c.what);
+    }
+    const bool usual = row.timeout_ms == 500;
+    if (row.silent == set_row::no_reply::never ||
+        (usual && row.silent == set_row::no_reply::when_not_default))
+        return;
+    SCOPED_TRACE(row.command + ", no reply");
+    session.peer.clear_lines();
+    session.peer.answer_next({}); // takes the request, whatever persistent rule there is
+    const auto start = std::chrono::steady_clock::now();
+    const int result = row.call(session.arm);
+    // Not rounded: a wait cut short by a fraction of a millisecond still ran
+    // out early.
+    const auto took = std::chrono::steady_clock::now() - start;
+    const std::chrono::milliseconds timeout{row.timeout_ms};
+    const double took_ms = std::chrono::duration<double, std::milli>(took).count();
+    EXPECT_EQ(result, -2) << row.command << ", no reply";
+    EXPECT_GE(took, timeout) << row.command << ", no reply: returned early, after " << took_ms
+                             << " ms of " << row.timeout_ms;
+    EXPECT_LE(took, timeout + late_margin) << row.command << ", no reply: returned late, after "
+                                           << took_ms << " ms of " << row.timeout_ms;
+    expect_sent(session, row, "no reply");
+}
+
 int unused_local_port(sim::net::transport kind) {
     // The port the system hands out for a fresh bind, released again.
     sim::net::unique_socket probe = sim::net::open_socket(kind);

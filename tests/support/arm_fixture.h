@@ -40,6 +40,28 @@ struct wire_case {
 // Runs one row against an open session and checks line and result.
 void expect_wire(arm_session &session, const wire_case &row);
 
+// One set command for expect_set_outcomes: the call (fixed arguments), the
+// name its verdict comes under, the boolean's key and the command's
+// time-out.
+struct set_row {
+    // The no-reply case waits out the whole time-out: by default it runs only
+    // for a time-out other than the usual 500 ms.
+    enum class no_reply { when_not_default, always, never };
+
+    std::string command; // the wire name, which the first line sent must carry
+    std::function<int(ka_robot_handle *)> call;
+    std::string reply; // the verdict's name; empty: the command's own
+    std::string key;
+    int timeout_ms = 500;
+    no_reply silent = no_reply::when_not_default;
+};
+
+// Runs row's call once per controller answer and checks the code: verdict
+// true 0, false 1, key missing -3, key holding the string "true" -3, and
+// (see set_row::no_reply) no answer -2, returned no earlier than the
+// time-out and within a margin after it. Failures name command and case.
+void expect_set_outcomes(arm_session &session, const set_row &row);
+
 // Lines as the controller writes them.
 // {"command":"<command>"} followed by rest, a list of "key":value pairs.
 std::string line(const std::string &command, const std::string &rest = "");
