@@ -52,18 +52,22 @@ inline double octant_arc_tangent(double n, double d) {
     return r + k_quarter_pi * upper;
 }
 
-// atan2(y, x) in [-pi, pi], the same quadrant rules as std::atan2.
-inline double arc_tangent2(double y, double x) {
-    if (!std::isfinite(x) || !std::isfinite(y) || (x == 0.0 && y == 0.0)) return std::atan2(y, x);
+// atan2(y, x) in [-pi, pi] from octant(n, d) = atan(n / d) for
+// 0 <= n <= d: the octant's angle r becomes pi/2 - r when steep, then pi -
+// that when x < 0: offset + sign * r, both known before r is. (x = -0 only
+// comes here with y != 0, where the angle is pi/2 either way.)
+template <typename Octant> inline double quadrant_arc_tangent(double y, double x, Octant octant) {
     const double ax = std::fabs(x), ay = std::fabs(y);
-    // The octant's angle r becomes pi/2 - r when steep, then pi - that when
-    // x < 0: offset + sign * r, both known before r is. (x = -0 only comes
-    // here with y != 0, where the angle is pi/2 either way.)
     const double steep = flag(ay > ax), behind = flag(x < 0.0);
     const double sign = (1.0 - 2.0 * steep) * (1.0 - 2.0 * behind);
     const double offset = k_pi * behind + k_half_pi * steep * (1.0 - 2.0 * behind);
-    const double r = octant_arc_tangent(std::min(ax, ay), std::max(ax, ay));
-    return std::copysign(offset + sign * r, y);
+    return std::copysign(offset + sign * octant(std::min(ax, ay), std::max(ax, ay)), y);
+}
+
+// atan2(y, x) in [-pi, pi], the same quadrant rules as std::atan2.
+inline double arc_tangent2(double y, double x) {
+    if (!std::isfinite(x) || !std::isfinite(y) || (x == 0.0 && y == 0.0)) return std::atan2(y, x);
+    return quadrant_arc_tangent(y, x, octant_arc_tangent);
 }
 
 // atan2(y, x) in [-pi, pi] for finite arguments, within 3e-11 rad of the
@@ -73,24 +77,19 @@ inline double arc_tangent2(double y, double x) {
 // of a target (1e-7) and the cost of std::atan2 is not. atan2(0, 0) is 0;
 // non-finite arguments give NaN.
 inline double search_arc_tangent2(double y, double x) {
-    const double ax = std::fabs(x), ay = std::fabs(y);
-    const double big = std::max(ax, ay), small = std::min(ax, ay);
-    const double t = small / (big > 0.0 ? big : 1.0);
-    const double z = t * t, z2 = z * z, z4 = z2 * z2, z8 = z4 * z4;
-    // Pairs by z, then z^2, z^4 and z^8 (Estrin): a short chain.
-    const double p01 = 0.9999999994302148 - 0.33333327040664584 * z;
-    const double p23 = 0.1999979353844898 - 0.14282551371637686 * z;
-    const double p45 = 0.11083670973422056 - 0.08941117902108037 * z;
-    const double p67 = 0.07143073191648096 - 0.052514531558692554 * z;
-    const double p89 = 0.03223253728283387 - 0.01472119486455195 * z;
-    const double pab = 0.004293637553828729 - 0.0005876983593926036 * z;
-    const double p0_3 = p01 + z2 * p23, p4_7 = p45 + z2 * p67, p8_b = p89 + z2 * pab;
-    const double r = t * ((p0_3 + z4 * p4_7) + z8 * p8_b);
-    // Steep: pi/2 - r; behind (x < 0): pi minus that.
-    const double steep = flag(ay > ax), behind = flag(x < 0.0);
-    const double sign = (1.0 - 2.0 * steep) * (1.0 - 2.0 * behind);
-    const double offset = k_pi * behind + k_half_pi * steep * (1.0 - 2.0 * behind);
-    return std::copysign(offset + sign * r, y);
+    return quadrant_arc_tangent(y, x, [](double n, double d) {
+        const double t = n / (d > 0.0 ? d : 1.0);
+        const double z = t * t, z2 = z * z, z4 = z2 * z2, z8 = z4 * z4;
+        // Pairs by z, then z^2, z^4 and z^8 (Estrin): a short chain.
+        const double p01 = 0.9999999994302148 - 0.33333327040664584 * z;
+        const double p23 = 0.1999979353844898 - 0.14282551371637686 * z;
+        const double p45 = 0.11083670973422056 - 0.08941117902108037 * z;
+        const double p67 = 0.07143073191648096 - 0.052514531558692554 * z;
+        const double p89 = 0.03223253728283387 - 0.01472119486455195 * z;
+        const double pab = 0.004293637553828729 - 0.0005876983593926036 * z;
+        const double p0_3 = p01 + z2 * p23, p4_7 = p45 + z2 * p67, p8_b = p89 + z2 * pab;
+        return t * ((p0_3 + z4 * p4_7) + z8 * p8_b);
+    });
 }
 
 inline float arc_tangent2(float y, float x) {
