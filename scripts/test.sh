@@ -19,10 +19,12 @@ run=()
 if [ "$preset" = tsan ] && command -v setarch >/dev/null; then run=(setarch "$(uname -m)" -R); fi
 if [ "$preset" = windows ]; then
     # One Wine server for the whole run, stopped at the end: test programs
-    # then never start while a server that went idle is exiting. wineboot
-    # starts Wine's background processes once, with no test's output to
-    # inherit.
+    # then never start while a server that went idle is exiting. The server
+    # the build's test discovery started is waited out first (-p fails while
+    # one runs). wineboot starts Wine's background processes once, with no
+    # test's output to inherit.
     export WINEPREFIX=$PWD/build/windows/wineprefix WINEDEBUG=-all
+    /usr/lib/wine/wineserver -w
     /usr/lib/wine/wineserver -p
     trap '/usr/lib/wine/wineserver -k || true' EXIT
     /usr/lib/wine/wine64 wineboot </dev/null >/dev/null 2>&1 || true
