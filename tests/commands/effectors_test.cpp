@@ -101,7 +101,6 @@ TEST(effectors_blocking, each_action_ends_with_its_own_codes) {
 // The actions run with neither block nor a zero time-out: their acceptance
 // is then the result.
 TEST(effectors_wire, every_set_command_maps_each_verdict_form) {
-    arm_session s;
     // clang-format off
     const set_row rows[] = {
         {"set_gripper_route", CALL(ka_set_gripper_route(h, 10, 70)), "", "state", 1000},
@@ -116,6 +115,5 @@ TEST(effectors_wire, every_set_command_maps_each_verdict_form) {
         {"set_hand_force", CALL(ka_set_hand_force(h, 150)), "", "set_state", 1000},
     };
     // clang-format on
-    for (const auto &row : rows)
-        expect_set_outcomes(s, row);
+    expect_set_outcomes(rows);
 }

@@ -188,7 +188,6 @@ TEST(drag_origin, a_blocking_move_to_the_origin_waits_for_the_arm) {
 // wait each. Left out: the drag replay (its verdict comes after the replay,
 // read directly or polled for by thread mode).
 TEST(force_wire, every_set_command_maps_each_verdict_form) {
-    arm_session s;
     using quiet = set_row::no_reply;
     static const ka_multi_drag_teach_t drag{{1, 1, 0, 0, 0, 1}, 1, 0};
     static const ka_force_position_t fp{
@@ -218,6 +217,5 @@ TEST(force_wire, every_set_command_maps_each_verdict_form) {
         {"Stop_Force_Position_Move", ka_stop_force_position_move, "", "set_state", 500, quiet::always},
     };
     // clang-format on
-    for (const auto &row : rows)
-        expect_set_outcomes(s, row);
+    expect_set_outcomes(rows);
 }

@@ -74,7 +74,6 @@ TEST(io, every_command_sends_its_exact_line_and_bad_arguments_send_nothing) {
 
 // Every set command against each verdict form; -2 timed for two of them.
 TEST(io, every_set_command_maps_each_verdict_form) {
-    arm_session s;
     using quiet = set_row::no_reply;
     // clang-format off
     const set_row rows[] = {
@@ -86,6 +85,5 @@ TEST(io, every_set_command_maps_each_verdict_form) {
         {"set_tool_voltage", CALL(ka_set_tool_voltage(h, 3)), "", "state"},
     };
     // clang-format on
-    for (const auto &row : rows)
-        expect_set_outcomes(s, row);
+    expect_set_outcomes(rows);
 }

@@ -112,7 +112,6 @@ TEST(lift_blocking, a_late_report_is_followed_through_the_state_reads) {
 // The expansion move without block is a plain set; with block its verdict
 // starts a wait for the axis, and the height command is never answered.
 TEST(lift_wire, every_set_command_maps_each_verdict_form) {
-    arm_session s;
     using quiet = set_row::no_reply;
     // clang-format off
     const set_row rows[] = {
@@ -121,6 +120,5 @@ TEST(lift_wire, every_set_command_maps_each_verdict_form) {
         {"expand_set_pos", CALL(ka_set_expand_pos(h, 30, -20, 0)), "", "set_pos_state", 500, quiet::always},
     };
     // clang-format on
-    for (const auto &row : rows)
-        expect_set_outcomes(s, row);
+    expect_set_outcomes(rows);
 }

@@ -119,7 +119,6 @@ TEST(network, wifi_reply_fills_what_its_mode_carries) {
 // Every answered setting against each verdict form, no reply included (2 s,
 // 4 s, 2 s). The other settings do not read their answer.
 TEST(network, every_set_command_maps_each_verdict_form) {
-    arm_session s;
     // clang-format off
     const set_row rows[] = {
         {"set_NetIP", CALL(ka_set_NetIP(h, "192.168.1.18")), "", "status", 2000},
@@ -127,6 +126,5 @@ TEST(network, every_set_command_maps_each_verdict_form) {
         {"set_wifi_close", ka_set_wifi_close, "", "wifi_close_state", 2000},
     };
     // clang-format on
-    for (const auto &row : rows)
-        expect_set_outcomes(s, row);
+    expect_set_outcomes(rows);
 }

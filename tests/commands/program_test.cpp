@@ -266,7 +266,6 @@ TEST(program_save, streamed_points_land_in_the_file_one_per_line) {
 // Every set command against each verdict form; -2 timed for two of them.
 // The start runs without a time-out, so its acceptance is the result.
 TEST(program_wire, every_set_command_maps_each_verdict_form) {
-    arm_session s;
     using quiet = set_row::no_reply;
     static ka_send_project_t project{};
     std::snprintf(project.project_path, sizeof project.project_path, "%s", "weld");
@@ -280,6 +279,5 @@ TEST(program_wire, every_set_command_maps_each_verdict_form) {
         {"set_program_id_start", CALL(ka_set_program_id_run(h, 3, 20, 0)), "", "start_state", 500, quiet::always},
     };
     // clang-format on
-    for (const auto &row : rows)
-        expect_set_outcomes(s, row);
+    expect_set_outcomes(rows);
 }

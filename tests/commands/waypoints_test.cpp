@@ -152,7 +152,6 @@ TEST(waypoints, long_pages_are_read_whole_and_cut_at_the_record_capacity) {
 
 // Every set command against each verdict form; -2 timed for two of them.
 TEST(waypoints, every_set_command_maps_each_verdict_form) {
-    arm_session s;
     using quiet = set_row::no_reply;
     static ka_waypoint_t point = sample;
     // clang-format off
@@ -162,6 +161,5 @@ TEST(waypoints, every_set_command_maps_each_verdict_form) {
         {"delete_global_waypoint", [](ka_robot_handle *h) { return ka_delete_global_waypoint(h, "p1"); }, "", "delete_state", 500, quiet::always},
     };
     // clang-format on
-    for (const auto &row : rows)
-        expect_set_outcomes(s, row);
+    expect_set_outcomes(rows);
 }

@@ -47,9 +47,8 @@ void expect_sent(arm_session &session, const set_row &row, const std::string &wh
         << row.command << ", " << what << ": nothing sent";
     EXPECT_EQ(session.peer.commands().front(), row.command) << row.command << ", " << what;
 }
-} // namespace
 
-void expect_set_outcomes(arm_session &session, const set_row &row) {
+void expect_row_outcomes(arm_session &session, const set_row &row) {
     const std::string name = row.reply.empty() ? row.command : row.reply;
     const std::string key = "\"" + row.key + "\":";
     const struct {
@@ -89,6 +88,13 @@ void expect_set_outcomes(arm_session &session, const set_row &row) {
     EXPECT_LE(took, timeout + late_margin) << row.command << ", no reply: returned late, after "
                                            << took_ms << " ms of " << row.timeout_ms;
     expect_sent(session, row, "no reply");
+}
+} // namespace
+
+void expect_set_outcomes(std::span<const set_row> rows) {
+    arm_session session;
+    for (const set_row &row : rows)
+        expect_row_outcomes(session, row);
 }
 
 int unused_local_port(sim::net::transport kind) {

@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -56,11 +57,12 @@ struct set_row {
     no_reply silent = no_reply::when_not_default;
 };
 
-// Runs row's call once per controller answer and checks the code: verdict
-// true 0, false 1, key missing -3, key holding the string "true" -3, and
-// (see set_row::no_reply) no answer -2, returned no earlier than the
-// time-out and within a margin after it. Failures name command and case.
-void expect_set_outcomes(arm_session &session, const set_row &row);
+// On one session of its own, runs each row's call once per controller
+// answer and checks the code: verdict true 0, false 1, key missing -3, key
+// holding the string "true" -3, and (see set_row::no_reply) no answer -2,
+// returned no earlier than the time-out and within a margin after it.
+// Failures name command and case.
+void expect_set_outcomes(std::span<const set_row> rows);
 
 // Lines as the controller writes them.
 // {"command":"<command>"} followed by rest, a list of "key":value pairs.
