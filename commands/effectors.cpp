@@ -1,8 +1,8 @@
 // End effectors on the tool flange: the electric gripper and the dexterous
 // hand. Their actions are accepted at once and, when the caller blocks,
 // followed until the controller reports that the effector's move has ended.
-#include "commands/wait.h"
 #include "core/command.h"
+#include "core/wait.h"
 
 #include <iterator>
 #include <optional>

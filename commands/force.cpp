@@ -1,8 +1,8 @@
 // Force sensing, drag teaching and force-position control: the sensor
 // readings and their calibration, hand-guided teaching with the replay of the
 // recorded path, and motion under a force target.
-#include "commands/wait.h"
 #include "core/command.h"
+#include "core/wait.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,7 +1,7 @@
 // Tool and work frames.
 #include "algo/handover.h"
-#include "commands/wait.h"
 #include "core/command.h"
+#include "core/wait.h"
 
 #include <algorithm>
 #include <cstring>

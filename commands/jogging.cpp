@@ -2,8 +2,8 @@
 // with a fixed pause, or waited for like a planned motion), continuous
 // teaching until a stop, the teach frame, and stopping, pausing, resuming or
 // discarding the running trajectory.
-#include "commands/wait.h"
 #include "core/command.h"
+#include "core/wait.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // Lift and expansion axes: the two single axes a controller can drive beside
 // the arm. Speeds, moves (followed until the axis reports its end when the
 // caller blocks) and state reads; the controller takes every value unscaled.
-#include "commands/wait.h"
 #include "core/command.h"
+#include "core/wait.h"
 
 #include <optional>
 

@@ -2,8 +2,8 @@
 // own (the call returns once the controller accepted it) or blocking (the
 // call returns once the controller reported it finished), and the query of
 // the running trajectory that the blocking waits use.
-#include "commands/wait.h"
 #include "core/command.h"
+#include "core/wait.h"
 
 #include <algorithm>
 #include <cstring>

@@ -2,10 +2,10 @@
 // programs (list, run state, update, delete, default program), starting a
 // stored program and waiting for it to finish, and saving a drag-taught
 // trajectory that the controller streams back into a local file.
-#include "commands/wait.h"
 #include "core/command.h"
 #include "core/trajectory_save.h"
 #include "core/transport.h"
+#include "core/wait.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include "commands/wait.h"
+#include "core/wait.h"
 
 #include "core/command.h"
 #include "core/exchange.h"
