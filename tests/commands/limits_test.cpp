@@ -17,14 +17,17 @@ uint8_t bytes[7];
 int stage;
 const float pose[7] = {0.0019f, -90.5f, 45, 0, 1, -1.0009f, 99};
 
-} // namespace
-
 // Rows name the reply when it is not the command's; `reread` lists the limits
 // read back afterwards, `want` the leading entries of out.
-TEST(limits, every_command_sends_its_exact_line_and_scales_both_ways) {
-    arm_session s;
+struct limit_row {
+    std::function<int(ka_robot_handle *)> call;
+    std::string command, request, reply, answer;
+    std::vector<std::string> reread;
+    std::vector<float> want;
+};
+const std::vector<limit_row> &limit_rows() {
     // clang-format off
-    struct { std::function<int(ka_robot_handle *)> call; std::string command, request, reply, answer; std::vector<std::string> reread; std::vector<float> want; } const rows[] = {
+    static const std::vector<limit_row> rows = {
         {CALL(ka_set_joint_max_speed(h, 2, 180.0f)), "set_joint_max_speed", R"("joint_max_speed":[2,30000])", "", R"("joint_max_speed":true)", {"get_joint_max_speed"}, {}},
         {CALL(ka_set_joint_max_acc(h, 3, 600.0f)), "set_joint_max_acc", R"("joint_max_acc":[3,100000])", "", R"("joint_max_acc":true)", {"get_joint_max_acc"}, {}},
         {CALL(ka_set_joint_min_pos(h, 1, -178.5f)), "set_joint_min_pos", R"("joint_min_pos":[1,-178500])", "", R"("joint_min_pos":true)", {"get_joint_min_pos"}, {}},
@@ -61,6 +64,14 @@ TEST(limits, every_command_sends_its_exact_line_and_scales_both_ways) {
         {CALL(ka_get_joint_en_state(h, bytes)), "get_joint_en_state", "", "joint_en_state", R"("en_state":[1,0,257,1,1,-255])", {}, {}},
     };
     // clang-format on
+    return rows;
+}
+
+} // namespace
+
+TEST(limits, every_command_sends_its_exact_line_and_scales_both_ways) {
+    arm_session s;
+    const auto &rows = limit_rows();
     for (const auto &r : rows) {
         std::fill(out, out + 7, -7.0f);
         const std::string &name = r.reply.empty() ? r.command : r.reply;
@@ -90,6 +101,21 @@ TEST(limits, every_command_sends_its_exact_line_and_scales_both_ways) {
     EXPECT_EQ(ka_auto_set_joint_limit(s.arm, 2), -3);
     s.peer.on_once("get_joint_min_pos", {reply(line("joint_min_pos"))});
     EXPECT_EQ(ka_auto_set_joint_limit(s.arm, 2), 0);
+}
+
+TEST(limits, every_query_maps_each_reply_form) {
+    // Every query of the table against a bare reply, silence and a closed
+    // connection: joint reads fail the parse, single values give the reply's
+    // length.
+    std::vector<query_row> queries;
+    for (const auto &r : limit_rows())
+        if (r.command.starts_with("get_")) {
+            const bool single = r.answer.find('[') == std::string::npos;
+            queries.push_back(
+                {r.command, r.call, r.reply, r.answer, single ? query_row::reply_length : -3});
+        }
+    queries.front().silent = set_row::no_reply::always;
+    expect_query_outcomes(queries);
 }
 
 TEST(limits, malformed_replies_bad_arguments_and_the_dof_bound_what_is_written) {

@@ -42,32 +42,36 @@ constexpr std::chrono::milliseconds late_margin{400};
 
 // The call's first line went out under the command's name; the family
 // tests pin its exact bytes.
-void expect_sent(arm_session &session, const set_row &row, const std::string &what) {
+void expect_sent(arm_session &session, const std::string &command, const std::string &what) {
     ASSERT_TRUE(session.peer.wait_for_lines(1, std::chrono::seconds(2)))
-        << row.command << ", " << what << ": nothing sent";
-    EXPECT_EQ(session.peer.commands().front(), row.command) << row.command << ", " << what;
+        << command << ", " << what << ": nothing sent";
+    EXPECT_EQ(session.peer.commands().front(), command) << command << ", " << what;
 }
 
-void expect_row_outcomes(arm_session &session, const set_row &row) {
-    const std::string name = row.reply.empty() ? row.command : row.reply;
-    const std::string key = "\"" + row.key + "\":";
-    const struct {
-        const char *what;
-        std::string answer;
-        int result;
-    } cases[] = {
-        {"verdict true", line(name, key + "true"), 0},
-        {"verdict false", line(name, key + "false"), 1},
-        {"verdict key missing", line(name), -3},
-        {"verdict as a string", line(name, key + "\"true\""), -3},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(row.command + ", " + c.what);
-        session.peer.clear_lines();
-        session.peer.answer_next({reply(c.answer)});
-        EXPECT_EQ(row.call(session.arm), c.result) << row.command << ", " << c.what;
-        expect_sent(session, row, c.what);
-    }
+// What a row is, seen by the outcome checks common to sets and queries.
+struct row_view {
+    const std::string &command;
+    const std::function<int(ka_robot_handle *)> &call;
+    int timeout_ms;
+    set_row::no_reply silent;
+};
+
+// One answer and the code it must give.
+void expect_answered(arm_session &session, const row_view &row, const char *what,
+                     const std::string &answer, int result) {
+    SCOPED_TRACE(row.command + ", " + what);
+    session.peer.clear_lines();
+    session.peer.answer_next({reply(answer)});
+    const int got = row.call(session.arm);
+    if (result == query_row::reply_length)
+        EXPECT_GT(got, 0) << row.command << ", " << what;
+    else
+        EXPECT_EQ(got, result) << row.command << ", " << what;
+    expect_sent(session, row.command, what);
+}
+
+// No answer: -2, no earlier than the time-out and within a margin after it.
+void expect_timed_out(arm_session &session, const row_view &row) {
     const bool usual = row.timeout_ms == 500;
     if (row.silent == set_row::no_reply::never ||
         (usual && row.silent == set_row::no_reply::when_not_default))
@@ -87,14 +91,62 @@ void expect_row_outcomes(arm_session &session, const set_row &row) {
                              << " ms of " << row.timeout_ms;
     EXPECT_LE(took, timeout + late_margin) << row.command << ", no reply: returned late, after "
                                            << took_ms << " ms of " << row.timeout_ms;
-    expect_sent(session, row, "no reply");
+    expect_sent(session, row.command, "no reply");
+}
+
+// On a session whose controller closed the connection, once the receive
+// thread has seen the close, every call gives -1 without waiting out its
+// time-out.
+void expect_disconnected(std::span<const row_view> rows, const std::string &product = "KIVO-B") {
+    log_capture log;
+    arm_session session(KA_THREAD_MODE_DUAL, product);
+    session.peer.close_current();
+    ASSERT_TRUE(session.peer.wait_for_disconnect(0, std::chrono::seconds(2)));
+    ASSERT_TRUE(log.wait_for("connection of arm", std::chrono::seconds(2)))
+        << "the receive thread never noticed the closed connection";
+    for (const row_view &row : rows) {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(row.call(session.arm), -1) << row.command << ", connection closed";
+        EXPECT_LT(std::chrono::steady_clock::now() - start,
+                  std::chrono::milliseconds(row.timeout_ms))
+            << row.command << ", connection closed: waited out its time-out";
+    }
 }
 } // namespace
 
 void expect_set_outcomes(std::span<const set_row> rows) {
-    arm_session session;
-    for (const set_row &row : rows)
-        expect_row_outcomes(session, row);
+    std::vector<row_view> views;
+    {
+        arm_session session;
+        for (const set_row &row : rows) {
+            const row_view view{row.command, row.call, row.timeout_ms, row.silent};
+            const std::string name = row.reply.empty() ? row.command : row.reply;
+            const std::string key = "\"" + row.key + "\":";
+            expect_answered(session, view, "verdict true", line(name, key + "true"), 0);
+            expect_answered(session, view, "verdict false", line(name, key + "false"), 1);
+            expect_answered(session, view, "verdict key missing", line(name), -3);
+            expect_answered(session, view, "verdict as a string", line(name, key + "\"true\""), -3);
+            expect_timed_out(session, view);
+            views.push_back(view);
+        }
+    }
+    expect_disconnected(views);
+}
+
+void expect_query_outcomes(std::span<const query_row> rows, const std::string &product) {
+    std::vector<row_view> views;
+    {
+        arm_session session(KA_THREAD_MODE_DUAL, product);
+        for (const query_row &row : rows) {
+            const row_view view{row.command, row.call, row.timeout_ms, row.silent};
+            const std::string name = row.reply.empty() ? row.command : row.reply;
+            expect_answered(session, view, "well-formed reply", line(name, row.fields), 0);
+            expect_answered(session, view, "reply without its fields", line(name), row.bare);
+            expect_timed_out(session, view);
+            views.push_back(view);
+        }
+    }
+    expect_disconnected(views, product);
 }
 
 int unused_local_port(sim::net::transport kind) {

@@ -60,9 +60,32 @@ struct set_row {
 // On one session of its own, runs each row's call once per controller
 // answer and checks the code: verdict true 0, false 1, key missing -3, key
 // holding the string "true" -3, and (see set_row::no_reply) no answer -2,
-// returned no earlier than the time-out and within a margin after it.
-// Failures name command and case.
+// returned no earlier than the time-out and within a margin after it. Then,
+// on a second session whose controller has closed the connection, each call
+// gives -1 before its time-out. Failures name command and case.
 void expect_set_outcomes(std::span<const set_row> rows);
+
+// One query for expect_query_outcomes: the call, the reply's name, a
+// well-formed reply's fields and what a reply with none of them gives.
+struct query_row {
+    // A reply without the awaited key is, for a few queries, answered with
+    // the reply's length, as "nothing to report".
+    static constexpr int reply_length = 1 << 30;
+
+    std::string command; // the wire name, which the first line sent must carry
+    std::function<int(ka_robot_handle *)> call;
+    std::string reply;  // the reply's name; empty: the command's own
+    std::string fields; // "key":value pairs of a reply the call reads whole
+    int bare = -3;      // the code for a reply carrying only its name
+    int timeout_ms = 500;
+    set_row::no_reply silent = set_row::no_reply::when_not_default;
+};
+
+// Like expect_set_outcomes for queries: the well-formed reply gives 0, the
+// bare one `bare`, no reply -2 on time (see set_row::no_reply), and a closed
+// connection -1 before the time-out, on an arm of the given product. The
+// values read are the family tests' business.
+void expect_query_outcomes(std::span<const query_row> rows, const std::string &product = "KIVO-B");
 
 // Lines as the controller writes them.
 // {"command":"<command>"} followed by rest, a list of "key":value pairs.
