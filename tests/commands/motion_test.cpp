@@ -114,8 +114,9 @@ TEST(motion_blocking, the_report_or_the_trajectory_query_decides_the_result) {
         s.peer.on(command, {reply(accept(command)), delay(20ms), reply(completion_report())});
     s.peer.on("movej", {reply(accept("movej"))});
     ASSERT_EQ(movej(s.arm, 0), 0);
+    event_recorder events;
     s.peer.push({reply(completion_report(0, false))});
-    std::this_thread::sleep_for(50ms); // filed by the receive thread
+    ASSERT_TRUE(events.wait_for(1, 2s)); // filed by the receive thread
     EXPECT_EQ(ka_movel(s.arm, target, 30, 0, 0, 1), 0);
     EXPECT_EQ(ka_movec(s.arm, target, target, 30, 0, 0, 0, 1), 0);
     for (const auto &r : late) {

@@ -100,40 +100,24 @@ TEST(receive, single_thread_mode_drops_what_follows_the_awaited_line) {
     EXPECT_EQ(ka_get_data_common(s.arm, &w, "get_w", "w"), -2);
 }
 
-namespace {
-std::atomic<int> events{0};
-ka_event_push_data_t last_event{};
-std::mutex event_mutex;
-void on_event(ka_event_push_data_t e) {
-    std::lock_guard<std::mutex> lock(event_mutex);
-    last_event = e;
-    ++events;
-}
-} // namespace
-
 TEST(receive, completion_reports_reach_the_event_callback) {
     arm_session s;
-    ka_get_arm_event_call_back(on_event);
+    event_recorder events;
     ka_get_arm_event_call_back(nullptr); // ignored: the callback stays
-    events = 0;
     s.peer.push({reply(
         R"({"state":"current_trajectory_state","trajectory_state":true,"device":2,"trajectory_connect":0})")});
-    for (int i = 0; i < 200 && events < 1; ++i)
-        std::this_thread::sleep_for(5ms);
-    {
-        std::lock_guard<std::mutex> lock(event_mutex);
-        EXPECT_EQ(last_event.handle_id, 1);
-        EXPECT_EQ(last_event.event_type, 1);
-        EXPECT_TRUE(last_event.trajectory_state);
-        EXPECT_EQ(last_event.device, 2);
-    }
+    ASSERT_TRUE(events.wait_for(1, 2s));
+    ka_event_push_data_t last = events.events().back();
+    EXPECT_EQ(last.handle_id, 1);
+    EXPECT_EQ(last.event_type, 1);
+    EXPECT_TRUE(last.trajectory_state);
+    EXPECT_EQ(last.device, 2);
     s.peer.push({reply(R"({"state":"program_run_finish","finish_id":12})")});
-    for (int i = 0; i < 200 && events < 2; ++i)
-        std::this_thread::sleep_for(5ms);
-    std::lock_guard<std::mutex> lock(event_mutex);
-    EXPECT_EQ(last_event.event_type, 2);
-    EXPECT_EQ(last_event.finish_id, 12);
-    EXPECT_FALSE(last_event.trajectory_state);
+    ASSERT_TRUE(events.wait_for(2, 2s));
+    last = events.events().back();
+    EXPECT_EQ(last.event_type, 2);
+    EXPECT_EQ(last.finish_id, 12);
+    EXPECT_FALSE(last.trajectory_state);
 }
 
 // The queue on its own: 20 entries, a stale entry is overwritten after 50
@@ -214,7 +198,7 @@ TEST(concurrency, commands_on_two_arms_and_a_delete_race_cleanly) {
     ka_robot_handle *arm_b = ka_create_robot_arm("127.0.0.1", b.port());
     ASSERT_EQ(arm_a->id, 1);
     ASSERT_EQ(arm_b->id, 2);
-    std::atomic<int> good_a{0}, good_b{0}, released_b{0};
+    std::atomic<int> good_a{0}, good_b{0}, released_b{0}, calls_b{0};
     std::thread ta([&] {
         for (int i = 0; i < 100; ++i)
             good_a += get_v(arm_a) == 9;
@@ -228,9 +212,12 @@ TEST(concurrency, commands_on_two_arms_and_a_delete_race_cleanly) {
                 ++released_b;
             else
                 EXPECT_EQ(r, -1); // deleted under its feet: refused, never stuck
+            ++calls_b;
         }
     });
-    std::this_thread::sleep_for(20ms);
+    // The delete comes while the second arm is in use.
+    while (calls_b.load() < 10)
+        std::this_thread::yield();
     EXPECT_EQ(ka_delete_robot_arm(arm_b), 0);
     ta.join();
     tb.join();

@@ -145,20 +145,6 @@ TEST(reply_matching, concurrent_calls_of_one_name_each_get_an_answer) {
     EXPECT_NE(first.load(), second);
 }
 
-namespace {
-std::mutex report_mutex;
-std::condition_variable report_seen;
-int reports = 0;
-int device_sum = 0;
-void count_report(ka_event_push_data_t e) {
-    std::lock_guard<std::mutex> lock(report_mutex);
-    if (e.event_type != 1) return;
-    ++reports;
-    device_sum += e.device;
-    report_seen.notify_all();
-}
-} // namespace
-
 // Twenty entries full of fresh lines nobody waits for: an awaited reply still
 // gets in, every completion report still reaches the event callback, and
 // every point of a trajectory save still reaches the file.
@@ -170,19 +156,17 @@ TEST(full_queue, an_awaited_reply_takes_the_place_of_a_line_nobody_asked_for) {
 
 TEST(full_queue, every_completion_report_reaches_the_event_callback) {
     arm_session s;
-    ka_get_arm_event_call_back(count_report);
-    {
-        std::lock_guard<std::mutex> lock(report_mutex);
-        reports = device_sum = 0;
-    }
+    event_recorder events;
     std::string burst;
     for (int i = 0; i < 100; ++i)
         burst += R"({"state":"current_trajectory_state","trajectory_state":true,"device":)" +
                  std::to_string(i) + R"(,"trajectory_connect":0})" + "\r\n";
     s.peer.push({raw(unasked_lines(20) + burst)});
-    std::unique_lock<std::mutex> lock(report_mutex);
-    report_seen.wait_for(lock, 5s, [] { return reports >= 100; });
-    EXPECT_EQ(reports, 100);
+    EXPECT_TRUE(events.wait_for(100, 5s, 1));
+    int device_sum = 0;
+    for (const ka_event_push_data_t &e : events.events())
+        device_sum += e.device;
+    EXPECT_EQ(events.count(1), 100);
     EXPECT_EQ(device_sum, 99 * 100 / 2);
 }
 

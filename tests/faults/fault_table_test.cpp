@@ -41,34 +41,6 @@ std::string padded_get_v(int v, std::size_t bytes) {
     return head + std::string(bytes - head.size() - tail.size(), 'p') + tail;
 }
 
-// ---- completion reports seen by the event callback ----
-
-std::mutex event_mutex;
-std::condition_variable event_seen;
-int event_count = 0;
-
-void count_event(ka_event_push_data_t event) {
-    if (event.event_type != 1) return;
-    {
-        std::lock_guard<std::mutex> lock(event_mutex);
-        ++event_count;
-    }
-    event_seen.notify_all();
-}
-
-// Counted when the row's arm has been opened.
-int events_before_row = 0;
-
-int events_so_far() {
-    std::lock_guard<std::mutex> lock(event_mutex);
-    return event_count;
-}
-
-bool wait_for_events(int count, milliseconds timeout) {
-    std::unique_lock<std::mutex> lock(event_mutex);
-    return event_seen.wait_for(lock, timeout, [&] { return event_count >= count; });
-}
-
 // ---- one row's surroundings ----
 
 struct fault_env {
@@ -76,7 +48,15 @@ struct fault_env {
     arm_session &session;
     log_capture &log;
     ka_robot_handle *target; // the arm the probe runs on
+    const event_recorder &events;
+    int events_before_row; // completion reports seen when the row's arm had opened
 };
+
+int events_so_far(const fault_env &env) { return env.events.count(1); }
+
+bool wait_for_events(const fault_env &env, int count, milliseconds timeout) {
+    return env.events.wait_for(count, timeout, 1);
+}
 
 bool threaded(const fault_env &env) { return env.mode != KA_THREAD_MODE_SINGLE; }
 
@@ -241,9 +221,9 @@ void close_before(fault_env &env) {
 // must not end the motion's wait.
 void stale_report_then_motion(fault_env &env) {
     test_peer &peer = env.session.peer;
-    const int before = events_so_far();
+    const int before = events_so_far(env);
     peer.push({reply(completion_report(0, false))});
-    if (threaded(env)) ASSERT_TRUE(wait_for_events(before + 1, 2s));
+    if (threaded(env)) ASSERT_TRUE(wait_for_events(env, before + 1, 2s));
     peer.on("get_arm_current_trajectory",
             {reply(line("arm_current_trajectory", R"("type":"movej","data":[0,0,0,0,0,0])"))});
     peer.on("movej",
@@ -341,7 +321,7 @@ void reconnects_after_close(fault_env &env) {
 // In modes 1 and 2 a completion report sent after the leftover line, seen by
 // the event callback, shows that the leftover has been received and filed.
 void leftover_received(fault_env &env, int events_before) {
-    if (threaded(env)) ASSERT_TRUE(wait_for_events(events_before + 1, 2s));
+    if (threaded(env)) ASSERT_TRUE(wait_for_events(env, events_before + 1, 2s));
 }
 
 // The next call of the same name gets its own reply (2), not the leftover (1).
@@ -358,7 +338,7 @@ void next_call_gets_its_own(fault_env &env) {
 // (A reply that comes while the next call already waits cannot be told from
 // that call's own: the protocol carries no request number.)
 void leftover_not_taken(fault_env &env) {
-    const int before = events_so_far();
+    const int before = events_so_far(env);
     env.session.peer.push({reply(get_v_reply(1)), reply(completion_report())});
     leftover_received(env, before);
     next_call_gets_its_own(env);
@@ -366,15 +346,15 @@ void leftover_not_taken(fault_env &env) {
 
 // Both copies came in one segment, with a report behind them.
 void duplicate_in_segment_not_taken(fault_env &env) {
-    leftover_received(env, events_before_row);
+    leftover_received(env, env.events_before_row);
     next_call_gets_its_own(env);
 }
 
 void every_report_reached_the_callback(fault_env &env) {
     if (threaded(env)) {
-        EXPECT_TRUE(wait_for_events(events_before_row + flood_reports, 5s))
-            << "completion reports delivered: " << events_so_far() - events_before_row << " of "
-            << flood_reports;
+        EXPECT_TRUE(wait_for_events(env, env.events_before_row + flood_reports, 5s))
+            << "completion reports delivered: " << events_so_far(env) - env.events_before_row
+            << " of " << flood_reports;
     }
     query_ok(env);
 }
@@ -479,12 +459,11 @@ struct wire_fault : ::testing::TestWithParam<fault_case> {};
 TEST_P(wire_fault, gives_its_code_in_time_and_leaves_the_library_usable) {
     const fault_row &row = *GetParam().row;
     const int mode = GetParam().mode;
-    ka_get_arm_event_call_back(count_event);
+    event_recorder events;
     log_capture log;
     arm_session session(mode);
     ASSERT_EQ(session.arm->id, 1);
-    fault_env env{mode, session, log, session.arm};
-    events_before_row = events_so_far();
+    fault_env env{mode, session, log, session.arm, events, events.count(1)};
 
     row.misbehave(env);
     if (HasFatalFailure()) return;

@@ -110,4 +110,18 @@ class log_capture {
     bool wait_for(const std::string &text, std::chrono::milliseconds timeout) const;
 };
 
+// Records the events the library pushes (completion reports and program
+// ends) while alive. Construction clears the record and installs the
+// callback, replacing whichever was installed (the library keeps its last
+// one: it ignores a null callback).
+class event_recorder {
+  public:
+    event_recorder();
+    std::vector<ka_event_push_data_t> events() const;
+    // Events so far, of one type (1 completion, 2 program end) or, 0, any.
+    int count(int event_type = 0) const;
+    // True once `count` events of the type have come, false on time-out.
+    bool wait_for(int count, std::chrono::milliseconds timeout, int event_type = 0) const;
+};
+
 } // namespace ka_test
