@@ -287,7 +287,7 @@ struct offset_elbow_arm {
         double t6 = std::numeric_limits<double>::quiet_NaN(); // none yet
         bool ok = false;
         v3 x5{}, z5{}, D{}, Dp{};
-        double c = 0.0, sin_c = 0.0, acos_c = 0.0, delta = 0.0;
+        double c = 0.0, sin_c = 0.0, acos_c = 0.0, delta = 0.0, inv_delta = 0.0;
     };
     mutable wrist_point last_;
 
@@ -302,18 +302,23 @@ struct offset_elbow_arm {
         w.z5 = sn * fx + cs * fy;
         const v3 W = P - a6 * w.x5 - d6 * zf;
         w.D = W - S;
-        const double dist = norm(w.D);
-        if (dist < 1e-9) return w;
+        const double dist2 = dot(w.D, w.D);
+        if (dist2 < 1e-18) return w;
         // Slack of the target's rounding only: the search moves t6 off the
         // boundary of its range rather than accept a clamped point there,
         // but a target whose solution lies on that boundary (joint 5 at
         // +-90 degrees, where the two choices of y3 meet) still has one.
-        w.c = (dist * dist - K0) / Kn;
-        if (!ik_clamp_cosine(&w.c, Kn / (2.0 * dist), k_rounding_slack)) return w;
+        // The distance itself only scales the excess of a clamped cosine
+        // (or refuses a NaN).
+        w.c = (dist2 - K0) / Kn;
+        if (!(std::fabs(w.c) <= 1.0) &&
+            !ik_clamp_cosine(&w.c, Kn / (2.0 * std::sqrt(dist2)), k_rounding_slack))
+            return w;
         w.sin_c = std::sqrt((1.0 - w.c) * (1.0 + w.c));
         w.acos_c = trig::search_arc_tangent2(w.sin_c, w.c);
         w.Dp = w.D - dot(w.D, w.z5) * w.z5;
         w.delta = norm(w.Dp);
+        w.inv_delta = 1.0 / w.delta;
         w.ok = true;
         return w;
     }
@@ -332,15 +337,19 @@ struct offset_elbow_arm {
         const double uy = d4 + d2 * c3 - a3 * s3;
         if (std::fabs(ux) < 1e-10) return false;
         if (delta < 1e-12) return false;
-        double cb = uy / delta;
+        double cb = uy * w.inv_delta;
         // A clamped cb misplaces W by its excess times delta / |ux|.
-        if (!ik_clamp_cosine(&cb, delta, k_rounding_slack * std::min(1.0, std::fabs(ux) / delta)))
+        if (!(std::fabs(cb) <= 1.0) &&
+            !ik_clamp_cosine(&cb, delta, k_rounding_slack * std::min(1.0, std::fabs(ux) / delta)))
             return false;
         const double sb = f * std::sqrt(std::max(0.0, 1.0 - cb * cb));
-        const v3 dh = (1.0 / delta) * Dp;
+        const v3 dh = w.inv_delta * Dp;
         const v3 y3 = cb * dh + sb * cross(z5, dh);
-        v3 x3 = (1.0 / ux) * (D - uy * y3);
-        x3 = (1.0 / norm(x3)) * x3;
+        // D - uy y3 has length |ux| wherever the elbow's cosine was not
+        // clamped; normalising it (rather than dividing by ux) also covers
+        // the clamped points. Its direction is ux's sign.
+        const v3 u = D - uy * y3;
+        const v3 x3 = (std::copysign(1.0, ux) / norm(u)) * u;
         *out = {x3, y3, x5, z5, t3, c3, s3};
         return true;
     }

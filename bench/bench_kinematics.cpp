@@ -3,7 +3,9 @@
 // the same chains (built from the same modified DH tables), the same targets
 // and the same references, in one run.
 //
-//   ./build/default/bench/bench_kinematics [samples_per_model [model_type [paths_per_model]]]
+//   ./build/default/bench/bench_kinematics [samples_per_model [model [paths_per_model]]]
+//
+// model: a type number (7) or a name (QUIL); all models when absent.
 //
 // Targets: joints drawn uniformly within the modelling limits (fixed seed),
 // target = forward kinematics. References: near (every joint within 0.3 rad
@@ -23,6 +25,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -361,6 +364,24 @@ void run_paths(int type, int n_paths) {
                 ended, n_paths);
 }
 
+// A model argument: a type number, or a model's name in any case with or
+// without its spaces ("QUIL", "maro ii", "MAROII"); -1 when it names none.
+int model_argument(const char *arg) {
+    char *end = nullptr;
+    const long type = std::strtol(arg, &end, 10);
+    if (end != arg && *end == '\0') return static_cast<int>(type);
+    const auto letters = [](const char *text) {
+        std::string s;
+        for (const char *c = text; *c; ++c)
+            if (std::isalnum(static_cast<unsigned char>(*c)))
+                s += static_cast<char>(std::toupper(static_cast<unsigned char>(*c)));
+        return s;
+    };
+    for (int type : {0, 3, 4, 5, 6, 8, 1, 7})
+        if (letters(arg) == letters(model_params_for(type)->name)) return type;
+    return -1;
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -371,8 +392,12 @@ int main(int argc, char **argv) {
 #endif
     // A first, untimed pass brings the clock and the caches up to speed.
     run_model(0, std::min(n, 1000), false);
-    // A second argument picks one model type.
-    const int only = argc > 2 ? std::atoi(argv[2]) : -1;
+    // A second argument picks one model, by type number or name.
+    const int only = argc > 2 ? model_argument(argv[2]) : -1;
+    if (argc > 2 && only < 0) {
+        std::fprintf(stderr, "unknown model '%s': a type number or a model name\n", argv[2]);
+        return 2;
+    }
     // A third argument sets the number of paths per model (default 300).
     const int paths = argc > 3 ? std::max(0, std::atoi(argv[3])) : 300;
     for (int type : {0, 3, 4, 5, 6, 8, 1, 7}) {
