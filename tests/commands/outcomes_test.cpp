@@ -1,11 +1,14 @@
 // Every query of every family against the reply forms they share: a
 // well-formed reply gives 0, a reply carrying only its name the family's
 // code for a malformed reply, silence -2 on the query's own time-out, and a
-// closed connection -1 at once. The bytes sent and the values read are the
-// family tests' business; these rows only add the outcomes per command
-// (the limits test runs its own queries the same way).
+// closed connection -1 at once. Then the set commands whose request is built
+// by hand (motions, the tool envelope, the push settings, waypoints)
+// against each verdict form. The bytes sent and the values read are the
+// family tests' business; these rows only add the outcomes per command (the
+// limits test and the families' set tables run the rest the same way).
 #include "support/arm_fixture.h"
 
+#include <cstring>
 #include <gtest/gtest.h>
 
 using namespace ka_test;
@@ -46,6 +49,31 @@ ka_fence_config_t fence;
 ka_electronic_fence_enable_t fence_enable;
 ka_realtime_push_config_t push;
 const ka_peripheral_read_write_params_t modbus{1, 10, 2, 16};
+const float joints[7] = {1, 2, 3, 4, 5, 6, 0};
+const ka_pose_t target{{0.1f, -0.2f, 0.3f}, {1, 0, 0, 0}, {0, 0, 0}};
+ka_waypoint_t stored = [] {
+    ka_waypoint_t w{};
+    std::strcpy(w.point_name, "p1");
+    std::strcpy(w.work_frame, "World");
+    std::strcpy(w.tool_frame, "Arm_Tip");
+    return w;
+}();
+const ka_envelope_balls_list_t balls = [] {
+    ka_envelope_balls_list_t l{};
+    std::strcpy(l.tool_name, "tip");
+    l.size = 1;
+    std::strcpy(l.balls[0].name, "b1");
+    l.balls[0].radius = 0.05f;
+    return l;
+}();
+const ka_realtime_push_config_t push_settings = [] {
+    ka_realtime_push_config_t c{};
+    c.cycle = 1;
+    c.enable = true;
+    c.port = 8089;
+    std::strcpy(c.ip, "127.0.0.1");
+    return c;
+}();
 
 const std::string joints6 = "[1000,-2500,0,0,0,1]";
 const std::string pose6 = "[1000000,0,-500000,3142,0,0]";
@@ -56,7 +84,7 @@ const std::string point = R"("point_name":"p1","joint":)" + joints6 + R"(,"pose"
 } // namespace
 
 // clang-format off
-TEST(queries, state_and_versions) {
+TEST(query_outcomes, state_and_versions) {
     const query_row rows[] = {
         {"get_joint_degree", CALL(ka_get_joint_degree(h, floats)), "joint_degree", R"("joint":)" + joints6, -3, 500, quiet::always},
         {"get_current_joint_temperature", CALL(ka_get_current_joint_temperature(h, floats)), "current_joint_temperature", R"("joint_temperature":)" + joints6},
@@ -79,7 +107,7 @@ TEST(queries, state_and_versions) {
     expect_query_outcomes(rows);
 }
 
-TEST(queries, io_modbus_and_network) {
+TEST(query_outcomes, io_modbus_and_network) {
     const query_row rows[] = {
         {"get_IO_state", CALL(ka_get_IO_state(h, 2, &a, &b)), "IO_state", R"("IO_Num":2,"IO_Mode":3,"IO_state":1)", -3, 500, quiet::always},
         {"get_IO_input", CALL(ka_get_IO_input(h, ints)), "IO_input_state", R"("DI":[1,0,1,0])"},
@@ -102,7 +130,7 @@ TEST(queries, io_modbus_and_network) {
     expect_query_outcomes(rows);
 }
 
-TEST(queries, safety) {
+TEST(query_outcomes, safety) {
     const query_row rows[] = {
         {"get_electronic_fence_list_names", CALL(ka_get_electronic_fence_list_names(h, fence_names, &a)), "", R"("name_list":["box","ball"])"},
         {"given_electronic_fence_config", CALL(ka_get_given_electronic_fence_config(h, "ball", &fence)), "given_electronic_fence_config", R"("given_state":true,)" + sphere},
@@ -116,7 +144,7 @@ TEST(queries, safety) {
     expect_query_outcomes(rows);
 }
 
-TEST(queries, frames_waypoints_and_programs) {
+TEST(query_outcomes, frames_waypoints_and_programs) {
     const std::string tool = R"("tool_name":"tip","pose":)" + pose6 + R"(,"payload":1500,"position":[1000,2000,3000])";
     const query_row rows[] = {
         {"get_current_tool_frame", CALL(ka_get_current_tool_frame(h, &frame)), "current_tool_frame", tool, -1},
@@ -137,7 +165,7 @@ TEST(queries, frames_waypoints_and_programs) {
     expect_query_outcomes(rows);
 }
 
-TEST(queries, devices_motion_and_push) {
+TEST(query_outcomes, devices_motion_and_push) {
     const query_row rows[] = {
         {"get_gripper_state", CALL(ka_get_gripper_state(h, &gripper)), "", R"("enable":1,"status":2,"error":3,"mode":4,"current_force":5,"temperature":6,"actpos":7)"},
         {"get_lift_state", CALL(ka_get_lift_state(h, &axis)), "lift_state", R"("height":7,"current":3,"err_flag":1,"mode":2)"},
@@ -149,12 +177,31 @@ TEST(queries, devices_motion_and_push) {
     expect_query_outcomes(rows);
 }
 
-TEST(queries, force_readings) {
+TEST(query_outcomes, force_readings) {
     const query_row rows[] = {
         {"get_force_data", CALL(ka_get_force_data(h, &force)), "", R"("force_data":)" + joints6 + R"(,"zero_force_data":)" + joints6 + R"(,"work_zero_force_data":)" + joints6 + R"(,"tool_zero_force_data":)" + joints6},
         {"get_Fz", CALL(ka_get_Fz(h, &fz)), "", R"("Fz":12700,"zero_Fz":-5,"work_zero_Fz":0,"tool_zero_Fz":1000)"},
         {"get_drag_teach_sensitivity", CALL(ka_get_drag_teach_sensitivity(h, &a)), "", R"("grade":60)"},
     };
     expect_query_outcomes(rows, "KIVO-6F");
+}
+// clang-format on
+
+// clang-format off
+TEST(set_outcomes, requests_built_by_hand) {
+    const set_row rows[] = {
+        {"movej", CALL(ka_movej(h, joints, 20, 0, 0, 0)), "", "receive_state", 500, quiet::always},
+        {"movel", CALL(ka_movel(h, target, 20, 0, 0, 0)), "", "receive_state"},
+        {"moves", CALL(ka_moves(h, target, 20, 0, 1, 0)), "", "receive_state"},
+        {"movej_p", CALL(ka_movej_p(h, target, 20, 0, 0, 0)), "", "receive_state"},
+        {"movec", CALL(ka_movec(h, target, target, 20, 0, 1, 0, 0)), "", "receive_state"},
+        {"set_teach_frame", CALL(ka_set_teach_frame(h, 1)), "", "set_state"},
+        {"set_tool_envelope", CALL(ka_set_tool_envelope(h, balls)), "", "set_state"},
+        {"set_realtime_push", CALL(ka_set_realtime_push(h, push_settings)), "", "state", 700},
+        {"add_global_waypoint", CALL(ka_add_global_waypoint(h, &stored)), "", "add_state"},
+        {"update_global_waypoint", CALL(ka_update_global_waypoint(h, &stored)), "", "update_state"},
+        {"delete_global_waypoint", CALL(ka_delete_global_waypoint(h, "p1")), "", "delete_state"},
+    };
+    expect_set_outcomes(rows);
 }
 // clang-format on
