@@ -75,9 +75,12 @@ constexpr const char *passthrough_command = "Force_Position_Move";
 constexpr auto clear_force_data = cmd::set<"clear_force_data">("clear_state");
 constexpr auto stop_set_force_sensor = cmd::set<"stop_set_force_sensor">("stop_state");
 constexpr auto clear_fz = cmd::set<"clear_Fz">("set_state");
-constexpr auto start_drag_teach = cmd::set<"start_drag_teach">("drag_teach");
+constexpr auto start_drag_teach =
+    cmd::set<"start_drag_teach">("drag_teach", nullptr, m_nOutTime, {{"trajectory_record"}});
+
 constexpr auto stop_drag_teach = cmd::set<"stop_drag_teach">("drag_teach");
-constexpr auto start_multi_drag_teach = cmd::set<"start_multi_drag_teach">("set_state");
+constexpr auto start_multi_drag_teach = cmd::set<"start_multi_drag_teach">(
+    "set_state", nullptr, m_nOutTime, {{"mode"}, {"singular_wall"}});
 constexpr auto start_multi_drag_teach_new =
     cmd::set<"start_multi_drag_teach", "ka_start_multi_drag_teach_new">("set_state");
 constexpr auto pause_drag_trajectory = cmd::set<"pause_drag_trajectory">("pause_state");
@@ -163,7 +166,7 @@ int ka_get_force_data(ka_robot_handle *handle, ka_force_data_t *data) {
     return 0;
 }
 
-int ka_clear_force_data(ka_robot_handle *handle) { return cmd::run(clear_force_data, handle); }
+int ka_clear_force_data(ka_robot_handle *handle) { return clear_force_data(handle); }
 
 int ka_set_force_sensor(ka_robot_handle *handle, bool block) {
     return calibrate("ka_set_force_sensor", handle, "set_force_sensor", {}, block);
@@ -186,9 +189,7 @@ int ka_manual_set_force(ka_robot_handle *handle, int type, float *joint, bool bl
                      {cmd::numbers("joint", wire.v, wire.count)}, block && type == 4);
 }
 
-int ka_stop_set_force_sensor(ka_robot_handle *handle) {
-    return cmd::run(stop_set_force_sensor, handle);
-}
+int ka_stop_set_force_sensor(ka_robot_handle *handle) { return stop_set_force_sensor(handle); }
 
 int ka_get_Fz(ka_robot_handle *handle, ka_fz_data_t *data) {
     if (!data) return -1;
@@ -209,7 +210,7 @@ int ka_get_Fz(ka_robot_handle *handle, ka_fz_data_t *data) {
     return 0;
 }
 
-int ka_clear_Fz(ka_robot_handle *handle) { return cmd::run(clear_fz, handle); }
+int ka_clear_Fz(ka_robot_handle *handle) { return clear_fz(handle); }
 
 int ka_auto_set_Fz(ka_robot_handle *handle, bool block) {
     return calibrate("ka_auto_set_Fz", handle, "auto_set_Fz", {}, block);
@@ -231,15 +232,13 @@ int ka_manual_set_Fz(ka_robot_handle *handle, float *joint1, float *joint2, bool
 // ---------------------------------------------------------- drag teaching
 
 int ka_start_drag_teach(ka_robot_handle *handle, int trajectory_record) {
-    return cmd::run(start_drag_teach, handle,
-                    {cmd::number("trajectory_record", trajectory_record)});
+    return start_drag_teach(handle, trajectory_record);
 }
 
-int ka_stop_drag_teach(ka_robot_handle *handle) { return cmd::run(stop_drag_teach, handle); }
+int ka_stop_drag_teach(ka_robot_handle *handle) { return stop_drag_teach(handle); }
 
 int ka_start_multi_drag_teach(ka_robot_handle *handle, int mode, int singular_wall) {
-    return cmd::run(start_multi_drag_teach, handle,
-                    {cmd::number("mode", mode), cmd::number("singular_wall", singular_wall)});
+    return start_multi_drag_teach(handle, mode, singular_wall);
 }
 
 int ka_start_multi_drag_teach_new(ka_robot_handle *handle, const ka_multi_drag_teach_t *param) {
@@ -292,15 +291,11 @@ int ka_run_drag_trajectory(ka_robot_handle *handle, int timeout) {
     return replay_threaded(handle, cmd::seconds_to_ms(timeout));
 }
 
-int ka_pause_drag_trajectory(ka_robot_handle *handle) {
-    return cmd::run(pause_drag_trajectory, handle);
-}
+int ka_pause_drag_trajectory(ka_robot_handle *handle) { return pause_drag_trajectory(handle); }
 int ka_continue_drag_trajectory(ka_robot_handle *handle) {
-    return cmd::run(continue_drag_trajectory, handle);
+    return continue_drag_trajectory(handle);
 }
-int ka_stop_drag_trajectory(ka_robot_handle *handle) {
-    return cmd::run(stop_drag_trajectory, handle);
-}
+int ka_stop_drag_trajectory(ka_robot_handle *handle) { return stop_drag_trajectory(handle); }
 
 // ------------------------------------------------- force-position control
 
@@ -322,14 +317,12 @@ int ka_set_force_position_new(ka_robot_handle *handle, const ka_force_position_t
                      cmd::numbers("limit_vel", t.limit_vel, 6)});
 }
 
-int ka_stop_force_position(ka_robot_handle *handle) {
-    return cmd::run(stop_force_position, handle);
-}
+int ka_stop_force_position(ka_robot_handle *handle) { return stop_force_position(handle); }
 int ka_start_force_position_move(ka_robot_handle *handle) {
-    return cmd::run(start_force_position_move, handle);
+    return start_force_position_move(handle);
 }
 int ka_stop_force_position_move(ka_robot_handle *handle) {
-    return cmd::run(stop_force_position_move, handle);
+    return stop_force_position_move(handle);
 }
 
 int ka_force_position_move_joint(ka_robot_handle *handle, const float *joint, int sensor, int mode,

@@ -87,29 +87,21 @@ int step_ort(ka_robot_handle *handle, int type, float radians, int v, const int 
 
 const char *direction(int d) { return d != 0 ? "pos" : "neg"; }
 
-constexpr auto joint_teach = cmd::set<"set_joint_teach">("joint_teach");
-constexpr auto pos_teach = cmd::set<"set_pos_teach">("pos_teach");
-constexpr auto ort_teach = cmd::set<"set_ort_teach">("ort_teach");
-constexpr auto teach_frame = cmd::set<"set_teach_frame">("set_state");
+// clang-format off
+constexpr auto joint_teach = cmd::set<"set_joint_teach">("joint_teach", nullptr, m_nOutTime, {{"teach_joint"}, {"v"}, {"direction"}});
+constexpr auto pos_teach = cmd::set<"set_pos_teach">("pos_teach", nullptr, m_nOutTime, {{"v"}, {"direction"}, {"teach_type"}});
+constexpr auto ort_teach = cmd::set<"set_ort_teach">("ort_teach", nullptr, m_nOutTime, {{"v"}, {"direction"}, {"teach_type"}});
+constexpr auto teach_frame = cmd::set<"set_teach_frame">("set_state", nullptr, m_nOutTime, {{"frame_type"}});
 constexpr auto teach_frame_read = cmd::value<"get_teach_frame">("frame_type");
-
 // The controls without arguments, each answered under its own name.
-enum class control { stop_teach, slow_stop, stop, pause, resume, delete_current, delete_all };
-constexpr cmd::set_command controls[] = {
-    {"ka_set_stop_teach", "set_stop_teach", "set_stop_teach", "stop_teach"},
-    {"ka_set_arm_slow_stop", "set_arm_slow_stop", "set_arm_slow_stop", "arm_slow_stop"},
-    {"ka_set_arm_stop", "set_arm_stop", "set_arm_stop", "arm_stop"},
-    {"ka_set_arm_pause", "set_arm_pause", "set_arm_pause", "arm_pause"},
-    {"ka_set_arm_continue", "set_arm_continue", "set_arm_continue", "arm_continue"},
-    {"ka_set_delete_current_trajectory", "set_delete_current_trajectory",
-     "set_delete_current_trajectory", "delete_current_trajectory"},
-    {"ka_set_arm_delete_trajectory", "set_arm_delete_trajectory", "set_arm_delete_trajectory",
-     "arm_delete_trajectory"},
-};
-
-int run_control(control c, ka_robot_handle *handle) {
-    return cmd::run(controls[static_cast<int>(c)], handle);
-}
+constexpr auto stop_teach = cmd::set<"set_stop_teach">("stop_teach");
+constexpr auto slow_stop = cmd::set<"set_arm_slow_stop">("arm_slow_stop");
+constexpr auto arm_stop = cmd::set<"set_arm_stop">("arm_stop");
+constexpr auto arm_pause = cmd::set<"set_arm_pause">("arm_pause");
+constexpr auto resume = cmd::set<"set_arm_continue">("arm_continue");
+constexpr auto delete_current = cmd::set<"set_delete_current_trajectory">("delete_current_trajectory");
+constexpr auto delete_all = cmd::set<"set_arm_delete_trajectory">("arm_delete_trajectory");
+// clang-format on
 
 } // namespace
 
@@ -153,48 +145,26 @@ int ka_set_ort_step_block(ka_robot_handle *handle, ka_ort_teach_type_e type, flo
 }
 
 int ka_set_joint_teach(ka_robot_handle *handle, int joint_num, int dir, int v) {
-    return cmd::run(joint_teach, handle,
-                    {cmd::number("teach_joint", joint_num), cmd::number("v", v),
-                     cmd::text("direction", direction(dir))});
+    return joint_teach(handle, joint_num, v, direction(dir));
 }
 int ka_set_pos_teach(ka_robot_handle *handle, ka_pos_teach_type_e type, int dir, int v) {
     const char *axis = axis_name(pos_teach_axes, type, pos_teach.function);
-    if (!axis) return -1;
-    return cmd::run(pos_teach, handle,
-                    {cmd::number("v", v), cmd::text("direction", direction(dir)),
-                     cmd::text("teach_type", axis)});
+    return axis ? pos_teach(handle, v, direction(dir), axis) : -1;
 }
 int ka_set_ort_teach(ka_robot_handle *handle, ka_ort_teach_type_e type, int dir, int v) {
     const char *axis = axis_name(ort_teach_axes, type, ort_teach.function);
-    if (!axis) return -1;
-    return cmd::run(ort_teach, handle,
-                    {cmd::number("v", v), cmd::text("direction", direction(dir)),
-                     cmd::text("teach_type", axis)});
+    return axis ? ort_teach(handle, v, direction(dir), axis) : -1;
 }
-int ka_set_stop_teach(ka_robot_handle *handle) { return run_control(control::stop_teach, handle); }
-
-int ka_set_teach_frame(ka_robot_handle *handle, int frame_type) {
-    return cmd::run(teach_frame, handle, {cmd::number("frame_type", frame_type)});
-}
-int ka_get_teach_frame(ka_robot_handle *handle, int *frame_type) {
-    if (!frame_type) return -1;
-    int32_t value = 0;
-    int status = cmd::run(teach_frame_read, handle, value);
-    if (status == 0) *frame_type = value;
-    return status;
-}
-
-int ka_set_arm_slow_stop(ka_robot_handle *handle) {
-    return run_control(control::slow_stop, handle);
-}
-int ka_set_arm_stop(ka_robot_handle *handle) { return run_control(control::stop, handle); }
-int ka_set_arm_pause(ka_robot_handle *handle) { return run_control(control::pause, handle); }
-int ka_set_arm_continue(ka_robot_handle *handle) { return run_control(control::resume, handle); }
-int ka_set_delete_current_trajectory(ka_robot_handle *handle) {
-    return run_control(control::delete_current, handle);
-}
-int ka_set_arm_delete_trajectory(ka_robot_handle *handle) {
-    return run_control(control::delete_all, handle);
-}
+// clang-format off
+int ka_set_stop_teach(ka_robot_handle *handle) { return stop_teach(handle); }
+int ka_set_teach_frame(ka_robot_handle *handle, int frame_type) { return teach_frame(handle, frame_type); }
+int ka_get_teach_frame(ka_robot_handle *handle, int *frame_type) { return teach_frame_read(handle, frame_type); }
+int ka_set_arm_slow_stop(ka_robot_handle *handle) { return slow_stop(handle); }
+int ka_set_arm_stop(ka_robot_handle *handle) { return arm_stop(handle); }
+int ka_set_arm_pause(ka_robot_handle *handle) { return arm_pause(handle); }
+int ka_set_arm_continue(ka_robot_handle *handle) { return resume(handle); }
+int ka_set_delete_current_trajectory(ka_robot_handle *handle) { return delete_current(handle); }
+int ka_set_arm_delete_trajectory(ka_robot_handle *handle) { return delete_all(handle); }
+// clang-format on
 
 } // extern "C"

@@ -9,89 +9,49 @@
 
 namespace {
 
-// Answered settings, each with its fixed time-out (ms).
-constexpr auto net_ip = cmd::set<"set_NetIP">("status", nullptr, 2000);
-constexpr auto net_default = cmd::set<"set_net_default">("net_default_state", nullptr, 4000);
-constexpr auto wifi_close = cmd::set<"set_wifi_close">("wifi_close_state", nullptr, 2000);
+using cmd::as;
 
 // Settings that take the link down or switch it over: sent, then the
 // controller is given this long (ms) before anything else goes out. Its
 // answer, if any, is left unread.
 constexpr int settle_ms = 800;
 
-struct notice {
-    const char *function;
-    const char *command;
-};
-constexpr notice wifi_ap{"ka_set_wifi_ap", "set_wifi_ap"};
-constexpr notice wifi_sta{"ka_set_wifi_sta", "set_wifi_sta"};
-constexpr notice usb{"ka_set_usb", "set_usb"};
-constexpr notice rs485{"ka_set_RS485", "set_RS485"};
-
-// 0 once sent and the pause is over; -1 unknown handle or send failure.
-int send_notice(const notice &n, ka_robot_handle *handle,
-                std::initializer_list<ka_request_field> fields) {
-    return cmd::exchange(n.function, handle, n.command, fields, nullptr, settle_ms, nullptr, 0);
-}
-
-constexpr auto wired_net = cmd::query<"get_wired_net">();
+// clang-format off
+// Answered settings, each with its fixed time-out (ms).
+constexpr auto net_ip = cmd::set<"set_NetIP">("status", nullptr, 2000, {{"ip"}});
+constexpr auto net_default = cmd::set<"set_net_default">("net_default_state", nullptr, 4000);
+constexpr auto wifi_close = cmd::set<"set_wifi_close">("wifi_close_state", nullptr, 2000);
+constexpr auto wifi_ap = cmd::send<"set_wifi_ap">(settle_ms, {{"wifi_name"}, {"password"}});
+constexpr auto wifi_sta = cmd::send<"set_wifi_sta">(settle_ms, {{"router_name"}, {"password"}});
+constexpr auto usb = cmd::send<"set_usb">(settle_ms, {{"baudrate"}});
+constexpr auto rs485 = cmd::send<"set_RS485">(settle_ms, {{"baudrate"}});
+// Caller buffers: ip and mask 16 characters, mac 18.
+constexpr auto wired_net = cmd::query<"get_wired_net">(nullptr, {{"mask", as::plain, 16}, {"ip", as::plain, 16}, {"mac", as::plain, 18}});
+// clang-format on
 constexpr auto wifi_net = cmd::query<"get_wifi_net">();
 
 // Copies at most n characters; text that fills the field is left without a
 // terminator, as the fixed-width network records have always been filled.
-void copy_bounded(char *field, const ka_reply_field &from, size_t n) {
-    std::strncpy(field, from.value.s, n);
-}
 template <size_t N> void copy_bounded(char (&field)[N], const ka_reply_field &from) {
-    copy_bounded(field, from, N);
+    std::strncpy(field, from.value.s, N);
 }
 
 } // namespace
 
 extern "C" {
 
-int ka_set_NetIP(ka_robot_handle *handle, const char *ip) {
-    if (!ip) return -1;
-    return cmd::run(net_ip, handle, {cmd::text("ip", ip)});
-}
+// clang-format off
+int ka_set_NetIP(ka_robot_handle *handle, const char *ip) { return net_ip(handle, ip); }
+int ka_set_wifi_ap(ka_robot_handle *handle, const char *wifi_name, const char *password) { return wifi_ap(handle, wifi_name, password); }
+int ka_set_wifi_sta(ka_robot_handle *handle, const char *router_name, const char *password) { return wifi_sta(handle, router_name, password); }
+int ka_set_usb(ka_robot_handle *handle, int baudrate) { return usb(handle, baudrate); }
+int ka_set_RS485(ka_robot_handle *handle, int baudrate) { return rs485(handle, baudrate); }
+int ka_set_net_default(ka_robot_handle *handle) { return net_default(handle); }
+int ka_set_wifi_close(ka_robot_handle *handle) { return wifi_close(handle); }
+int ka_get_wired_net(ka_robot_handle *handle, char *ip, char *mask, char *mac) { return wired_net(handle, mask, ip, mac); }
+// clang-format on
 
-int ka_set_wifi_ap(ka_robot_handle *handle, const char *wifi_name, const char *password) {
-    if (!wifi_name || !password) return -1;
-    return send_notice(wifi_ap, handle,
-                       {cmd::text("wifi_name", wifi_name), cmd::text("password", password)});
-}
-
-int ka_set_wifi_sta(ka_robot_handle *handle, const char *router_name, const char *password) {
-    if (!router_name || !password) return -1;
-    return send_notice(wifi_sta, handle,
-                       {cmd::text("router_name", router_name), cmd::text("password", password)});
-}
-
-int ka_set_usb(ka_robot_handle *handle, int baudrate) {
-    return send_notice(usb, handle, {cmd::number("baudrate", baudrate)});
-}
-
-int ka_set_RS485(ka_robot_handle *handle, int baudrate) {
-    return send_notice(rs485, handle, {cmd::number("baudrate", baudrate)});
-}
-
-int ka_set_net_default(ka_robot_handle *handle) { return cmd::run(net_default, handle); }
-
-int ka_set_wifi_close(ka_robot_handle *handle) { return cmd::run(wifi_close, handle); }
-
-// Caller buffers: ip and mask 16 characters, mac 18.
-int ka_get_wired_net(ka_robot_handle *handle, char *ip, char *mask, char *mac) {
-    if (!ip || !mask || !mac) return -1;
-    ka_reply_field fields[] = {cmd::text_field("mask"), cmd::text_field("ip"),
-                               cmd::text_field("mac")};
-    cmd::query_result r = cmd::read(wired_net, handle, fields);
-    if (r.status != 0) return r.status;
-    copy_bounded(mask, fields[0], 16);
-    copy_bounded(ip, fields[1], 16);
-    copy_bounded(mac, fields[2], 18);
-    return 0;
-}
-
+// Irregular: which keys the reply must carry depends on its "mode".
 // The addresses and mode always; the channel in access-point mode; the
 // network name and password unless Wi-Fi is off. In access-point mode the
 // name and password read decides the status, so a reply that lacks only the

@@ -1,7 +1,6 @@
 // Arm and controller state queries.
 #include "core/command.h"
 #include "core/registry.h"
-#include "ka_algo.h"
 
 #include <cstring>
 
@@ -28,140 +27,63 @@ bool read_version(const cJSON *object, const char *key, char (&field)[N], size_t
     return true;
 }
 
-// Per-joint readings in thousandths of the caller's unit.
-constexpr auto joint_degree =
-    cmd::joints<"get_joint_degree">("joint", scale::from_thousandths, "joint_degree");
-constexpr auto joint_temperature = cmd::joints<"get_current_joint_temperature">(
-    "joint_temperature", scale::from_thousandths, "current_joint_temperature");
-constexpr auto joint_current = cmd::joints<"get_current_joint_current">(
-    "joint_current", scale::from_thousandths, "current_joint_current");
-constexpr auto joint_voltage = cmd::joints<"get_current_joint_voltage">(
-    "joint_voltage", scale::from_thousandths, "current_joint_voltage");
-// Answered under the query's own name.
-constexpr auto joint_odom = cmd::joints<"get_joint_odom">("odom", scale::from_thousandths);
+using cmd::as;
+using cmd::per_joint;
+constexpr auto milli = as::thousandths;
 
-constexpr auto arm_power = cmd::set<"set_arm_power">("arm_power");
+// clang-format off
+// Per-joint readings in thousandths of the caller's unit.
+constexpr auto joint_degree = cmd::joints<"get_joint_degree">("joint", milli, "joint_degree");
+constexpr auto joint_temperature = cmd::joints<"get_current_joint_temperature">("joint_temperature", milli, "current_joint_temperature");
+constexpr auto joint_current = cmd::joints<"get_current_joint_current">("joint_current", milli, "current_joint_current");
+constexpr auto joint_voltage = cmd::joints<"get_current_joint_voltage">("joint_voltage", milli, "current_joint_voltage");
+// Answered under the query's own name.
+constexpr auto joint_odom = cmd::joints<"get_joint_odom">("odom", milli);
+// A reply without one of the keys gives the exchange's positive result.
+constexpr auto arm_state = [] {
+    auto q = cmd::query<"get_current_arm_state">("current_arm_state", {{"arm_err"}, {"sys_err"}, {"joint", milli, per_joint}, {"pose", as::pose}});
+    q.missing_gives_length = true;
+    return q;
+}();
+// Joint error codes pass through single precision, as callers have always
+// received them: codes above 2^24 lose their low bits.
+constexpr auto all_state = cmd::query<"get_arm_all_state">("arm_all_state", {{"temperature", milli, per_joint}, {"current", milli, per_joint}, {"voltage", milli, per_joint}, {"err_flag", as::through_float, per_joint}, {"en_flag", as::plain, per_joint}, {"sys_err"}});
+constexpr auto err_flags = cmd::query<"get_joint_err_flag">("joint_err_flag", {{"err_flag", as::plain, per_joint}, {"brake_state", as::plain, per_joint}});
+constexpr auto controller_state = cmd::query<"get_controller_state">("controller_state", {{"voltage", milli}, {"current", milli}, {"temperature", milli}, {"err_flag"}});
+constexpr auto power = cmd::value<"get_arm_power_state">("power_state", "arm_power_state");
+// Answered under the query's own name.
+constexpr auto runtime = cmd::query<"get_system_runtime">(nullptr, {{"day"}, {"hour"}, {"min"}, {"sec"}});
+constexpr auto arm_power = cmd::set1<"set_arm_power">("arm_power");
 constexpr auto clear_runtime = cmd::set<"clear_system_runtime">("clear_state");
 constexpr auto clear_odom = cmd::set<"clear_joint_odom">("clear_state");
 constexpr auto clear_err = cmd::set<"clear_system_err">("clear_state");
-
-// Joint error codes pass through single precision, as callers have always
-// received them: codes above 2^24 lose their low bits.
-int32_t through_float(int32_t v) { return scale::truncate(static_cast<float>(v)); }
+// clang-format on
 
 } // namespace
 
 extern "C" {
 
-int ka_get_joint_degree(ka_robot_handle *h, float *joint) {
-    return cmd::run(joint_degree, h, joint);
-}
-int ka_get_current_joint_temperature(ka_robot_handle *h, float *temperature) {
-    return cmd::run(joint_temperature, h, temperature);
-}
-int ka_get_current_joint_current(ka_robot_handle *h, float *current) {
-    return cmd::run(joint_current, h, current);
-}
-int ka_get_current_joint_voltage(ka_robot_handle *h, float *voltage) {
-    return cmd::run(joint_voltage, h, voltage);
-}
-int ka_get_joint_odom(ka_robot_handle *h, float *odom) { return cmd::run(joint_odom, h, odom); }
-
-// A reply without one of the keys gives the exchange's positive result and
-// leaves the record as it was.
-int ka_get_current_arm_state(ka_robot_handle *h, ka_current_arm_state_t *state) {
-    if (!state) return -1;
-    ka_reply_field fields[] = {cmd::int_field("arm_err"), cmd::int_field("sys_err"),
-                               cmd::joints_field("joint"), cmd::ints_field("pose", 6)};
-    cmd::query_result r = cmd::read(
-        {"ka_get_current_arm_state", "get_current_arm_state", "current_arm_state"}, h, fields);
-    if (r.unparsed) return r.length;
-    if (r.status != 0) return r.status;
-    cmd::put_joints(state->joint, fields[2], r.dof, scale::from_thousandths);
-    state->arm_err = cmd::low_bits<uint8_t>(fields[0].value.i);
-    state->sys_err = cmd::low_bits<uint8_t>(fields[1].value.i);
-    cmd::pose_from_wire(fields[3].value.a, state->pose);
-    state->pose.quaternion = ka_algo_euler2quaternion(state->pose.euler);
-    return 0;
-}
-
-int ka_get_arm_all_state(ka_robot_handle *h, ka_arm_all_state_t *state) {
-    if (!state) return -1;
-    ka_reply_field fields[] = {cmd::joints_field("temperature"), cmd::joints_field("current"),
-                               cmd::joints_field("voltage"),     cmd::joints_field("err_flag"),
-                               cmd::joints_field("en_flag"),     cmd::int_field("sys_err")};
-    cmd::query_result r =
-        cmd::read({"ka_get_arm_all_state", "get_arm_all_state", "arm_all_state"}, h, fields);
-    if (r.status != 0) return r.status;
-    auto as_is = [](int32_t v) { return v; };
-    cmd::put_joints(state->joint_temperature, fields[0], r.dof, scale::from_thousandths);
-    cmd::put_joints(state->joint_current, fields[1], r.dof, scale::from_thousandths);
-    cmd::put_joints(state->joint_voltage, fields[2], r.dof, scale::from_thousandths);
-    cmd::put_joints(state->joint_err_code, fields[3], r.dof, through_float);
-    cmd::put_joints(state->joint_en_flag, fields[4], r.dof, as_is);
-    state->sys_err = fields[5].value.i;
-    return 0;
-}
-
-int ka_get_joint_err_flag(ka_robot_handle *h, uint16_t *err_flag, uint16_t *brake_state) {
-    if (!err_flag || !brake_state) return -1;
-    ka_reply_field fields[] = {cmd::joints_field("err_flag"), cmd::joints_field("brake_state")};
-    cmd::query_result r =
-        cmd::read({"ka_get_joint_err_flag", "get_joint_err_flag", "joint_err_flag"}, h, fields);
-    if (r.status != 0) return r.status;
-    cmd::put_joints(err_flag, fields[0], r.dof, cmd::low_bits<uint16_t>);
-    cmd::put_joints(brake_state, fields[1], r.dof, cmd::low_bits<uint16_t>);
-    return 0;
-}
-
-int ka_get_controller_state(ka_robot_handle *h, float *voltage, float *current, float *temperature,
-                            int *err_flag) {
-    if (!voltage || !current || !temperature || !err_flag) return -1;
-    ka_reply_field fields[] = {cmd::int_field("voltage"), cmd::int_field("current"),
-                               cmd::int_field("temperature"), cmd::int_field("err_flag")};
-    cmd::query_result r = cmd::read(
-        {"ka_get_controller_state", "get_controller_state", "controller_state"}, h, fields);
-    if (r.status != 0) return r.status;
-    *voltage = scale::from_thousandths(fields[0].value.i);
-    *current = scale::from_thousandths(fields[1].value.i);
-    *temperature = scale::from_thousandths(fields[2].value.i);
-    *err_flag = fields[3].value.i;
-    return 0;
-}
-
-int ka_get_arm_power_state(ka_robot_handle *h, int *power_state) {
-    if (!power_state) return -1;
-    int32_t value = 0;
-    int result =
-        cmd::run(cmd::value<"get_arm_power_state">("power_state", "arm_power_state"), h, value);
-    if (result == 0) *power_state = value;
-    return result;
-}
-
-// Answered under the query's own name.
-int ka_get_system_runtime(ka_robot_handle *h, int *day, int *hour, int *min, int *sec) {
-    if (!day || !hour || !min || !sec) return -1;
-    ka_reply_field fields[] = {cmd::int_field("day"), cmd::int_field("hour"), cmd::int_field("min"),
-                               cmd::int_field("sec")};
-    cmd::query_result r =
-        cmd::read({"ka_get_system_runtime", "get_system_runtime", "get_system_runtime"}, h, fields);
-    if (r.status != 0) return r.status;
-    *day = fields[0].value.i;
-    *hour = fields[1].value.i;
-    *min = fields[2].value.i;
-    *sec = fields[3].value.i;
-    return 0;
-}
-
-int ka_set_arm_power(ka_robot_handle *h, int power) {
-    return cmd::run(arm_power, h, {cmd::number("arm_power", power)});
-}
-int ka_clear_system_runtime(ka_robot_handle *h) { return cmd::run(clear_runtime, h); }
-int ka_clear_joint_odom(ka_robot_handle *h) { return cmd::run(clear_odom, h); }
-int ka_clear_system_err(ka_robot_handle *h) { return cmd::run(clear_err, h); }
+// clang-format off
+int ka_get_joint_degree(ka_robot_handle *h, float *joint) { return joint_degree(h, joint); }
+int ka_get_current_joint_temperature(ka_robot_handle *h, float *temperature) { return joint_temperature(h, temperature); }
+int ka_get_current_joint_current(ka_robot_handle *h, float *current) { return joint_current(h, current); }
+int ka_get_current_joint_voltage(ka_robot_handle *h, float *voltage) { return joint_voltage(h, voltage); }
+int ka_get_joint_odom(ka_robot_handle *h, float *odom) { return joint_odom(h, odom); }
+int ka_get_current_arm_state(ka_robot_handle *h, ka_current_arm_state_t *s) { return s ? arm_state(h, &s->arm_err, &s->sys_err, s->joint, &s->pose) : -1; }
+int ka_get_arm_all_state(ka_robot_handle *h, ka_arm_all_state_t *s) { return s ? all_state(h, s->joint_temperature, s->joint_current, s->joint_voltage, s->joint_err_code, s->joint_en_flag, &s->sys_err) : -1; }
+int ka_get_joint_err_flag(ka_robot_handle *h, uint16_t *err_flag, uint16_t *brake_state) { return err_flags(h, err_flag, brake_state); }
+int ka_get_controller_state(ka_robot_handle *h, float *voltage, float *current, float *temperature, int *err_flag) { return controller_state(h, voltage, current, temperature, err_flag); }
+int ka_get_arm_power_state(ka_robot_handle *h, int *power_state) { return power(h, power_state); }
+int ka_get_system_runtime(ka_robot_handle *h, int *day, int *hour, int *min, int *sec) { return runtime(h, day, hour, min, sec); }
+int ka_set_arm_power(ka_robot_handle *h, int power) { return arm_power(h, power); }
+int ka_clear_system_runtime(ka_robot_handle *h) { return clear_runtime(h); }
+int ka_clear_joint_odom(ka_robot_handle *h) { return clear_odom(h); }
+int ka_clear_system_err(ka_robot_handle *h) { return clear_err(h); }
+// clang-format on
 
 } // extern "C"
 
+// Irregular: the version record nests its texts in optional objects.
 extern "C" int ka_get_arm_software_info(ka_robot_handle *handle, ka_arm_software_version_t *info) {
     if (!info) return -1;
     cmd::reply_text reply;

@@ -1,6 +1,9 @@
 #include "core/command.h"
 
 #include "core/transport.h"
+#include "ka_algo.h"
+
+#include <cstring>
 
 #include <mutex>
 #include <string>
@@ -8,7 +11,7 @@
 namespace cmd {
 
 int exchange(const char *function, ka_robot_handle *handle, const char *command,
-             std::initializer_list<ka_request_field> fields, const char *reply, int timeout_ms,
+             std::span<const ka_request_field> fields, const char *reply, int timeout_ms,
              char *buffer, int size) {
     ka_request_field all[24];
     int count = 0;
@@ -18,13 +21,173 @@ int exchange(const char *function, ka_robot_handle *handle, const char *command,
     return ka_pack_lock_set(function, handle, all, count, reply, buffer, size, timeout_ms);
 }
 
-int run(const set_command &c, ka_robot_handle *handle,
-        std::initializer_list<ka_request_field> fields) {
+int exchange(const char *function, ka_robot_handle *handle, const char *command,
+             std::initializer_list<ka_request_field> fields, const char *reply, int timeout_ms,
+             char *buffer, int size) {
+    return exchange(function, handle, command, std::span(fields.begin(), fields.size()), reply,
+                    timeout_ms, buffer, size);
+}
+
+ka_request_field &request::next(const char *key, int32_t type) {
+    ka_request_field &f = field_[count_ < max_args ? count_++ : max_args - 1];
+    f = {type, key, 0, {}};
+    return f;
+}
+
+void request::array(const char *key, const int32_t *v, int count) {
+    ka_request_field &f = next(key, KA_FIELD_INT_ARRAY);
+    int32_t *store = store_[&f - field_];
+    std::copy(v, v + count, store);
+    f.count = count;
+    f.value.a = store;
+}
+
+namespace {
+int32_t to_wire(as scale, float v) {
+    switch (scale) {
+    case as::millionths:
+        return scale::millionths(v);
+    case as::joint_rate:
+        return scale::joint_rate(v);
+    default:
+        return scale::thousandths(v);
+    }
+}
+float from_wire(as scale, int32_t v) {
+    switch (scale) {
+    case as::millionths:
+        return scale::from_millionths(v);
+    case as::joint_rate:
+        return scale::joint_rate_from(v);
+    default:
+        return scale::from_thousandths(v);
+    }
+}
+int32_t int_from_wire(as scale, int32_t v) {
+    return scale == as::through_float ? scale::truncate(static_cast<float>(v)) : v;
+}
+} // namespace
+
+void request::add(const arg &a, int32_t v) {
+    if (status) return;
+    if (a.key || count_ == 0) {
+        next(a.key, KA_FIELD_INT).value.i = v;
+        return;
+    }
+    // A keyless value extends the previous field into an array.
+    ka_request_field &f = field_[count_ - 1];
+    int32_t *store = store_[count_ - 1];
+    if (f.type == KA_FIELD_INT) {
+        store[0] = f.value.i;
+        f = {KA_FIELD_INT_ARRAY, f.key, 1, {}};
+        f.value.a = store;
+    }
+    if (f.count < 7) store[f.count++] = v;
+}
+void request::add(const arg &a, float v) { add(a, to_wire(a.scale, v)); }
+void request::add(const arg &a, bool v) {
+    if (!status) next(a.key, KA_FIELD_BOOL).value.b = v;
+}
+void request::add(const arg &a, const char *v) {
+    if (!status) next(a.key, KA_FIELD_STRING).value.s = v;
+}
+void request::add(const arg &a, const float *v) {
+    if (status) return;
+    const int dof = arm_dof(handle_);
+    if (!dof) {
+        status = disconnected(function_);
+        return;
+    }
+    wire_joints w = joints_to_wire(v, dof);
+    array(a.key, w.v, w.count);
+}
+void request::add(const arg &a, const int *v) {
+    if (!status) array(a.key, v, 6);
+}
+void request::add(const arg &a, const ka_pose_t &v) {
+    if (status) return;
+    if (a.scale == as::target) {
+        wire_target t = pose_target(v);
+        array(t.key, t.v, t.count);
+    } else {
+        array(a.key, pose_to_wire(v).v, 6);
+    }
+}
+
+void reply_outs::bind(const out &o, void *to, target t) {
+    if (count_ == max_outs) {
+        bad = true;
+        return;
+    }
+    ka_reply_field &f = field_[count_];
+    if (t == target::text)
+        f = text_field(o.key);
+    else if (t == target::pose)
+        f = ints_field(o.key, 6);
+    else
+        f = o.count ? ints_field(o.key, o.count) : int_field(o.key);
+    out_[count_] = o;
+    to_[count_] = to;
+    kind_[count_++] = t;
+}
+
+void reply_outs::put(int dof) const {
+    for (int k = 0; k < count_; ++k) {
+        const ka_reply_field &f = field_[k];
+        const as scale = out_[k].scale;
+        const int n = out_[k].count == per_joint ? dof : out_[k].count;
+        switch (kind_[k]) {
+        case target::f32: {
+            auto *to = static_cast<float *>(to_[k]);
+            if (!n) *to = from_wire(scale, f.value.i);
+            put_joints(to, f, n, [&](int32_t v) { return from_wire(scale, v); });
+            break;
+        }
+        case target::i32: {
+            auto *to = static_cast<int32_t *>(to_[k]);
+            if (!n) *to = int_from_wire(scale, f.value.i);
+            put_joints(to, f, n, [&](int32_t v) { return int_from_wire(scale, v); });
+            break;
+        }
+        case target::u8:
+            if (!n) *static_cast<uint8_t *>(to_[k]) = low_bits<uint8_t>(f.value.i);
+            put_joints(static_cast<uint8_t *>(to_[k]), f, n, low_bits<uint8_t>);
+            break;
+        case target::u16:
+            if (!n) *static_cast<uint16_t *>(to_[k]) = low_bits<uint16_t>(f.value.i);
+            put_joints(static_cast<uint16_t *>(to_[k]), f, n, low_bits<uint16_t>);
+            break;
+        case target::text:
+            // Text that fills the buffer is left without a terminator, as the
+            // fixed-width records have always been filled.
+            std::strncpy(static_cast<char *>(to_[k]), f.value.s, out_[k].count);
+            break;
+        case target::pose: {
+            auto *pose = static_cast<ka_pose_t *>(to_[k]);
+            pose_from_wire(f.value.a, *pose);
+            pose->quaternion = ka_algo_euler2quaternion(pose->euler);
+            break;
+        }
+        }
+    }
+}
+
+int run(const set_command &c, ka_robot_handle *handle, std::span<const ka_request_field> fields) {
+    if (!c.result_key)
+        return exchange(c.function, handle, c.command, fields, nullptr, c.timeout_ms, nullptr, 0);
     reply_text reply;
     int n = exchange(c.function, handle, c.command, fields, c.reply, c.timeout_ms, reply.text,
                      sizeof reply.text);
     if (n < 1) return n;
-    return parse_ka_set_command(c.function, reply.text, c.result_key);
+    int status = parse_ka_set_command(c.function, reply.text, c.result_key);
+    if (status != 0 || !c.refresh) return status;
+    float scratch[7] = {};
+    return (*c.refresh)(handle, scratch);
+}
+
+int run(const set_command &c, ka_robot_handle *handle,
+        std::initializer_list<ka_request_field> fields) {
+    return run(c, handle, std::span(fields.begin(), fields.size()));
 }
 
 int run(const query_command &q, ka_robot_handle *handle, reply_text &reply) {
@@ -32,10 +195,13 @@ int run(const query_command &q, ka_robot_handle *handle, reply_text &reply) {
                     sizeof reply.text);
 }
 
-query_result read(const query_command &q, ka_robot_handle *handle,
-                  std::span<ka_reply_field> fields) {
+query_result read(const query_command &q, ka_robot_handle *handle, std::span<ka_reply_field> fields,
+                  std::span<const ka_request_field> request) {
     reply_text reply;
-    query_result r{0, run(q, handle, reply), 0};
+    query_result r{0,
+                   exchange(q.function, handle, q.command, request, q.reply, q.timeout_ms,
+                            reply.text, sizeof reply.text),
+                   0};
     if (r.length < 1) {
         r.status = r.length;
         return r;
@@ -52,35 +218,27 @@ query_result read(const query_command &q, ka_robot_handle *handle,
         for (auto &field : fields)
             if (field.count == per_joint) field.count = r.dof;
     }
-    r.status =
-        common_json_parse(q.function, reply.text, fields.data(), static_cast<int>(fields.size()));
+    r.status = q.parse(q.function, reply.text, fields.data(), static_cast<int>(fields.size()));
     r.unparsed = r.status != 0;
     return r;
 }
 
-int run(const joint_query &q, ka_robot_handle *handle, float *out) {
-    if (!out) return -1;
-    ka_reply_field field = joints_field(q.key);
-    query_result r = read({q.function, q.command, q.reply}, handle, {&field, 1});
+int run(const query_command &q, ka_robot_handle *handle, const request &req, reply_outs &o) {
+    query_result r = read(q, handle, o.fields(), req.fields());
+    if (r.unparsed && q.missing_gives_length) return r.length;
     if (r.status != 0) return r.status;
     if (!q.cache) {
-        put_joints(out, field, r.dof, q.convert);
+        o.put(r.dof);
         return 0;
     }
     arm_ptr arm = registry_find(handle);
     if (!arm) return -1;
     std::lock_guard<std::mutex> lock(arm->cache_mutex);
-    put_joints(out, field, r.dof, q.convert);
-    put_joints((*arm).*q.cache, field, r.dof, q.convert);
+    o.put(r.dof);
+    const as scale = q.outs[0].scale;
+    put_joints((*arm).*q.cache, o.fields()[0], r.dof,
+               [&](int32_t v) { return from_wire(scale, v); });
     return 0;
-}
-
-int run(const value_query &q, ka_robot_handle *handle, int32_t &value) {
-    ka_reply_field field = int_field(q.key);
-    query_result r = read({q.function, q.command, q.reply}, handle, {&field, 1});
-    if (r.unparsed) return r.length;
-    if (r.status == 0) value = field.value.i;
-    return r.status;
 }
 
 int send_formatted(const char *function, const char *command, ka_robot_handle *handle,

@@ -6,12 +6,14 @@
 #include "core/exchange.h"
 #include "core/scale.h"
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <cstddef>
 #include <cstring>
 #include <initializer_list>
 #include <span>
+#include <type_traits>
 #include <vector>
 
 namespace cmd {
@@ -133,6 +135,9 @@ struct reply_text {
 // (no wait, only the pause, when reply is null). The reply's length, or the
 // exchange's code (-1 send / handle, -2 time-out).
 int exchange(const char *function, ka_robot_handle *handle, const char *command,
+             std::span<const ka_request_field> fields, const char *reply, int timeout_ms,
+             char *buffer, int size);
+int exchange(const char *function, ka_robot_handle *handle, const char *command,
              std::initializer_list<ka_request_field> fields, const char *reply, int timeout_ms,
              char *buffer, int size);
 
@@ -165,41 +170,195 @@ template <wire_name Command, wire_name Label> struct names {
     static constexpr const char *label = label_text.data();
 };
 
-// A set command: the controller answers under `reply` with a boolean under
-// `result_key`.
+// How a caller's value goes on the wire (request) or comes back (reply).
+// Integers pass as they are unless tagged; floats are scaled by the tag.
+enum class as : uint8_t {
+    plain,         // int as it is; a reply integer as it is (low bits for bytes and half-words)
+    thousandths,   // scale::thousandths / from_thousandths
+    millionths,    // scale::millionths / from_millionths
+    joint_rate,    // scale::joint_rate / joint_rate_from
+    through_float, // a reply integer through single precision (codes above 2^24 lose bits)
+    joints,        // const float *: the arm's DOF joints in millidegrees (DOF checked first)
+    pose,          // ka_pose_t as six integers; a reply pose gets its quaternion
+    target,        // ka_pose_t under "pose" or "pose_quat", as pose_target decides
+    six,           // const int *: six integers as they are
+};
+// A request key. A null key adds the value to the previous field, which
+// becomes an array: {"k"}, {nullptr, as::joint_rate} sends "k":[n, v].
+struct arg {
+    const char *key = nullptr;
+    as scale = as::plain;
+};
+// A reply key: count 0 one integer (or text for a char buffer of `count`
+// bytes, see text_bytes), n an array of n, per_joint one entry per joint.
+struct out {
+    const char *key = nullptr;
+    as scale = as::plain;
+    int count = 0;
+};
+constexpr int max_args = 7;
+constexpr int max_outs = 8;
+
+// Count of a reply array with one entry per joint of the arm; the DOF is
+// only known once the reply is in.
+constexpr int32_t per_joint = -1;
+
+// The request fields of one call, built from a descriptor's args and the
+// caller's values. status -1 once a value cannot go out (null text or
+// array, arm without a valid DOF, which is logged as disconnected).
+class request {
+  public:
+    request(const char *function, ka_robot_handle *handle) : function_(function), handle_(handle) {}
+    void add(const arg &a, int32_t v);
+    void add(const arg &a, float v);
+    void add(const arg &a, bool v);
+    void add(const arg &a, const char *v);
+    void add(const arg &a, const float *v);
+    void add(const arg &a, const int *v);
+    void add(const arg &a, const ka_pose_t &v);
+    // Reply pointers are no request values.
+    void add(const arg &, int32_t *) { status = -1; }
+    void add(const arg &, uint8_t *) { status = -1; }
+    void add(const arg &, uint16_t *) { status = -1; }
+    void add(const arg &, char *) { status = -1; }
+    void add(const arg &, ka_pose_t *) { status = -1; }
+    std::span<const ka_request_field> fields() const { return {field_, size_t(count_)}; }
+    int status = 0;
+
+  private:
+    ka_request_field &next(const char *key, int32_t type);
+    void array(const char *key, const int32_t *v, int count);
+    const char *function_;
+    ka_robot_handle *handle_;
+    ka_request_field field_[max_args] = {};
+    int32_t store_[max_args][7] = {};
+    int count_ = 0;
+};
+
+// Where the reply values of one call go.
+class reply_outs {
+  public:
+    void expect(const out &o, float *to) { bind(o, to, target::f32); }
+    void expect(const out &o, int32_t *to) { bind(o, to, target::i32); }
+    void expect(const out &o, uint8_t *to) { bind(o, to, target::u8); }
+    void expect(const out &o, uint16_t *to) { bind(o, to, target::u16); }
+    void expect(const out &o, char *to) { bind(o, to, target::text); }
+    void expect(const out &o, ka_pose_t *to) { bind(o, to, target::pose); }
+    template <typename T> void expect(const out &, T) { bad = true; } // request values
+    std::span<ka_reply_field> fields() { return {field_, size_t(count_)}; }
+    // Writes every value, arrays with dof entries for per_joint.
+    void put(int dof) const;
+    bool bad = false;
+
+  private:
+    enum class target : uint8_t { f32, i32, u8, u16, text, pose };
+    void bind(const out &o, void *to, target t);
+    ka_reply_field field_[max_outs] = {};
+    out out_[max_outs] = {};
+    void *to_[max_outs] = {};
+    target kind_[max_outs] = {};
+    int count_ = 0;
+};
+
+template <typename T> constexpr bool is_null(const T &v) {
+    if constexpr (std::is_pointer_v<T>) return v == nullptr;
+    return false;
+}
+
+// A set command: the request from `args`, answered under `reply` with a
+// boolean under `result_key`. Without result_key it is only sent, then
+// timeout_ms pass before anything else goes out; its answer is not read.
+// With refresh, a true answer is followed by that read (into scratch), whose
+// status is the call's.
+struct query_command;
 struct set_command {
     const char *function;
     const char *command;
     const char *reply;
     const char *result_key;
     int timeout_ms = m_nOutTime;
+    std::array<arg, max_args> args = {};
+    const query_command *refresh = nullptr;
+
+    // The caller's values in args order; a null pointer among them gives -1
+    // with nothing sent.
+    template <typename... V> int operator()(ka_robot_handle *handle, V... v) const;
 };
-// The set command named Command (label "ka_" + Command unless Label), its
-// reply under its own name unless `reply` is given.
-template <wire_name Command, wire_name Label = "">
-constexpr set_command set(const char *result_key, const char *reply = nullptr,
-                          int timeout_ms = m_nOutTime) {
-    using n = names<Command, Label>;
-    return {n::label, n::command, reply ? reply : n::command, result_key, timeout_ms};
-}
-// 0 true, 1 false, -3 unparsable, or the exchange's code.
+// 0 true, 1 false, -3 unparsable, or the exchange's code (0 when only sent).
+int run(const set_command &c, ka_robot_handle *handle, std::span<const ka_request_field> fields);
 int run(const set_command &c, ka_robot_handle *handle,
         std::initializer_list<ka_request_field> fields = {});
 
-// A query: {"command": command} answered under `reply`.
+// A query: {"command": command, args...} answered under `reply`, read into
+// `outs`. A reply that lacks a key gives -3, or with missing_gives_length the
+// exchange's positive result (how the controller has always answered
+// "nothing to report"). With cache, the arm record's copy follows the first
+// (per-joint, float) value.
 struct query_command {
     const char *function;
     const char *command;
     const char *reply;
     int timeout_ms = m_nOutTime;
+    std::array<arg, max_args> args = {};
+    std::array<out, max_outs> outs = {};
+    bool missing_gives_length = false;
+    float (arm_record::*cache)[7] = nullptr;
+    int (*parse)(const char *, const char *, ka_reply_field *, int) = common_json_parse;
+
+    // The request values for args, then one pointer per out; a null pointer
+    // gives -1 with nothing sent. Every out is written only once all were read.
+    template <typename... V> int operator()(ka_robot_handle *handle, V... v) const;
 };
-template <wire_name Command, wire_name Label = "">
-constexpr query_command query(const char *reply = nullptr, int timeout_ms = m_nOutTime) {
-    using n = names<Command, Label>;
-    return {n::label, n::command, reply ? reply : n::command, timeout_ms};
-}
 // The reply's length (> 0) or the exchange's code.
 int run(const query_command &q, ka_robot_handle *handle, reply_text &reply);
+
+// A row's names, written once: label "ka_" + Command unless Label, reply
+// under the command's own name unless given.
+template <wire_name Command, wire_name Label = "">
+constexpr set_command set(const char *result_key, const char *reply = nullptr,
+                          int timeout_ms = m_nOutTime, std::initializer_list<arg> args = {}) {
+    using n = names<Command, Label>;
+    set_command c{n::label, n::command, reply ? reply : n::command, result_key, timeout_ms};
+    std::copy(args.begin(), args.end(), c.args.begin());
+    return c;
+}
+// A set whose one argument goes under its result key.
+template <wire_name Command, wire_name Label = "">
+constexpr set_command set1(const char *key, as scale = as::plain, const char *reply = nullptr,
+                           int timeout_ms = m_nOutTime) {
+    return set<Command, Label>(key, reply, timeout_ms, {{key, scale}});
+}
+// Sent only, then pause_ms before anything else goes out.
+template <wire_name Command, wire_name Label = "">
+constexpr set_command send(int pause_ms, std::initializer_list<arg> args = {}) {
+    set_command c = set<Command, Label>(nullptr, nullptr, pause_ms, args);
+    c.reply = nullptr;
+    return c;
+}
+template <wire_name Command, wire_name Label = "">
+constexpr query_command query(const char *reply = nullptr, std::initializer_list<out> outs = {},
+                              std::initializer_list<arg> args = {}) {
+    using n = names<Command, Label>;
+    query_command q{n::label, n::command, reply ? reply : n::command};
+    std::copy(outs.begin(), outs.end(), q.outs.begin());
+    std::copy(args.begin(), args.end(), q.args.begin());
+    return q;
+}
+// One integer under key; a reply without it gives the exchange's result.
+template <wire_name Command, wire_name Label = "">
+constexpr query_command value(const char *key, const char *reply = nullptr, as scale = as::plain) {
+    query_command q = query<Command, Label>(reply, {{key, scale}});
+    q.missing_gives_length = true;
+    return q;
+}
+// One array with one entry per joint, as floats scaled by `scale`.
+template <wire_name Command, wire_name Label = "">
+constexpr query_command joints(const char *key, as scale, const char *reply = nullptr,
+                               float (arm_record::*cache)[7] = nullptr) {
+    query_command q = query<Command, Label>(reply, {{key, scale, per_joint}});
+    q.cache = cache;
+    return q;
+}
 
 // A page of a stored list: {"command", ["vague_search"], "page_num",
 // "page_size"} answered under the command's own name with a reply as long as
@@ -215,9 +374,6 @@ struct page_query {
 int run(const page_query &q, ka_robot_handle *handle, int page_num, int page_size,
         const char *vague_search, std::vector<char> &reply);
 
-// Count of a reply array with one entry per joint of the arm; the DOF is
-// only known once the reply is in.
-constexpr int32_t per_joint = -1;
 inline ka_reply_field joints_field(const char *key) { return ints_field(key, per_joint); }
 
 // What a query that reads typed fields came to.
@@ -227,34 +383,43 @@ struct query_result {
     int dof;               // the arm's DOF when the reply had per-joint arrays
     bool unparsed = false; // the reply arrived but lacked a field or had the wrong shape
 };
-// Exchanges q and reads the fields from its reply. With per-joint arrays
-// among them the arm's DOF is checked after the exchange (so the command has
-// gone out either way; a DOF other than 6 or 7 logs the disconnected line
-// and gives -1), and those arrays are read with DOF entries. Status: 0, the
-// exchange's code, -1, or the parse's status (-3).
-query_result read(const query_command &q, ka_robot_handle *handle,
-                  std::span<ka_reply_field> fields);
+// Exchanges q (with the request fields) and reads the fields from its reply.
+// With per-joint arrays among them the arm's DOF is checked after the
+// exchange (so the command has gone out either way; a DOF other than 6 or 7
+// logs the disconnected line and gives -1), and those arrays are read with
+// DOF entries. Status: 0, the exchange's code, -1, or the parse's status (-3).
+query_result read(const query_command &q, ka_robot_handle *handle, std::span<ka_reply_field> fields,
+                  std::span<const ka_request_field> request = {});
+// Runs q with the fields built for one call.
+int run(const query_command &q, ka_robot_handle *handle, const request &r, reply_outs &o);
 
-// A query of one array with one entry per joint, converted to floats. When
-// `cache` is set, the arm record's copy follows the read.
-struct joint_query {
-    const char *function;
-    const char *command;
-    const char *reply;
-    const char *key;
-    float (*convert)(int32_t);
-    float (arm_record::*cache)[7] = nullptr;
-};
-template <wire_name Command, wire_name Label = "">
-constexpr joint_query joints(const char *key, float (*convert)(int32_t),
-                             const char *reply = nullptr, float (arm_record::*cache)[7] = nullptr) {
-    using n = names<Command, Label>;
-    return {n::label, n::command, reply ? reply : n::command, key, convert, cache};
+template <typename... V> int set_command::operator()(ka_robot_handle *handle, V... v) const {
+    if ((is_null(v) || ...)) return -1;
+    request r(function, handle);
+    int i = 0;
+    (r.add(args[i++], v), ...);
+    return r.status ? r.status : run(*this, handle, r.fields());
 }
-// Writes DOF entries of out (room for 7); entries beyond are left alone.
-// 0, -1 (null out, bad DOF, arm gone), the parse's status, or the
-// exchange's code.
-int run(const joint_query &q, ka_robot_handle *handle, float *out);
+
+template <typename... V> int query_command::operator()(ka_robot_handle *handle, V... v) const {
+    if ((is_null(v) || ...)) return -1;
+    int arg_count = 0;
+    while (arg_count < max_args && args[arg_count].key)
+        ++arg_count;
+    request r(function, handle);
+    reply_outs o;
+    int i = 0;
+    auto take = [&](auto value) {
+        if (i < arg_count)
+            r.add(args[i], value);
+        else
+            o.expect(outs[i - arg_count], value);
+        ++i;
+    };
+    (take(v), ...);
+    if (r.status || o.bad) return -1;
+    return run(*this, handle, r, o);
+}
 
 // Writes the first dof integers of an array field through convert.
 template <typename T, typename Convert>
@@ -265,24 +430,6 @@ void put_joints(T *out, const ka_reply_field &field, int dof, Convert convert) {
 // The low bits of a wire integer that fit T (flags and states kept as bytes
 // or half-words).
 template <typename T> T low_bits(int32_t v) { return static_cast<T>(static_cast<uint32_t>(v)); }
-
-// A query of one integer under `key`. A reply without the key leaves the
-// output unwritten and gives the exchange's positive result: that is how the
-// controller has always answered "nothing to report", and callers see it as
-// a non-zero status.
-struct value_query {
-    const char *function;
-    const char *command;
-    const char *reply;
-    const char *key;
-};
-template <wire_name Command, wire_name Label = "">
-constexpr value_query value(const char *key, const char *reply = nullptr) {
-    using n = names<Command, Label>;
-    return {n::label, n::command, reply ? reply : n::command, key};
-}
-// 0 with value written, the reply's length, or the exchange's code.
-int run(const value_query &q, ka_robot_handle *handle, int32_t &value);
 
 // The few commands the controller takes in cJSON's formatted print: prints
 // object, appends "\r\n" and sends it on the handle's connection (logging
