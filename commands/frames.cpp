@@ -1,6 +1,7 @@
 // Tool and work frames.
 #include "algo/handover.h"
 #include "core/command.h"
+#include "core/reply_schema.h"
 #include "core/wait.h"
 
 #include <algorithm>
@@ -9,88 +10,111 @@
 
 namespace {
 
-// The six pose integers: x, y, z in micrometres, rx, ry, rz in milliradians.
-bool read_pose(const cJSON *array, ka_pose_t &pose) {
-    if (!cJSON_IsArray(array) || cJSON_GetArraySize(array) < 6) return false;
-    int32_t v[6];
-    for (int i = 0; i < 6; ++i) {
-        const cJSON *item = cJSON_GetArrayItem(array, i);
-        if (!cJSON_IsNumber(item)) return false;
-        v[i] = json_int(item);
-    }
-    cmd::pose_from_wire(v, pose);
-    return true;
-}
+using reply::scale_tag;
 
-// How a current-frame reply is read: the tool frame also carries payload and
-// centre of mass; the work frame requires its name.
+// The current frames: a tool frame's name may be missing (and is kept to 10
+// characters), a work frame's is required (12). Pose arrays may be longer
+// than six; the centre of mass is never behind the flange, so a negative
+// coordinate marks a reply this library does not accept. The info lines
+// keep their historical spelling.
+constexpr reply::field current_tool_fields[] = {
+    reply::text<&ka_frame_t::frame_name>("tool_name", 10)
+        .loose()
+        .show("[%s] Tool frame Name: %s\n"),
+    reply::pose<&ka_frame_t::pose>("pose")
+        .at_least()
+        .named("Tool frame pose")
+        .show("[%s] Tool frame pose: (%.3f, %.3f, %.3f, %.3f, %.3f, %.3f)\n"),
+    reply::number<&ka_frame_t::payload>("payload", scale_tag::thousandths)
+        .positive()
+        .named("Tool frame payload")
+        .show("[%s] Tool frame payloda: %.3f\n"),
+    reply::numbers_into<&ka_frame_t::x, &ka_frame_t::y, &ka_frame_t::z>("position",
+                                                                        scale_tag::millionths)
+        .at_least()
+        .positive()
+        .named("Tool frame position")
+        .show("[%s] Tool frame position: (%.3f, %.3f, %.3f)\n"),
+};
+constexpr reply::field current_work_fields[] = {
+    reply::text<&ka_frame_t::frame_name>("frame_name", 12)
+        .named("Work frame Name")
+        .show("[%s] Work frame Name: %s\n"),
+    reply::pose<&ka_frame_t::pose>("pose")
+        .at_least()
+        .named("Work frame pose")
+        .show("[%s] Work frame pose: (%.3f, %.3f, %.3f, %.3f, %.3f, %.3f)\n"),
+};
+constexpr reply::schema current_tool_reply{
+    current_tool_fields, -1, "[%s] Current tool frame parse err\n", "[%s] %s parse err\n"};
+constexpr reply::schema current_work_reply{
+    current_work_fields, -1, "[%s] Current Work frame parse err\n", "[%s] %s parse err\n"};
+
+// The given frames, checked as the common parse checks.
+constexpr reply::field given_tool_fields[] = {
+    reply::text<&ka_frame_t::frame_name>("tool_name", 10),
+    reply::pose<&ka_frame_t::pose>("pose"),
+    reply::number<&ka_frame_t::payload>("payload", scale_tag::thousandths),
+    reply::numbers_into<&ka_frame_t::x, &ka_frame_t::y, &ka_frame_t::z>("position",
+                                                                        scale_tag::millionths),
+};
+constexpr reply::field given_work_fields[] = {reply::checked_text("frame_name"),
+                                              reply::pose<&ka_frame_t::pose>("pose")};
+constexpr reply::schema given_tool_reply{given_tool_fields, -3, nullptr, nullptr, true};
+constexpr reply::schema given_work_reply{given_work_fields, -3, nullptr, nullptr, true};
+
+// Name lists: the controller pads them with "NULL" entries, and both may
+// come under either key. The caller's count is left alone for an empty list.
+struct name_page {
+    ka_frame_name_t *items;
+    int *count;
+};
+constexpr reply::field frame_name_field[] = {
+    reply::text<&ka_frame_name_t::name>(nullptr, KA_NAME_SIZE)};
+constexpr reply::schema frame_name_entry{frame_name_field};
+constexpr reply::field name_page_fields[] = {
+    reply::list<&name_page::items, &name_page::count>("frame_names", frame_name_entry,
+                                                      KA_FRAME_LIST_CAPACITY)
+        .or_key("tool_names")
+        .until_null()};
+constexpr reply::schema name_page_reply{name_page_fields, -2, "Get total frame name parse err\n"};
+
+// Envelope spheres: radius and centre in millimetres. More spheres than the
+// record holds are not read; an entry that breaks a rule ends the read with
+// the entries before it filled.
+constexpr reply::field ball_fields[] = {
+    reply::text<&ka_envelope_ball_t::name>("name", KA_NAME_SIZE),
+    reply::number<&ka_envelope_ball_t::radius>("radius", scale_tag::thousandths),
+    reply::number<&ka_envelope_ball_t::x>("x", scale_tag::thousandths),
+    reply::number<&ka_envelope_ball_t::y>("y", scale_tag::thousandths),
+    reply::number<&ka_envelope_ball_t::z>("z", scale_tag::thousandths),
+};
+constexpr reply::schema ball_entry{ball_fields};
+constexpr reply::field envelope_fields[] = {
+    reply::verdict("get_state", "[%s] Get tool envelope return false! You can check if the "
+                                "tool frame exists.\n")
+        .loose(),
+    reply::text<&ka_envelope_balls_list_t::tool_name>("tool_name", KA_NAME_SIZE),
+    reply::list<&ka_envelope_balls_list_t::balls, &ka_envelope_balls_list_t::size>(
+        "list", ball_entry, KA_ENVELOPE_BALLS)
+        .count_before(),
+};
+constexpr reply::schema envelope_reply{envelope_fields, -3, "[%s] parser error!"};
+
 struct frame_read {
     const char *function; // label of the log lines
     const char *api;      // the exported function
     const char *command;
     const char *reply;
-    const char *name_key;
-    size_t name_limit; // 10 for tool frames, 12 for work frames
+    const reply::schema *schema;
     bool tool;
 };
-
-constexpr frame_read tool_read{"get_current_tool_frame",
-                               "ka_get_current_tool_frame",
-                               "get_current_tool_frame",
-                               "current_tool_frame",
-                               "tool_name",
-                               10,
-                               true};
-constexpr frame_read work_read{"get_current_work_frame",
-                               "ka_get_current_work_frame",
-                               "get_current_work_frame",
-                               "current_work_frame",
-                               "frame_name",
-                               12,
-                               false};
-
-int parse_error(const char *function, const char *what) {
-    ka_log_error("[%s] %s parse err\n", function, what);
-    return -1;
-}
-
-int parse_frame(const frame_read &r, const char *text, ka_frame_t &frame) {
-    json_ptr doc = json_parse(text);
-    const char *kind = r.tool ? "Tool frame" : "Work frame";
-    if (!doc) return parse_error(r.function, r.tool ? "Current tool frame" : "Current Work frame");
-    const cJSON *root = doc.get();
-    const char *name = MIO_JSON_GetObjectItemStr(root, r.name_key);
-    if (!name && !r.tool) return parse_error(r.function, "Work frame Name");
-    if (name) {
-        std::strncpy(frame.frame_name, name, r.name_limit);
-        ka_log_info("[%s] %s Name: %s\n", r.function, kind, name);
-    }
-    if (!read_pose(cJSON_GetObjectItem(root, "pose"), frame.pose))
-        return parse_error(r.function, r.tool ? "Tool frame pose" : "Work frame pose");
-    const ka_pose_t &p = frame.pose;
-    ka_log_info("[%s] %s pose: (%.3f, %.3f, %.3f, %.3f, %.3f, %.3f)\n", r.function, kind,
-                p.position.x, p.position.y, p.position.z, p.euler.rx, p.euler.ry, p.euler.rz);
-    if (!r.tool) return 0;
-    int payload = MIO_JSON_GetObjectItemInt(root, "payload");
-    if (payload < 0) return parse_error(r.function, "Tool frame payload");
-    frame.payload = scale::from_thousandths(payload);
-    ka_log_info("[%s] Tool frame payloda: %.3f\n", r.function, frame.payload);
-    // The centre of mass is never behind the flange: a negative coordinate
-    // marks a reply this library does not accept.
-    const cJSON *position = cJSON_GetObjectItem(root, "position");
-    float com[3];
-    for (int i = 0; i < 3; ++i) {
-        const cJSON *item = cJSON_IsArray(position) ? cJSON_GetArrayItem(position, i) : nullptr;
-        com[i] = cJSON_IsNumber(item) ? scale::from_millionths(json_int(item)) : -1.0f;
-        if (com[i] < 0) return parse_error(r.function, "Tool frame position");
-    }
-    frame.x = com[0];
-    frame.y = com[1];
-    frame.z = com[2];
-    ka_log_info("[%s] Tool frame position: (%.3f, %.3f, %.3f)\n", r.function, com[0], com[1],
-                com[2]);
-    return 0;
-}
+constexpr frame_read tool_read{"get_current_tool_frame", "ka_get_current_tool_frame",
+                               "get_current_tool_frame", "current_tool_frame",
+                               &current_tool_reply,      true};
+constexpr frame_read work_read{"get_current_work_frame", "ka_get_current_work_frame",
+                               "get_current_work_frame", "current_work_frame",
+                               &current_work_reply,      false};
 
 int read_current_frame(const frame_read &r, ka_robot_handle *handle, ka_frame_t *out) {
     if (!out) return -1;
@@ -98,7 +122,8 @@ int read_current_frame(const frame_read &r, ka_robot_handle *handle, ka_frame_t 
     int n = cmd::run(cmd::query_command{r.api, r.command, r.reply}, handle, reply);
     if (n < 1) return n;
     ka_frame_t frame = *out; // the quaternion is never sent: it stays as the caller had it
-    if (int parsed = parse_frame(r, reply.text, frame); parsed != 0) return parsed;
+    if (int parsed = reply::read(*r.schema, r.function, reply.text, frame); parsed != 0)
+        return parsed;
     arm_ptr arm = registry_find(handle);
     if (!arm) return -1;
     {
@@ -199,31 +224,13 @@ constexpr name_list tool_names{"ka_get_total_tool_frame", "get_total_tool_frame"
 constexpr name_list work_names{"ka_get_total_work_frame", "get_total_work_frame",
                                "total_work_frame"};
 
-// The controller pads its list with "NULL" entries; names end there.
 int read_names(const name_list &l, ka_robot_handle *handle, ka_frame_name_t *list, int *count) {
     if (!list || !count) return -1;
     cmd::reply_text reply;
     int n = cmd::run(cmd::query_command{l.function, l.command, l.reply}, handle, reply);
     if (n < 1) return n;
-    json_ptr doc = json_parse(reply.text);
-    if (!doc) {
-        ka_log_error("Get total frame name parse err\n");
-        return -2;
-    }
-    // Both lists may come under either key.
-    const cJSON *names = cJSON_GetObjectItem(doc.get(), "frame_names");
-    if (!names) names = cJSON_GetObjectItem(doc.get(), "tool_names");
-    if (!cJSON_IsArray(names)) return -2;
-    int copied = 0;
-    const cJSON *entry = nullptr;
-    cJSON_ArrayForEach(entry, names) {
-        if (copied == KA_FRAME_LIST_CAPACITY || !cJSON_IsString(entry) ||
-            std::strcmp(entry->valuestring, "NULL") == 0)
-            break;
-        std::strncpy(list[copied].name, entry->valuestring, KA_NAME_SIZE);
-        *count = ++copied;
-    }
-    return 0;
+    name_page page{list, count};
+    return reply::read(name_page_reply, l.function, reply.text, page);
 }
 
 // -------------------------------------------------------- given frames
@@ -257,16 +264,7 @@ int read_given_tool_frame(ka_robot_handle *handle, const char *tool_name, ka_fra
         // runs, so a missing or unreadable second line counts as a refusal.
         return refusal_dropped() && judged < 0 ? 1 : n;
     }
-    ka_reply_field fields[] = {cmd::text_field("tool_name"), cmd::ints_field("pose", 6),
-                               cmd::int_field("payload"), cmd::ints_field("position", 3)};
-    if (int parsed = common_json_parse(function, reply.text, fields, 4); parsed != 0) return parsed;
-    std::strncpy(frame.frame_name, fields[0].value.s, tool_read.name_limit);
-    cmd::pose_from_wire(fields[1].value.a, frame.pose);
-    frame.payload = scale::from_thousandths(fields[2].value.i);
-    frame.x = scale::from_millionths(fields[3].value.a[0]);
-    frame.y = scale::from_millionths(fields[3].value.a[1]);
-    frame.z = scale::from_millionths(fields[3].value.a[2]);
-    return 0;
+    return reply::read(given_tool_reply, function, reply.text, frame);
 }
 
 int read_given_work_frame(ka_robot_handle *handle, const char *frame_name, ka_pose_t &pose) {
@@ -280,10 +278,11 @@ int read_given_work_frame(ka_robot_handle *handle, const char *frame_name, ka_po
         bool came = judged != -1 && judged != -2;
         return came || !refusal_dropped() ? judged : 1;
     }
-    ka_reply_field fields[] = {cmd::text_field("frame_name"), cmd::ints_field("pose", 6)};
-    if (int parsed = common_json_parse(function, reply.text, fields, 2); parsed != 0) return parsed;
-    cmd::pose_from_wire(fields[1].value.a, pose);
-    return 0;
+    ka_frame_t frame{};
+    frame.pose = pose; // the quaternion is never on the wire
+    int parsed = reply::read(given_work_reply, function, reply.text, frame);
+    if (parsed == 0) pose = frame.pose;
+    return parsed;
 }
 
 // ------------------------------------------------------- tool envelope
@@ -312,43 +311,6 @@ int send_envelope(ka_robot_handle *handle, const ka_envelope_balls_list_t &list)
     }
     // The controller takes this one command in the formatted print.
     return cmd::send_formatted(function, "set_tool_envelope", handle, object.get(), true);
-}
-
-int parse_envelope(const char *text, ka_envelope_balls_list_t &list) {
-    constexpr const char *function = "ka_get_tool_envelope";
-    json_ptr doc = json_parse(text);
-    if (!doc) {
-        ka_log_error("[%s] parser error!", function);
-        return -3;
-    }
-    const cJSON *root = doc.get();
-    if (MIO_JSON_GetObjectItemBool(root, "get_state") == 0) {
-        ka_log_error("[%s] Get tool envelope return false! You can check if the tool frame "
-                     "exists.\n",
-                     function);
-        return 1;
-    }
-    const char *tool_name = MIO_JSON_GetObjectItemStr(root, "tool_name");
-    if (!tool_name) return -3;
-    std::strncpy(list.tool_name, tool_name, KA_NAME_SIZE);
-    const cJSON *balls = cJSON_GetObjectItem(root, "list");
-    if (!cJSON_IsArray(balls)) return -3;
-    // More spheres than the record holds are not read.
-    list.size = std::min(cJSON_GetArraySize(balls), KA_ENVELOPE_BALLS);
-    for (int i = 0; i < list.size; ++i) {
-        const cJSON *entry = cJSON_GetArrayItem(balls, i);
-        ka_envelope_ball_t &b = list.balls[i];
-        const char *name = MIO_JSON_GetObjectItemStr(entry, "name");
-        if (!name) return -3;
-        std::strncpy(b.name, name, KA_NAME_SIZE);
-        float *values[] = {&b.radius, &b.x, &b.y, &b.z};
-        for (int k = 0; k < 4; ++k) {
-            const cJSON *item = cJSON_GetObjectItem(entry, envelope_keys[k]);
-            if (!cJSON_IsNumber(item)) return -3;
-            *values[k] = scale::from_thousandths(json_int(item));
-        }
-    }
-    return 0;
 }
 
 } // namespace
@@ -454,6 +416,6 @@ int ka_get_tool_envelope(ka_robot_handle *h, const char *tool_name,
                           {cmd::text("tool_name", tool_name)}, "get_tool_envelope", m_nOutTime,
                           reply.text, sizeof reply.text);
     if (n < 1) return n;
-    return parse_envelope(reply.text, *list);
+    return reply::read(envelope_reply, "ka_get_tool_envelope", reply.text, *list);
 }
 }

@@ -3,6 +3,7 @@
 // stored program and waiting for it to finish, and saving a drag-taught
 // trajectory that the controller streams back into a local file.
 #include "core/command.h"
+#include "core/reply_schema.h"
 #include "core/trajectory_save.h"
 #include "core/transport.h"
 #include "core/wait.h"
@@ -125,7 +126,8 @@ int send_pieces(const char *function, ka_robot_handle *handle, const char *text,
     return 0;
 }
 
-// The controller's verdict on a downloaded text. *errline is -1 when it was
+// Written by hand: the faulty line is read only after a refusal, from the
+// same reply. The controller's verdict on a downloaded text. *errline is -1 when it was
 // accepted, else the controller's first faulty line when it names one.
 int download_result(ka_robot_handle *handle, int timeout_ms, int *errline) {
     cmd::reply_text reply;
@@ -143,20 +145,55 @@ int download_result(ka_robot_handle *handle, int timeout_ms, int *errline) {
     return status;
 }
 
-// Writes the integer under key into out when the object has one.
-void read_int(const cJSON *object, const char *key, int32_t &out) {
-    const cJSON *item = cJSON_GetObjectItem(object, key);
-    if (cJSON_IsNumber(item)) out = json_int(item);
-}
+using reply::text_rule;
 
-// The elements of an integer array, at most `capacity` of them. Their count.
-int read_ints(const cJSON *array, int32_t *out, int capacity) {
-    int count = 0;
-    for (const cJSON *item = array ? array->child : nullptr; item && count < capacity;
-         item = item->next)
-        out[count++] = json_int(item);
-    return count;
-}
+// A listed program: every key may be missing; the entry starts zeroed.
+constexpr reply::field program_fields[] = {
+    reply::number<&ka_program_trajectory_data_t::id>("id").loose(),
+    reply::number<&ka_program_trajectory_data_t::size>("size").loose(),
+    reply::number<&ka_program_trajectory_data_t::speed>("speed").loose(),
+    reply::text<&ka_program_trajectory_data_t::trajectory_name>(
+        "trajectory_name", KA_PROGRAM_NAME_SIZE - 1, text_rule::terminated)
+        .loose(),
+};
+constexpr reply::schema program_entry{program_fields};
+// The page: only "list" is required; the search text is echoed back (28
+// characters kept) only when one was sent, so it comes last and is left out
+// of the read otherwise.
+constexpr reply::field program_page_fields[] = {
+    reply::list<&ka_program_trajectorys_t::list>("list", program_entry, KA_PROGRAM_LIST_CAPACITY)
+        .cleared(),
+    reply::number<&ka_program_trajectorys_t::page_num>("page_num").loose(),
+    reply::number<&ka_program_trajectorys_t::page_size>("page_size").loose(),
+    reply::number<&ka_program_trajectorys_t::total_size>("total_size").loose(),
+    reply::text<&ka_program_trajectorys_t::vague_search>("vague_search", search_echo_chars,
+                                                         text_rule::terminated)
+        .loose(),
+};
+constexpr const char *program_page_error = "[%s] get program trajectory list parser error!\n";
+constexpr reply::schema program_page_reply{program_page_fields, -3, program_page_error,
+                                           program_page_error};
+constexpr reply::schema program_page_unsearched{
+    std::span(program_page_fields).first(std::size(program_page_fields) - 1), -3,
+    program_page_error, program_page_error};
+
+// The run state: loop arrays may be missing but are arrays when present,
+// their elements taken as numbers whatever they hold.
+constexpr reply::field run_state_fields[] = {
+    reply::number<&ka_program_run_state_t::run_state>("run_state"),
+    reply::numbers_up_to<&ka_program_run_state_t::loop_num, &ka_program_run_state_t::loop_count>(
+        "loop_num", KA_PROGRAM_LOOPS)
+        .optional(),
+    reply::numbers_up_to<&ka_program_run_state_t::loop_cont>("loop_cont", KA_PROGRAM_LOOPS)
+        .optional(),
+    reply::number<&ka_program_run_state_t::id>("id").loose(),
+    reply::number<&ka_program_run_state_t::edit_id>("edit_id").loose(),
+    reply::number<&ka_program_run_state_t::plan_num>("plan_num").loose(),
+    reply::number<&ka_program_run_state_t::step_mode>("step_mode").loose(),
+    reply::number<&ka_program_run_state_t::plan_speed>("plan_speed").loose(),
+};
+constexpr const char *run_state_error = "[%s] get program run state parser error!\n";
+constexpr reply::schema run_state_reply{run_state_fields, -3, run_state_error, run_state_error};
 
 // Starting a stored program and waiting for it: the run state is asked
 // after (1 running, 0 idle, anything else asked again at once) until the
@@ -285,31 +322,8 @@ int ka_get_program_trajectory_list(ka_robot_handle *handle, int page_num, int pa
     std::vector<char> reply;
     int n = cmd::run(page, handle, page_num, page_size, vague_search, reply);
     if (n < 1) return n;
-    json_ptr doc = json_parse(reply.data());
-    const cJSON *items = doc ? cJSON_GetObjectItem(doc.get(), "list") : nullptr;
-    if (!cJSON_IsArray(items)) {
-        ka_log_error("[%s] get program trajectory list parser error!\n", function);
-        return -3;
-    }
-    read_int(doc.get(), "page_num", list->page_num);
-    read_int(doc.get(), "page_size", list->page_size);
-    read_int(doc.get(), "total_size", list->total_size);
-    if (vague_search) {
-        if (const char *echo = MIO_JSON_GetObjectItemStr(doc.get(), "vague_search"))
-            std::snprintf(list->vague_search, search_echo_chars + 1, "%s", echo);
-    }
-    int index = 0;
-    for (const cJSON *item = items->child; item && index < KA_PROGRAM_LIST_CAPACITY;
-         item = item->next) {
-        ka_program_trajectory_data_t &record = list->list[index++];
-        record = {};
-        read_int(item, "id", record.id);
-        read_int(item, "size", record.size);
-        read_int(item, "speed", record.speed);
-        if (const char *name = MIO_JSON_GetObjectItemStr(item, "trajectory_name"))
-            std::snprintf(record.trajectory_name, sizeof record.trajectory_name, "%s", name);
-    }
-    return 0;
+    return reply::read(vague_search ? program_page_reply : program_page_unsearched, function,
+                       reply.data(), *list);
 }
 
 int ka_get_program_run_state(ka_robot_handle *handle, ka_program_run_state_t *state) {
@@ -319,24 +333,10 @@ int ka_get_program_run_state(ka_robot_handle *handle, ka_program_run_state_t *st
     int n = cmd::run(cmd::query_command{function, "get_program_run_state", "get_program_run_state"},
                      handle, reply);
     if (n < 1) return n;
-    json_ptr doc = json_parse(reply.text);
-    const cJSON *run = doc ? cJSON_GetObjectItem(doc.get(), "run_state") : nullptr;
-    const cJSON *loops = doc ? cJSON_GetObjectItem(doc.get(), "loop_num") : nullptr;
-    const cJSON *conts = doc ? cJSON_GetObjectItem(doc.get(), "loop_cont") : nullptr;
-    if (!cJSON_IsNumber(run) || (loops && !cJSON_IsArray(loops)) ||
-        (conts && !cJSON_IsArray(conts))) {
-        ka_log_error("[%s] get program run state parser error!\n", function);
-        return -3;
-    }
-    state->run_state = json_int(run);
-    read_int(doc.get(), "id", state->id);
-    read_int(doc.get(), "edit_id", state->edit_id);
-    read_int(doc.get(), "plan_num", state->plan_num);
-    read_int(doc.get(), "step_mode", state->step_mode);
-    read_int(doc.get(), "plan_speed", state->plan_speed);
-    if (loops) state->loop_count = read_ints(loops, state->loop_num, KA_PROGRAM_LOOPS);
-    if (conts) read_ints(conts, state->loop_cont, KA_PROGRAM_LOOPS);
-    return 0;
+    ka_program_run_state_t read = *state; // written only once the whole reply is read
+    int parsed = reply::read(run_state_reply, function, reply.text, read);
+    if (parsed == 0) *state = read;
+    return parsed;
 }
 
 int ka_delete_program_trajectory(ka_robot_handle *handle, int id) {
@@ -383,6 +383,8 @@ int ka_set_program_id_run(ka_robot_handle *handle, int id, int speed, int timeou
     return session.wait(timeout, length, id);
 }
 
+// Written by hand: the total is handed to the save before it is checked, and
+// each step logs its own line.
 int ka_save_trajectory(ka_robot_handle *handle, const char *path, int *num) {
     if (!path || !num) return -1;
     if (!save_begin(path)) {

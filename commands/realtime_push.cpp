@@ -61,6 +61,8 @@ extern "C" int ka_set_realtime_push(ka_robot_handle *handle, ka_realtime_push_co
     return parse_ka_set_command(function, reply.text, "state");
 }
 
+// Written by hand: "custom" is an object of switches, and "force_coordinate"
+// is read only when the arm has a force sensor.
 extern "C" int ka_get_realtime_push(ka_robot_handle *handle, ka_realtime_push_config_t *config) {
     constexpr const char *function = "ka_get_realtime_push";
     if (!config) return -1;

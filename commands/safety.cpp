@@ -2,6 +2,7 @@
 // virtual wall, self-collision detection, run mode, install angles and the
 // software versions of the joints and the tool board.
 #include "core/command.h"
+#include "core/reply_schema.h"
 
 #include <algorithm>
 #include <cstring>
@@ -26,55 +27,72 @@ constexpr unsigned any_form = form_bit(form_cube) | form_bit(form_plane) | form_
 constexpr unsigned fence_forms = form_bit(form_cube) | form_bit(form_plane);
 constexpr unsigned wall_forms = form_bit(form_cube) | form_bit(form_sphere);
 
-using coordinate = float &(*)(ka_fence_config_t &);
+using reply::scale_tag;
 
-// One coordinate of a zone on the wire (millimetres under `key`): the field
-// a reply's value fills and, when it differs, the field sent under the key.
-struct zone_key {
-    const char *key;
-    coordinate read;
-    coordinate sent = nullptr;
+// A zone coordinate: millimetres under its key, metres in the record.
+template <auto Form, auto Member> constexpr reply::field mm(const char *key) {
+    return reply::number<Form, Member>(key, scale_tag::thousandths);
+}
+using zone = ka_fence_config_t;
+using cube = ka_fence_cube_t;
+using plane = ka_fence_plane_t;
+using sphere = ka_fence_sphere_t;
+constexpr reply::field cube_keys[] = {
+    mm<&zone::cube, &cube::x_max_limit>("x_max_limit"),
+    mm<&zone::cube, &cube::x_min_limit>("x_min_limit"),
+    mm<&zone::cube, &cube::y_max_limit>("y_max_limit"),
+    mm<&zone::cube, &cube::y_min_limit>("y_min_limit"),
+    mm<&zone::cube, &cube::z_max_limit>("z_max_limit"),
+    mm<&zone::cube, &cube::z_min_limit>("z_min_limit"),
 };
+constexpr reply::field plane_keys[] = {
+    mm<&zone::plane, &plane::x1>("x1"), mm<&zone::plane, &plane::y1>("y1"),
+    mm<&zone::plane, &plane::z1>("z1"), mm<&zone::plane, &plane::x2>("x2"),
+    mm<&zone::plane, &plane::y2>("y2"), mm<&zone::plane, &plane::z2>("z2"),
+    mm<&zone::plane, &plane::x3>("x3"), mm<&zone::plane, &plane::y3>("y3"),
+    mm<&zone::plane, &plane::z3>("z3"),
+};
+constexpr reply::field sphere_keys[] = {
+    mm<&zone::sphere, &sphere::radius>("radius"),
+    mm<&zone::sphere, &sphere::x>("x"),
+    mm<&zone::sphere, &sphere::y>("y"),
+    mm<&zone::sphere, &sphere::z>("z"),
+};
+// Checked as the common parse checks when a reply holds one zone; listed
+// zones are read by the list's own rules.
+constexpr reply::schema cube_reply{cube_keys, -3, nullptr, nullptr, true};
+constexpr reply::schema plane_reply{plane_keys, -3, nullptr, nullptr, true};
+constexpr reply::schema sphere_reply{sphere_keys, -3, nullptr, nullptr, true};
 
-#define ZONE_FIELD(member) [](ka_fence_config_t &z) -> float & { return z.member; }
-constexpr zone_key cube_keys[] = {
-    {"x_max_limit", ZONE_FIELD(cube.x_max_limit)},
-    {"x_min_limit", ZONE_FIELD(cube.x_min_limit)},
-    {"y_max_limit", ZONE_FIELD(cube.y_max_limit)},
-    {"y_min_limit", ZONE_FIELD(cube.y_min_limit)},
-    {"z_max_limit", ZONE_FIELD(cube.z_max_limit)},
-    // The controller has always been sent the lower x bound under this key,
-    // by every sender; what it reports back is read as named.
-    {"z_min_limit", ZONE_FIELD(cube.z_min_limit), ZONE_FIELD(cube.x_min_limit)},
-};
-constexpr zone_key plane_keys[] = {
-    {"x1", ZONE_FIELD(plane.x1)}, {"y1", ZONE_FIELD(plane.y1)}, {"z1", ZONE_FIELD(plane.z1)},
-    {"x2", ZONE_FIELD(plane.x2)}, {"y2", ZONE_FIELD(plane.y2)}, {"z2", ZONE_FIELD(plane.z2)},
-    {"x3", ZONE_FIELD(plane.x3)}, {"y3", ZONE_FIELD(plane.y3)}, {"z3", ZONE_FIELD(plane.z3)},
-};
-constexpr zone_key sphere_keys[] = {
-    {"radius", ZONE_FIELD(sphere.radius)},
-    {"x", ZONE_FIELD(sphere.x)},
-    {"y", ZONE_FIELD(sphere.y)},
-    {"z", ZONE_FIELD(sphere.z)},
-};
-#undef ZONE_FIELD
+constexpr reply::field zone_form_field[] = {reply::number<&zone::form>("form")};
+constexpr reply::schema zone_form_reply{zone_form_field, -3, nullptr, nullptr, true};
 
 constexpr size_t max_zone_keys = std::size(plane_keys);
 
 // The keys of a form, in the order the controller takes them; none for a
 // form it does not know.
-std::span<const zone_key> zone_keys(int form) {
+const reply::schema *zone_schema(int form) {
     switch (form) {
     case form_cube:
-        return cube_keys;
+        return &cube_reply;
     case form_plane:
-        return plane_keys;
+        return &plane_reply;
     case form_sphere:
-        return sphere_keys;
+        return &sphere_reply;
     default:
-        return {};
+        return nullptr;
     }
+}
+std::span<const reply::field> zone_keys(int form) {
+    const reply::schema *s = zone_schema(form);
+    return s ? s->fields : std::span<const reply::field>{};
+}
+
+// The controller has always been sent the lower x bound under
+// "z_min_limit", by every sender; what it reports back is read as named.
+float sent_value(const reply::field &k, zone &z) {
+    if (&k == &cube_keys[5]) return z.cube.x_min_limit;
+    return *static_cast<const float *>(k.at(&z, 0));
 }
 
 // ------------------------------------------------------------ sending zones
@@ -107,9 +125,8 @@ int send_zone(const zone_sender &s, ka_robot_handle *handle, ka_fence_config_t z
         fields[count++] = cmd::text("command", s.command.command);
         fields[count++] = cmd::number("form", zone.form);
         if (s.named) fields[count++] = cmd::text("form_name", name.text);
-        for (const zone_key &k : zone_keys(zone.form))
-            fields[count++] =
-                cmd::number(k.key, scale::thousandths((k.sent ? k.sent : k.read)(zone)));
+        for (const reply::field &k : zone_keys(zone.form))
+            fields[count++] = cmd::number(k.key, scale::thousandths(sent_value(k, zone)));
     }
     cmd::reply_text reply;
     int n = ka_pack_lock_set(s.command.function, handle, fields, count, s.command.reply, reply.text,
@@ -120,21 +137,12 @@ int send_zone(const zone_sender &s, ka_robot_handle *handle, ka_fence_config_t z
 
 // ------------------------------------------------------------ reading zones
 
-// Fills the coordinates of zone.form from the reply (millimetres); a form
-// outside `forms` is reported without geometry. 0, or -3 for a missing key.
+// Fills the coordinates of zone.form from the reply; a form outside
+// `forms` is reported without geometry. 0, or -3 for a missing key.
 int read_coordinates(const char *function, const char *text, unsigned forms,
                      ka_fence_config_t &zone) {
     if (!(forms & form_bit(zone.form))) return 0;
-    const std::span<const zone_key> keys = zone_keys(zone.form);
-    ka_reply_field fields[max_zone_keys];
-    for (size_t i = 0; i < keys.size(); ++i)
-        fields[i] = cmd::int_field(keys[i].key);
-    if (int parsed = common_json_parse(function, text, fields, static_cast<int>(keys.size()));
-        parsed != 0)
-        return parsed;
-    for (size_t i = 0; i < keys.size(); ++i)
-        keys[i].read(zone) = scale::from_thousandths(fields[i].value.i);
-    return 0;
+    return reply::read(*zone_schema(zone.form), function, text, zone);
 }
 
 struct zone_reader {
@@ -155,36 +163,56 @@ int read_active_zone(const zone_reader &r, ka_robot_handle *handle, ka_fence_con
     cmd::reply_text reply;
     int n = cmd::run(cmd::query_command{r.function, r.command, r.reply}, handle, reply);
     if (n < 1) return n;
-    ka_reply_field form = cmd::int_field("form");
-    if (common_json_parse(r.function, reply.text, &form, 1) != 0) {
+    ka_fence_config_t zone = *out;
+    if (reply::read(zone_form_reply, r.function, reply.text, zone) != 0) {
         // Without a zone configured the controller answers "given_state": false.
         return parse_ka_set_command(r.function, reply.text, "given_state") == 1 ? 1 : -3;
     }
-    ka_fence_config_t zone = *out;
-    zone.form = form.value.i;
     if (int parsed = read_coordinates(r.function, reply.text, r.forms, zone); parsed != 0)
         return parsed;
     *out = zone;
     return 0;
 }
 
-// One element of the stored-fence list: a string name (a full name fills the
-// field without a terminator), an integer form and its integer coordinates.
-bool read_listed_zone(const cJSON *entry, ka_fence_config_list_t &zone) {
-    const cJSON *name = cJSON_GetObjectItem(entry, "form_name");
-    const cJSON *form = cJSON_GetObjectItem(entry, "form");
-    if (!cJSON_IsString(name) || !cJSON_IsNumber(form)) return false;
-    ka_fence_config_list_t read = zone;
-    std::strncpy(read.form_name, name->valuestring, KA_NAME_SIZE);
-    read.form = json_int(form);
-    for (const zone_key &k : zone_keys(read.form)) {
-        const cJSON *value = cJSON_GetObjectItem(entry, k.key);
-        if (!cJSON_IsNumber(value)) return false;
-        k.read(read) = scale::from_thousandths(json_int(value));
-    }
-    zone = read;
-    return true;
-}
+// The stored-fence lists: at most KA_FENCE_LIST_CAPACITY entries are
+// written (the caller's room), and the count written, before the entries
+// are read, is the number the call writes. A full name fills its field
+// without a terminator.
+template <typename Entry> struct fence_page {
+    Entry *items;
+    int *count;
+};
+constexpr reply::field fence_name_field[] = {
+    reply::text<&ka_fence_names_t::name>(nullptr, KA_NAME_SIZE)};
+constexpr reply::schema fence_name_entry{fence_name_field};
+constexpr reply::field fence_names_fields[] = {
+    reply::list<&fence_page<ka_fence_names_t>::items, &fence_page<ka_fence_names_t>::count>(
+        "name_list", fence_name_entry, KA_FENCE_LIST_CAPACITY)
+        .count_before()};
+constexpr reply::schema fence_names_reply{
+    fence_names_fields, -3, "Get fence list names parse err\n", "Get fence list names parse err\n"};
+
+// A listed zone: a string name, an integer form and that form's integer
+// coordinates; an entry that breaks a rule is left as it was.
+constexpr reply::field listed_zone_fields[] = {
+    reply::text<&zone::form_name>("form_name", KA_NAME_SIZE),
+    reply::number<&zone::form>("form"),
+    reply::variant([](const void *z) { return zone_schema(static_cast<const zone *>(z)->form); }),
+};
+constexpr reply::schema listed_zone_entry{listed_zone_fields};
+constexpr reply::field fence_infos_fields[] = {
+    reply::list<&fence_page<zone>::items, &fence_page<zone>::count>("info_list", listed_zone_entry,
+                                                                    KA_FENCE_LIST_CAPACITY)
+        .count_before()
+        .atomic()};
+constexpr reply::schema fence_infos_reply{fence_infos_fields};
+
+// A given fence keeps ten characters of its name; the field's last two
+// bytes stay zero.
+constexpr reply::field given_fence_fields[] = {
+    reply::number<&zone::form>("form"),
+    reply::text<&zone::form_name>("form_name", 10, reply::text_rule::cleared)};
+constexpr reply::schema given_fence_reply{given_fence_fields, -3, nullptr, nullptr, true};
 
 // ------------------------------------------------------- enables and modes
 
@@ -285,24 +313,8 @@ int ka_get_electronic_fence_list_names(ka_robot_handle *h, ka_fence_names_t *nam
     cmd::reply_text reply;
     int n = cmd::run(cmd::query<"get_electronic_fence_list_names">(), h, reply);
     if (n < 1) return n;
-    json_ptr doc = json_parse(reply.text);
-    const cJSON *list = doc ? cJSON_GetObjectItem(doc.get(), "name_list") : nullptr;
-    if (!cJSON_IsArray(list)) {
-        ka_log_error("Get fence list names parse err\n");
-        return -3;
-    }
-    const int count = std::min(cJSON_GetArraySize(list), KA_FENCE_LIST_CAPACITY);
-    *len = count;
-    for (int i = 0; i < count; ++i) {
-        const cJSON *name = cJSON_GetArrayItem(list, i);
-        if (!cJSON_IsString(name)) {
-            ka_log_error("Get fence list names parse err\n");
-            return -3;
-        }
-        // A 12-character name fills its slot without a terminator.
-        std::strncpy(names[i].name, name->valuestring, KA_NAME_SIZE);
-    }
-    return 0;
+    fence_page<ka_fence_names_t> page{names, len};
+    return reply::read(fence_names_reply, "ka_get_electronic_fence_list_names", reply.text, page);
 }
 
 int ka_get_given_electronic_fence_config(ka_robot_handle *h, const char *form_name,
@@ -318,13 +330,9 @@ int ka_get_given_electronic_fence_config(ka_robot_handle *h, const char *form_na
         ka_log_error("The given electronic fence name does not exist!\n");
         return 1;
     }
-    ka_reply_field fields[] = {cmd::int_field("form"), cmd::text_field("form_name")};
-    if (int parsed = common_json_parse(function, reply.text, fields, 2); parsed != 0) return parsed;
     ka_fence_config_t zone = *config;
-    zone.form = fields[0].value.i;
-    // Names are at most ten characters; the field's last two bytes stay zero.
-    std::memset(zone.form_name, 0, sizeof zone.form_name);
-    std::strncpy(zone.form_name, fields[1].value.s, 10);
+    if (int parsed = reply::read(given_fence_reply, function, reply.text, zone); parsed != 0)
+        return parsed;
     if (int parsed = read_coordinates(function, reply.text, any_form, zone); parsed != 0)
         return parsed;
     *config = zone;
@@ -343,14 +351,8 @@ int ka_get_electronic_fence_list_infos(ka_robot_handle *h, ka_fence_config_list_
         cmd::exchange("ka_get_electronic_fence_list_infos", h, "get_electronic_fence_list_infos",
                       {}, "get_electronic_fence_list_infos", m_nOutTime, reply, sizeof reply);
     if (n < 1) return n;
-    json_ptr doc = json_parse(reply);
-    const cJSON *infos = doc ? cJSON_GetObjectItem(doc.get(), "info_list") : nullptr;
-    if (!cJSON_IsArray(infos)) return -3;
-    const int count = std::min(cJSON_GetArraySize(infos), KA_FENCE_LIST_CAPACITY);
-    *len = count;
-    for (int i = 0; i < count; ++i)
-        if (!read_listed_zone(cJSON_GetArrayItem(infos, i), list[i])) return -3;
-    return 0;
+    fence_page<zone> page{list, len};
+    return reply::read(fence_infos_reply, "ka_get_electronic_fence_list_infos", reply, page);
 }
 
 // ------------------------------------------------------ active zone, wall

@@ -1,5 +1,6 @@
 // Global waypoints: the controller's table of named arm configurations.
 #include "core/command.h"
+#include "core/reply_schema.h"
 
 #include <algorithm>
 #include <cstring>
@@ -49,97 +50,48 @@ int send_waypoint(const cmd::set_command &c, ka_robot_handle *handle, ka_waypoin
                      cmd::text("time", time.text)});
 }
 
-// The parts of a waypoint reply, checked, and how much of each text is kept.
-struct waypoint_reply {
-    const char *name;
-    const char *work;
-    const char *tool;
-    const char *time;
-    const int32_t *joints; // DOF entries, millidegrees
-    const int32_t *pose;   // six wire integers
+using reply::scale_tag;
+using reply::text_rule;
+
+// A waypoint: joints in millidegrees, one per joint of the arm; pose as six
+// wire integers; the quaternion, never on the wire, stays. A given waypoint
+// keeps 10 characters of its frame names and 28 of its time, a listed one
+// all the record holds.
+template <int Frame, int Time>
+constexpr reply::field waypoint_fields[] = {
+    reply::text<&ka_waypoint_t::point_name>("point_name", 16, text_rule::cleared),
+    reply::numbers<&ka_waypoint_t::joint>("joint", cmd::per_joint, scale_tag::millidegrees),
+    reply::pose<&ka_waypoint_t::pose>("pose"),
+    reply::text<&ka_waypoint_t::work_frame>("work_frame", Frame, text_rule::cleared),
+    reply::text<&ka_waypoint_t::tool_frame>("tool_frame", Frame, text_rule::cleared),
+    reply::text<&ka_waypoint_t::time>("time", Time, text_rule::cleared),
 };
-struct text_limits {
-    size_t name, frame, time;
+constexpr reply::schema given_reply{waypoint_fields<10, 28>, -3, nullptr, nullptr, true};
+constexpr reply::schema list_entry{waypoint_fields<KA_NAME_SIZE - 1, KA_WAYPOINT_TIME_SIZE - 1>};
+
+// A page longer than the record holds is cut at its capacity; the first
+// element that breaks a rule ends the read and the records before it stay.
+constexpr reply::field page_fields[] = {
+    reply::verdict("get_state", "[%s] %s: false\n"),
+    reply::number<&ka_waypoint_list_t::total_size>("total_size"),
+    reply::list<&ka_waypoint_list_t::points, &ka_waypoint_list_t::list_len>(
+        "list", list_entry, KA_WAYPOINT_LIST_CAPACITY)
+        .count_before()
+        .atomic()
+        .entry_named("Waypoint"),
 };
-constexpr text_limits given_limits{16, 10, 28};
-// List entries keep their frame names and time whole, as far as the record holds them.
-constexpr text_limits list_limits{16, KA_NAME_SIZE - 1, KA_WAYPOINT_TIME_SIZE - 1};
-
-// Writes the reply into the record; the quaternion, never on the wire, stays.
-void store(ka_waypoint_t &point, const waypoint_reply &r, const text_limits &limits, int dof) {
-    copy_text(point.point_name, r.name, limits.name);
-    for (int i = 0; i < dof && i < KA_JOINTS; ++i)
-        point.joint[i] = scale::from_thousandths(r.joints[i]);
-    cmd::pose_from_wire(r.pose, point.pose);
-    copy_text(point.work_frame, r.work, limits.frame);
-    copy_text(point.tool_frame, r.tool, limits.frame);
-    copy_text(point.time, r.time, limits.time);
-}
-
-int list_parse_error(const char *what) {
-    ka_log_error("[%s] %s parse err\n", list_function, what);
-    return -3;
-}
-
-// An array of exactly count numbers into out (room for count).
-bool read_integers(const cJSON *array, int count, int32_t *out) {
-    if (!cJSON_IsArray(array) || cJSON_GetArraySize(array) != count) return false;
-    int i = 0;
-    for (const cJSON *element = array->child; element; element = element->next, ++i) {
-        if (!cJSON_IsNumber(element)) return false;
-        out[i] = json_int(element);
-    }
-    return true;
-}
-
-// One element of the listed page; false when it breaks a rule.
-bool read_list_point(const cJSON *element, int dof, ka_waypoint_t &point) {
-    int32_t joints[KA_JOINTS] = {};
-    int32_t pose[6] = {};
-    waypoint_reply r{MIO_JSON_GetObjectItemStr(element, "point_name"),
-                     MIO_JSON_GetObjectItemStr(element, "work_frame"),
-                     MIO_JSON_GetObjectItemStr(element, "tool_frame"),
-                     MIO_JSON_GetObjectItemStr(element, "time"),
-                     joints,
-                     pose};
-    if (!r.name || !r.work || !r.tool || !r.time) return false;
-    if (!read_integers(cJSON_GetObjectItem(element, "joint"), dof, joints) ||
-        !read_integers(cJSON_GetObjectItem(element, "pose"), 6, pose))
-        return false;
-    store(point, r, list_limits, dof);
-    return true;
-}
+constexpr reply::schema page_reply{page_fields, -3, "[%s] Waypoints list parse err\n",
+                                   "[%s] %s parse err\n"};
 
 } // namespace
 
 namespace waypoints {
 
-// Fills total_size, list_len and the points in reply order. A page longer
-// than the record holds is cut at its capacity; the first element that breaks
-// a rule ends the parse (-3) and the records before it stay. Outside the
+// Fills total_size, list_len and the points in reply order. Outside the
 // file's own namespace so that tests can feed it pages longer than one reply
 // line carries.
 int parse_list(const char *text, int dof, ka_waypoint_list_t &list) {
-    json_ptr doc = json_parse(text);
-    if (!doc) return list_parse_error("Waypoints list");
-    if (const cJSON *state = cJSON_GetObjectItem(doc.get(), "get_state")) {
-        if (cJSON_IsFalse(state)) {
-            ka_log_error("[%s] %s: false\n", list_function, "get_state");
-            return 1;
-        }
-        if (!cJSON_IsTrue(state)) return list_parse_error("get_state");
-    }
-    const cJSON *total = cJSON_GetObjectItem(doc.get(), "total_size");
-    if (!cJSON_IsNumber(total)) return list_parse_error("total_size");
-    list.total_size = json_int(total);
-    const cJSON *points = cJSON_GetObjectItem(doc.get(), "list");
-    if (!cJSON_IsArray(points)) return list_parse_error("list");
-    list.list_len = std::min(cJSON_GetArraySize(points), KA_WAYPOINT_LIST_CAPACITY);
-    int index = 0;
-    for (const cJSON *element = points->child; element && index < list.list_len;
-         element = element->next, ++index)
-        if (!read_list_point(element, dof, list.points[index])) return list_parse_error("Waypoint");
-    return 0;
+    return reply::read(page_reply, list_function, text, list, dof);
 }
 
 } // namespace waypoints
@@ -175,15 +127,8 @@ int ka_get_given_global_waypoint(ka_robot_handle *h, const char *point_name,
     if (n < 1) return n;
     int dof = 0;
     if (ka_get_arm_dof(h, &dof) != 0) return cmd::disconnected(given_function);
-    ka_reply_field fields[] = {cmd::text_field("point_name"), cmd::ints_field("joint", dof),
-                               cmd::ints_field("pose", 6),    cmd::text_field("work_frame"),
-                               cmd::text_field("tool_frame"), cmd::text_field("time")};
-    if (common_json_parse(given_function, reply.text, fields, 6) != 0)
+    if (reply::read(given_reply, given_function, reply.text, *waypoint, dof) != 0)
         return parse_ka_set_command(given_function, reply.text, "given_state") == 1 ? 1 : -3;
-    store(*waypoint,
-          {fields[0].value.s, fields[3].value.s, fields[4].value.s, fields[5].value.s,
-           fields[1].value.a, fields[2].value.a},
-          given_limits, dof);
     return 0;
 }
 

@@ -1,0 +1,259 @@
+// Reply schemas: how the JSON of a reply fills a public record, stated as
+// data (key, scale, array shape, list capacity, what a missing key costs),
+// and the one reader that follows them. A family file describes each reply
+// shape in a few rows; the reading, checking and logging live here once.
+#pragma once
+
+#include "core/command.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <type_traits>
+
+namespace reply {
+
+// How a wire integer becomes the record's value.
+enum class scale_tag : uint8_t {
+    plain,        // the integer as it is
+    millidegrees, // degrees
+    thousandths,  // millimetres, milliradians, grams: metres, radians, kilograms
+    millionths,   // micrometres: metres
+    whole,        // an unscaled integer kept as a float
+    low_bits,     // the bits that fit a byte or half-word member
+};
+
+// What the record's member at a field is.
+enum class target : uint8_t { i32, u8, u16, f32, boolean, chars, pose };
+
+enum class kind : uint8_t {
+    number,  // one integer
+    flag,    // one boolean
+    text,    // a string, or the entry itself when the key is null
+    numbers, // an array of integers
+    pose,    // six integers: x, y, z in micrometres, rx, ry, rz in milliradians
+    verdict, // a boolean that, when false, refuses the whole reply (1)
+    list,    // an array of entries read by another schema, up to a capacity
+    variant, // more fields, chosen by what the record holds so far
+};
+
+// What a field's absence costs: required fails the read; optional skips a
+// missing key but fails a wrong type; loose skips either.
+enum class presence : uint8_t { required, optional, loose };
+
+// Array counts: exactly the count; at least the count (the first count are
+// read); up to the count (what is there, each element taken as a number
+// whatever its type, the number read written to the counter).
+enum class count_rule : uint8_t { exact, at_least, up_to };
+
+// How a string fills a char array: padded copies at most `limit` characters
+// and zero-pads to limit (a full name has no terminator; bytes past limit
+// stay); cleared copies at most limit characters, terminated, and zeroes the
+// rest of the array; terminated copies at most limit characters and a
+// terminator, leaving the bytes after it.
+enum class text_rule : uint8_t { padded, cleared, terminated };
+
+struct schema;
+using locator = void *(*)(void *record, int index);
+using chooser = const schema *(*)(const void *record);
+
+struct field {
+    kind what;
+    const char *key;
+    locator at = nullptr; // null: checked, not kept
+    target type = target::i32;
+    scale_tag tag = scale_tag::plain;
+    int count = 0;   // array entries (cmd::per_joint: the arm's DOF), text limit, list capacity
+    size_t size = 0; // bytes of a char array member; bytes of a list entry
+    presence need = presence::required;
+    count_rule rule = count_rule::exact;
+    text_rule text = text_rule::padded;
+    bool non_negative = false;         // a negative wire integer fails the read
+    const char *alt_key = nullptr;     // read under this key when `key` is missing
+    const char *label = nullptr;       // the field's name in the schema's error line
+    const char *shown = nullptr;       // info line after the read: (function, values...)
+    const char *refusal = nullptr;     // verdict false: error line (function, key)
+    locator counter = nullptr;         // int32 written with the entries read
+    const schema *entries = nullptr;   // list entries
+    const char *entry_label = nullptr; // names a failed entry in the error line
+    bool count_first = false;          // counter = min(entries, capacity) before reading them
+    bool ends_at_null = false;         // a list of names ends at "NULL" or a non-string
+    bool entry_atomic = false;         // a failing entry is left as it was
+    bool entry_cleared = false;        // each entry is zeroed before it is read
+    chooser choose = nullptr;          // variant
+
+    constexpr field optional() const { return with(&field::need, presence::optional); }
+    constexpr field loose() const { return with(&field::need, presence::loose); }
+    constexpr field at_least() const { return with(&field::rule, count_rule::at_least); }
+    constexpr field positive() const { return with(&field::non_negative, true); }
+    constexpr field or_key(const char *k) const { return with(&field::alt_key, k); }
+    constexpr field named(const char *l) const { return with(&field::label, l); }
+    constexpr field show(const char *line) const { return with(&field::shown, line); }
+    constexpr field count_before() const { return with(&field::count_first, true); }
+    constexpr field until_null() const { return with(&field::ends_at_null, true); }
+    constexpr field atomic() const { return with(&field::entry_atomic, true); }
+    constexpr field cleared() const { return with(&field::entry_cleared, true); }
+    constexpr field entry_named(const char *l) const { return with(&field::entry_label, l); }
+
+  private:
+    template <typename T> constexpr field with(T field::*member, T value) const {
+        field f = *this;
+        f.*member = value;
+        return f;
+    }
+};
+
+struct schema {
+    std::span<const field> fields;
+    int fail = -3;                     // what a failed read gives
+    const char *unparsable = nullptr;  // error line when the reply is not JSON: (function)
+    const char *field_error = nullptr; // error line when a field fails: (function, label)
+    // Checked as common_json_parse checks (its lines, exact array counts,
+    // keys inside "arm_state" / "all_state"), and written only once every
+    // field is read.
+    bool common = false;
+};
+
+// Reads the reply text into record. 0, 1 for a verdict false, or the
+// schema's fail code. dof sets the count of per-joint arrays.
+int read(const schema &s, const char *function, const char *text, void *record, int dof = 0);
+template <typename Record>
+int read(const schema &s, const char *function, const char *text, Record &record, int dof = 0) {
+    return read(s, function, text, static_cast<void *>(&record), dof);
+}
+
+// ------------------------------------------------------ describing fields
+
+namespace detail {
+
+template <typename M> struct member;
+template <typename C, typename T> struct member<T C::*> {
+    using owner = C;
+    using type = T;
+};
+template <auto M> using owner_of = typename member<decltype(M)>::owner;
+
+template <typename T> decltype(auto) element(T &m, int index) {
+    if constexpr (std::is_array_v<T> || std::is_pointer_v<T>)
+        return m[index];
+    else
+        return (m);
+}
+template <typename T> T &walk(T &object) { return object; }
+template <typename T, typename M, typename... Ms> auto &walk(T &object, M m, Ms... rest) {
+    return walk(object.*m, rest...);
+}
+// The member reached through a path of members (element `index` of it when
+// it is an array or a pointer).
+template <auto First, auto... Rest> void *at(void *record, int index) {
+    return &element(walk(*static_cast<owner_of<First> *>(record), First, Rest...), index);
+}
+template <auto First, auto... Rest> struct leaf_of {
+    using type =
+        std::remove_reference_t<decltype(walk(std::declval<owner_of<First> &>(), First, Rest...))>;
+};
+template <auto... Path> using leaf = typename leaf_of<Path...>::type;
+// Element `index` is the index-th of the members named.
+template <auto First, auto... Rest> void *one_of(void *record, int index) {
+    auto *r = static_cast<owner_of<First> *>(record);
+    void *members[] = {&(r->*First), &(r->*Rest)...};
+    return members[index];
+}
+
+template <typename T> constexpr target target_of() {
+    using E = std::remove_cv_t<std::remove_all_extents_t<std::remove_pointer_t<T>>>;
+    if constexpr (std::is_same_v<E, char>)
+        return target::chars;
+    else if constexpr (std::is_same_v<E, float>)
+        return target::f32;
+    else if constexpr (std::is_same_v<E, bool>)
+        return target::boolean;
+    else if constexpr (std::is_same_v<E, uint8_t>)
+        return target::u8;
+    else if constexpr (std::is_same_v<E, uint16_t>)
+        return target::u16;
+    else if constexpr (std::is_same_v<E, ka_pose_t>)
+        return target::pose;
+    else {
+        static_assert(std::is_same_v<E, int32_t>, "no reply target for this member type");
+        return target::i32;
+    }
+}
+
+} // namespace detail
+
+template <auto... Path> constexpr field number(const char *key, scale_tag tag = scale_tag::plain) {
+    return {kind::number, key, detail::at<Path...>, detail::target_of<detail::leaf<Path...>>(),
+            tag};
+}
+template <auto... Path> constexpr field flag(const char *key) {
+    return {kind::flag, key, detail::at<Path...>, detail::target_of<detail::leaf<Path...>>()};
+}
+// At most `limit` characters into a char array member.
+template <auto... Path>
+constexpr field text(const char *key, int limit, text_rule rule = text_rule::padded) {
+    static_assert(detail::target_of<detail::leaf<Path...>>() == target::chars);
+    field f{kind::text, key, detail::at<Path...>, target::chars};
+    f.count = limit;
+    f.size = sizeof(detail::leaf<Path...>);
+    f.text = rule;
+    return f;
+}
+// A string that must be there but is not kept.
+constexpr field checked_text(const char *key) { return {kind::text, key}; }
+// count integers into an array member.
+template <auto... Path>
+constexpr field numbers(const char *key, int count, scale_tag tag = scale_tag::plain) {
+    field f{kind::numbers, key, detail::at<Path...>, detail::target_of<detail::leaf<Path...>>(),
+            tag};
+    f.count = count;
+    return f;
+}
+// Up to capacity integers into an array member, their number into Counter
+// when one is named.
+template <auto Array, auto... Counter>
+constexpr field numbers_up_to(const char *key, int capacity) {
+    field f = numbers<Array>(key, capacity);
+    f.rule = count_rule::up_to;
+    if constexpr (sizeof...(Counter) == 1) f.counter = detail::at<Counter...>;
+    return f;
+}
+// One integer into each member named, in order.
+template <auto... Members> constexpr field numbers_into(const char *key, scale_tag tag) {
+    field f{kind::numbers, key, detail::one_of<Members...>, target::f32, tag};
+    f.count = sizeof...(Members);
+    return f;
+}
+template <auto... Path> constexpr field pose(const char *key) {
+    static_assert(detail::target_of<detail::leaf<Path...>>() == target::pose);
+    field f{kind::pose, key, detail::at<Path...>, target::pose};
+    f.count = 6;
+    return f;
+}
+// Missing is no verdict; false gives 1 with the refusal line.
+constexpr field verdict(const char *key, const char *refusal) {
+    field f{kind::verdict, key};
+    f.need = presence::optional;
+    f.refusal = refusal;
+    return f;
+}
+// Entries of the Items array (member array or pointer), each read by
+// `entries`, at most capacity of them; Counter (when given) takes their
+// number.
+template <auto Items, auto... Counter>
+constexpr field list(const char *key, const schema &entries, int capacity) {
+    using entry = std::remove_extent_t<std::remove_pointer_t<detail::leaf<Items>>>;
+    field f{kind::list, key, detail::at<Items>};
+    f.count = capacity;
+    f.size = sizeof(entry);
+    f.entries = &entries;
+    if constexpr (sizeof...(Counter) == 1) f.counter = detail::at<Counter...>;
+    return f;
+}
+constexpr field variant(chooser choose) {
+    field f{kind::variant, nullptr};
+    f.choose = choose;
+    return f;
+}
+
+} // namespace reply
