@@ -37,7 +37,7 @@ struct offset_elbow_arm {
     static constexpr int groups = 4;
     static constexpr int members = 2;
     double a3 = 0, a4 = 0, a6 = 0, d2 = 0, d4 = 0, d6 = 0;
-    double K0 = 0, Kn = 0, Kphi = 0, cKphi = 1, sKphi = 0;
+    double K0 = 0, Kn = 0, inv_Kn = 0, Kphi = 0, cKphi = 1, sKphi = 0;
     v3 S{}, P{}, fx{}, fy{}, zf{}; // flange position and axes
     double lo6 = 0, hi6 = 0;
     // Where a group has solutions at all. With V = P - d6 z - S,
@@ -67,6 +67,7 @@ struct offset_elbow_arm {
         const double K2 = 2.0 * (d2 * a4 - a3 * d4);
         Kn = std::hypot(K1, K2);
         if (Kn < k_pattern_tol) return k_ik_bad_geometry;
+        inv_Kn = 1.0 / Kn;
         Kphi = std::atan2(K2, K1);
         cKphi = K1 / Kn;
         sKphi = K2 / Kn;
@@ -256,6 +257,9 @@ struct offset_elbow_arm {
         // Within 3e-11 rad: far below a target's float rounding.
         const auto arc_tangent = [](double y, double x) { return trig::search_arc_tangent2(y, x); };
         ik_zyz(R2, ref_t[0], ref_t[2], &shoulder, arc_tangent);
+        // The elbow's arc cosine, once per t6 (the tilt does not need it).
+        if (std::isnan(last_.acos_c)) last_.acos_c = arc_tangent(last_.sin_c, last_.c);
+        const double t3 = Kphi + ((g & 2) ? -last_.acos_c : last_.acos_c);
         const double t4 = arc_tangent(dot(x3, z5), dot(z3, z5));
         const double t5 = arc_tangent(dot(y3, x5), -dot(y3, zf));
         for (int i = 0; i < 2; ++i) {
@@ -263,7 +267,7 @@ struct offset_elbow_arm {
             t[0] = shoulder.angle[i][0];
             t[1] = shoulder.angle[i][1];
             t[2] = shoulder.angle[i][2];
-            t[3] = a.t3;
+            t[3] = t3;
             t[4] = t4;
             t[5] = t5;
             t[6] = t6;
@@ -273,16 +277,16 @@ struct offset_elbow_arm {
 
   private:
     // What a group fixes at t6 before the shoulder's angles: frame 3's x and
-    // y axes, joint 4's angle with its cosine and sine, x5 and z5.
+    // y axes, joint 4's cosine and sine, x5 and z5.
     struct upper_arm {
         v3 x3, y3, x5, z5;
-        double t3, c3, s3;
+        double c3, s3;
     };
 
     // What every group shares at one t6: the wrist's frame and point, and
-    // the elbow's cosine with its sine and arc cosine. The four groups start
-    // at the same t6, and a search evaluates a point's tilt before its
-    // joints, so the last t6 is kept.
+    // the elbow's cosine with its sine and arc cosine (NaN until a group's
+    // joints need it). The four groups start at the same t6, and a search
+    // evaluates a point's tilt before its joints, so the last t6 is kept.
     struct wrist_point {
         double t6 = std::numeric_limits<double>::quiet_NaN(); // none yet
         bool ok = false;
@@ -310,12 +314,12 @@ struct offset_elbow_arm {
         // +-90 degrees, where the two choices of y3 meet) still has one.
         // The distance itself only scales the excess of a clamped cosine
         // (or refuses a NaN).
-        w.c = (dist2 - K0) / Kn;
+        w.c = (dist2 - K0) * inv_Kn;
         if (!(std::fabs(w.c) <= 1.0) &&
             !ik_clamp_cosine(&w.c, Kn / (2.0 * std::sqrt(dist2)), k_rounding_slack))
             return w;
         w.sin_c = std::sqrt((1.0 - w.c) * (1.0 + w.c));
-        w.acos_c = trig::search_arc_tangent2(w.sin_c, w.c);
+        w.acos_c = std::numeric_limits<double>::quiet_NaN();
         w.Dp = w.D - dot(w.D, w.z5) * w.z5;
         w.delta = norm(w.Dp);
         w.inv_delta = 1.0 / w.delta;
@@ -330,7 +334,6 @@ struct offset_elbow_arm {
         const v3 &x5 = w.x5, &z5 = w.z5, &D = w.D, &Dp = w.Dp;
         const double c = w.c, delta = w.delta;
         // t3 = Kphi + e acos(c); its cosine and sine by the sum formulas.
-        const double t3 = Kphi + e * w.acos_c;
         const double se = e * w.sin_c;
         const double c3 = cKphi * c - sKphi * se, s3 = sKphi * c + cKphi * se;
         const double ux = a3 * c3 + a4 + d2 * s3;
@@ -350,7 +353,7 @@ struct offset_elbow_arm {
         // the clamped points. Its direction is ux's sign.
         const v3 u = D - uy * y3;
         const v3 x3 = (std::copysign(1.0, ux) / norm(u)) * u;
-        *out = {x3, y3, x5, z5, t3, c3, s3};
+        *out = {x3, y3, x5, z5, c3, s3};
         return true;
     }
 };

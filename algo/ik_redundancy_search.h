@@ -57,6 +57,11 @@ inline constexpr double k_beside_alignment = 2.0 * k_aligned_band;
 inline constexpr double k_tilt_diff_step = 2e-4;
 // First step of the stepped search for the least tilt, radians of the parameter.
 inline constexpr double k_tilt_first_step = 0.005;
+// Radians of the parameter: a Newton step on the tilt shorter than the
+// first ends the search for its least value, and so does one shorter than
+// the second that no halving of it lowers the tilt.
+inline constexpr double k_tilt_settled = 1e-8;
+inline constexpr double k_tilt_converged = 1e-5;
 // Alignments of one group closer than this are one, radians of the parameter.
 inline constexpr double k_same_alignment = 0.02;
 // Steps along the self-motion from the nearest point found at an alignment.
@@ -587,17 +592,29 @@ template <class Arm> class redundancy_search {
         }
         constexpr double k_golden = 0.6180339887498949;
         double lo = std::min(a, c), hi = std::max(a, c);
+        // Each round keeps one inner point (it divides the narrowed bracket
+        // by the same ratio) and evaluates one new one.
+        double x1 = hi - k_golden * (hi - lo), x2 = lo + k_golden * (hi - lo);
+        double h1 = k_inf, h2 = k_inf;
+        bool ok1 = tilt2(j, x1, g, &h1), ok2 = tilt2(j, x2, g, &h2);
         for (int it = 0; it < 10; ++it) {
-            const double x1 = hi - k_golden * (hi - lo), x2 = lo + k_golden * (hi - lo);
-            double h1 = k_inf, h2 = k_inf;
-            const bool ok1 = tilt2(j, x1, g, &h1), ok2 = tilt2(j, x2, g, &h2);
             if (!ok1 && !ok2) break;
             if (ok1 && (!ok2 || h1 < h2)) {
                 hi = x2;
                 if (h1 < hb) b = x1, hb = h1;
+                if (it == 9) break;
+                x2 = x1, h2 = h1, ok2 = ok1;
+                x1 = hi - k_golden * (hi - lo);
+                h1 = k_inf;
+                ok1 = tilt2(j, x1, g, &h1);
             } else {
                 lo = x1;
                 if (h2 < hb) b = x2, hb = h2;
+                if (it == 9) break;
+                x1 = x2, h1 = h2, ok1 = ok2;
+                x2 = lo + k_golden * (hi - lo);
+                h2 = k_inf;
+                ok2 = tilt2(j, x2, g, &h2);
             }
         }
         *p = b, *h = hb;
@@ -672,6 +689,10 @@ template <class Arm> class redundancy_search {
             if (parabola && (it > 0 || !at_end) && least > 4.0 * k_aligned_band * k_aligned_band)
                 return;
             double dp = parabola ? std::clamp(-slope / curvature, -0.3, 0.3) : 0.0;
+            // A step this short moves the joints of the point found by a
+            // trifle: the tilt is at its least.
+            if (parabola && std::fabs(dp) < k_tilt_settled) break;
+            const double newton_dp = dp;
             double h_next = h0, p_next = p;
             bool moved = false;
             // Halved while it leaves the group's solutions or does not lower the tilt.
@@ -681,14 +702,22 @@ template <class Arm> class redundancy_search {
             // near the end of a group's solutions), steps instead, once.
             const bool stalled =
                 !moved || (h_next > 0.5 * h0 && h_next > k_aligned_band * k_aligned_band);
-            const bool settled = moved && std::fabs(p_next - p) < 1e-10;
+            const bool settled = moved && std::fabs(p_next - p) < k_tilt_settled;
             const double dir = moved ? (p_next > p ? 1.0 : -1.0) : (slope > 0.0 ? -1.0 : 1.0);
             if (moved) p = p_next, h0 = h_next;
             if (settled) break;
+            // The parabola's least value within k_tilt_converged, and no
+            // shorter step lowers the tilt: the differences' rounding, not a
+            // turn of the tilt, which the steps below (first k_tilt_first_step
+            // away) would not find either.
+            if (!moved && parabola && std::fabs(newton_dp) < k_tilt_converged) break;
             if (stalled) {
                 if (stepped) break;
                 stepped = true;
+                const double from = p;
                 least_tilt_by_steps(j, g, dir, &p, &h0);
+                // Unmoved by either, the next round would repeat this one.
+                if (!moved && p == from) break;
             }
         }
         if (!admissible(p, &p) || !tilt2(j, p, g, &h0) || h0 > k_aligned_band * k_aligned_band)
