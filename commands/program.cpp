@@ -14,10 +14,8 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <memory>
 #include <new>
-#include <optional>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -52,12 +50,6 @@ constexpr size_t search_echo_chars = 28;
 // The threaded save waits this long for the first point.
 constexpr auto first_point_wait = std::chrono::milliseconds(2000);
 constexpr int save_follow_ms = 1000; // one read of the single-thread save
-
-constexpr auto run_project_cmd = cmd::set<"run_project">("project_state");
-constexpr auto plan_speed_cmd = cmd::set<"plan_speed", "ka_set_plan_speed">("plan_state");
-constexpr auto delete_program_cmd = cmd::set<"delete_program_trajectory">("delete_state");
-constexpr auto update_program_cmd = cmd::set<"update_program_trajectory">("update_state");
-constexpr auto set_default_cmd = cmd::set<"set_default_run_program">("set_state");
 
 std::string system_error_text(int error) { return std::generic_category().message(error); }
 
@@ -126,9 +118,9 @@ int send_pieces(const char *function, ka_robot_handle *handle, const char *text,
     return 0;
 }
 
-// Written by hand: the faulty line is read only after a refusal, from the
-// same reply. The controller's verdict on a downloaded text. *errline is -1 when it was
-// accepted, else the controller's first faulty line when it names one.
+// The controller's verdict on a downloaded text, awaited without a send.
+// *errline is -1 when it was accepted, else the first faulty line when the
+// refusal names one.
 int download_result(ka_robot_handle *handle, int timeout_ms, int *errline) {
     cmd::reply_text reply;
     int n = ka_pack_lock_wait(send_function, handle, download_reply, reply.text, sizeof reply.text,
@@ -146,54 +138,41 @@ int download_result(ka_robot_handle *handle, int timeout_ms, int *errline) {
 }
 
 using reply::text_rule;
+using program = ka_program_trajectory_data_t;
+using programs = ka_program_trajectorys_t;
+using run = ka_program_run_state_t;
 
+// clang-format off
 // A listed program: every key may be missing; the entry starts zeroed.
 constexpr reply::field program_fields[] = {
-    reply::number<&ka_program_trajectory_data_t::id>("id").loose(),
-    reply::number<&ka_program_trajectory_data_t::size>("size").loose(),
-    reply::number<&ka_program_trajectory_data_t::speed>("speed").loose(),
-    reply::text<&ka_program_trajectory_data_t::trajectory_name>(
-        "trajectory_name", KA_PROGRAM_NAME_SIZE - 1, text_rule::terminated)
-        .loose(),
+    reply::number<&program::id>("id").loose(), reply::number<&program::size>("size").loose(), reply::number<&program::speed>("speed").loose(),
+    reply::text<&program::trajectory_name>("trajectory_name", KA_PROGRAM_NAME_SIZE - 1, text_rule::terminated).loose(),
 };
 constexpr reply::schema program_entry{program_fields};
 // The page: only "list" is required; the search text is echoed back (28
 // characters kept) only when one was sent, so it comes last and is left out
 // of the read otherwise.
 constexpr reply::field program_page_fields[] = {
-    reply::list<&ka_program_trajectorys_t::list>("list", program_entry, KA_PROGRAM_LIST_CAPACITY)
-        .cleared(),
-    reply::number<&ka_program_trajectorys_t::page_num>("page_num").loose(),
-    reply::number<&ka_program_trajectorys_t::page_size>("page_size").loose(),
-    reply::number<&ka_program_trajectorys_t::total_size>("total_size").loose(),
-    reply::text<&ka_program_trajectorys_t::vague_search>("vague_search", search_echo_chars,
-                                                         text_rule::terminated)
-        .loose(),
+    reply::list<&programs::list>("list", program_entry, KA_PROGRAM_LIST_CAPACITY).cleared(),
+    reply::number<&programs::page_num>("page_num").loose(), reply::number<&programs::page_size>("page_size").loose(), reply::number<&programs::total_size>("total_size").loose(),
+    reply::text<&programs::vague_search>("vague_search", search_echo_chars, text_rule::terminated).loose(),
 };
 constexpr const char *program_page_error = "[%s] get program trajectory list parser error!\n";
-constexpr reply::schema program_page_reply{program_page_fields, -3, program_page_error,
-                                           program_page_error};
-constexpr reply::schema program_page_unsearched{
-    std::span(program_page_fields).first(std::size(program_page_fields) - 1), -3,
-    program_page_error, program_page_error};
+constexpr reply::schema program_page_reply{program_page_fields, -3, program_page_error, program_page_error};
+constexpr reply::schema program_page_unsearched{std::span(program_page_fields).first(std::size(program_page_fields) - 1), -3, program_page_error, program_page_error};
 
 // The run state: loop arrays may be missing but are arrays when present,
 // their elements taken as numbers whatever they hold.
 constexpr reply::field run_state_fields[] = {
-    reply::number<&ka_program_run_state_t::run_state>("run_state"),
-    reply::numbers_up_to<&ka_program_run_state_t::loop_num, &ka_program_run_state_t::loop_count>(
-        "loop_num", KA_PROGRAM_LOOPS)
-        .optional(),
-    reply::numbers_up_to<&ka_program_run_state_t::loop_cont>("loop_cont", KA_PROGRAM_LOOPS)
-        .optional(),
-    reply::number<&ka_program_run_state_t::id>("id").loose(),
-    reply::number<&ka_program_run_state_t::edit_id>("edit_id").loose(),
-    reply::number<&ka_program_run_state_t::plan_num>("plan_num").loose(),
-    reply::number<&ka_program_run_state_t::step_mode>("step_mode").loose(),
-    reply::number<&ka_program_run_state_t::plan_speed>("plan_speed").loose(),
+    reply::number<&run::run_state>("run_state"),
+    reply::numbers_up_to<&run::loop_num, &run::loop_count>("loop_num", KA_PROGRAM_LOOPS).optional(),
+    reply::numbers_up_to<&run::loop_cont>("loop_cont", KA_PROGRAM_LOOPS).optional(),
+    reply::number<&run::id>("id").loose(), reply::number<&run::edit_id>("edit_id").loose(), reply::number<&run::plan_num>("plan_num").loose(),
+    reply::number<&run::step_mode>("step_mode").loose(), reply::number<&run::plan_speed>("plan_speed").loose(),
 };
 constexpr const char *run_state_error = "[%s] get program run state parser error!\n";
 constexpr reply::schema run_state_reply{run_state_fields, -3, run_state_error, run_state_error};
+// clang-format on
 
 // Starting a stored program and waiting for it: the run state is asked
 // after (1 running, 0 idle, anything else asked again at once) until the
@@ -243,21 +222,51 @@ int wait_save_single(ka_robot_handle *handle) {
     return -6;
 }
 
+// clang-format off
+constexpr auto run_project = cmd::set<"run_project">("project_state", nullptr, m_nOutTime, {{"project_name"}, {"file_size"}, {"plan_speed"}, {"step_flag"}, {"only_save"}, {"save_id"}});
+constexpr auto plan_speed = cmd::set<"plan_speed", "ka_set_plan_speed">("plan_state", nullptr, m_nOutTime, {{"speed"}});
+constexpr reply::record_query run_state{.command = cmd::query<"get_program_run_state">(), .reply = &run_state_reply, .whole = true};
+constexpr auto delete_program = cmd::set<"delete_program_trajectory">("delete_state", nullptr, m_nOutTime, {{"id"}});
+constexpr auto update_program = cmd::set<"update_program_trajectory">("update_state", nullptr, m_nOutTime, {{"id"}, {"plan_speed"}, {"project_name"}});
+constexpr auto set_default = cmd::set<"set_default_run_program">("set_state", nullptr, m_nOutTime, {{"id"}});
+constexpr auto get_default = cmd::query<"get_default_run_program">(nullptr, {{"id"}});
+// The list reply is long (up to 10240 bytes) and holds a record per program.
+constexpr cmd::page_query program_list{"ka_get_program_trajectory_list", "get_program_trajectory_list"};
+// clang-format on
+
 } // namespace
 
 extern "C" {
 
-int ka_run_project(ka_robot_handle *handle, ka_send_project_t *project, int file_size) {
+// clang-format off
+int ka_set_plan_speed(ka_robot_handle *h, int speed) { return plan_speed(h, speed); }
+int ka_get_program_run_state(ka_robot_handle *h, ka_program_run_state_t *state) { return run_state(h, state); }
+int ka_delete_program_trajectory(ka_robot_handle *h, int id) { return delete_program(h, id); }
+int ka_update_program_trajectory(ka_robot_handle *h, int id, int plan_speed, const char *project_name) { return update_program(h, id, plan_speed, project_name); }
+int ka_set_default_run_program(ka_robot_handle *h, int id) { return set_default(h, id); }
+int ka_get_default_run_program(ka_robot_handle *h, int *id) { return get_default(h, id); }
+// clang-format on
+
+int ka_run_project(ka_robot_handle *h, ka_send_project_t *project, int file_size) {
     if (!project) return -1;
     const auto name = cmd::text_of(project->project_path);
-    return cmd::run(run_project_cmd, handle,
-                    {cmd::text("project_name", name.text), cmd::number("file_size", file_size),
-                     cmd::number("plan_speed", project->plan_speed),
-                     cmd::number("step_flag", project->step_flag),
-                     cmd::number("only_save", project->only_save),
-                     cmd::number("save_id", project->save_id)});
+    return run_project(h, name.text, file_size, project->plan_speed, project->step_flag,
+                       project->only_save, project->save_id);
 }
 
+// Irregular: the search text is echoed only when one was sent.
+int ka_get_program_trajectory_list(ka_robot_handle *h, int page_num, int page_size,
+                                   const char *vague_search, ka_program_trajectorys_t *list) {
+    if (!list) return -1;
+    std::vector<char> reply;
+    int n = cmd::run(program_list, h, page_num, page_size, vague_search, reply);
+    if (n < 1) return n;
+    return reply::read(vague_search ? program_page_reply : program_page_unsearched,
+                       program_list.function, reply.data(), *list);
+}
+
+// Irregular: the file goes out raw, in pieces, after "run_project" has
+// announced its size.
 int ka_send_project(ka_robot_handle *handle, ka_send_project_t *project, int *errline) {
     if (!project || !errline) return -1;
     size_t limit = static_cast<size_t>(
@@ -300,6 +309,7 @@ int ka_send_project(ka_robot_handle *handle, ka_send_project_t *project, int *er
     return download_result(handle, file_download_ms, errline);
 }
 
+// Irregular: text the caller holds goes out raw, as the file does.
 int ka_send_project_lock(ka_robot_handle *handle, const char *text, int len, int *errline) {
     if (!text || !errline || len < 1) return -1;
     cmd::forget(handle, download_reply);
@@ -309,64 +319,8 @@ int ka_send_project_lock(ka_robot_handle *handle, const char *text, int len, int
     return download_result(handle, text_download_ms, errline);
 }
 
-int ka_set_plan_speed(ka_robot_handle *handle, int speed) {
-    return cmd::run(plan_speed_cmd, handle, {cmd::number("speed", speed)});
-}
-
-// The list reply is long (up to 10240 bytes) and holds a record per program.
-int ka_get_program_trajectory_list(ka_robot_handle *handle, int page_num, int page_size,
-                                   const char *vague_search, ka_program_trajectorys_t *list) {
-    constexpr cmd::page_query page{"ka_get_program_trajectory_list", "get_program_trajectory_list"};
-    constexpr const char *function = page.function;
-    if (!list) return -1;
-    std::vector<char> reply;
-    int n = cmd::run(page, handle, page_num, page_size, vague_search, reply);
-    if (n < 1) return n;
-    return reply::read(vague_search ? program_page_reply : program_page_unsearched, function,
-                       reply.data(), *list);
-}
-
-int ka_get_program_run_state(ka_robot_handle *handle, ka_program_run_state_t *state) {
-    constexpr const char *function = "ka_get_program_run_state";
-    if (!state) return -1;
-    cmd::reply_text reply;
-    int n = cmd::run(cmd::query_command{function, "get_program_run_state", "get_program_run_state"},
-                     handle, reply);
-    if (n < 1) return n;
-    ka_program_run_state_t read = *state; // written only once the whole reply is read
-    int parsed = reply::read(run_state_reply, function, reply.text, read);
-    if (parsed == 0) *state = read;
-    return parsed;
-}
-
-int ka_delete_program_trajectory(ka_robot_handle *handle, int id) {
-    return cmd::run(delete_program_cmd, handle, {cmd::number("id", id)});
-}
-
-int ka_update_program_trajectory(ka_robot_handle *handle, int id, int plan_speed,
-                                 const char *project_name) {
-    if (!project_name) return -1;
-    return cmd::run(update_program_cmd, handle,
-                    {cmd::number("id", id), cmd::number("plan_speed", plan_speed),
-                     cmd::text("project_name", project_name)});
-}
-
-int ka_set_default_run_program(ka_robot_handle *handle, int id) {
-    return cmd::run(set_default_cmd, handle, {cmd::number("id", id)});
-}
-
-int ka_get_default_run_program(ka_robot_handle *handle, int *id) {
-    if (!id) return -1;
-    ka_reply_field field = cmd::int_field("id");
-    cmd::query_result r = cmd::read(
-        {"ka_get_default_run_program", "get_default_run_program", "get_default_run_program"},
-        handle, {&field, 1});
-    if (r.status == 0) *id = field.value.i;
-    return r.status;
-}
-
-// Written out by hand: "speed" is sent only when given, and a blocking start
-// follows the program to its end.
+// Irregular: "speed" is sent only when given, and a blocking start follows
+// the program to its end.
 int ka_set_program_id_run(ka_robot_handle *handle, int id, int speed, int timeout) {
     const bool block = timeout != 0;
     wait::session session(handle, run_wait, block, block ? wait::finish_report : nullptr);
@@ -383,8 +337,8 @@ int ka_set_program_id_run(ka_robot_handle *handle, int id, int speed, int timeou
     return session.wait(timeout, length, id);
 }
 
-// Written by hand: the total is handed to the save before it is checked, and
-// each step logs its own line.
+// Irregular: the total is handed to the save before it is checked, each
+// step logs its own line, and the points then stream into the file.
 int ka_save_trajectory(ka_robot_handle *handle, const char *path, int *num) {
     if (!path || !num) return -1;
     if (!save_begin(path)) {

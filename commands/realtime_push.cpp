@@ -1,4 +1,6 @@
-// Realtime state push: configuration commands.
+// Realtime state push: configuration commands. Both are written by hand:
+// "custom" is an object of switches, and the force frame goes out and comes
+// back only on arms with a force sensor.
 #include "core/command.h"
 
 #include <cstring>
@@ -11,6 +13,16 @@ bool has_force_sensor(const arm_record *arm) {
     int type = arm ? load_public(arm->pub.force_type) : 0;
     return type == KA_FORCE_TYPE_ZF || type == KA_FORCE_TYPE_6F;
 }
+
+// The "custom" switches: 1 on, 0 off; a negative one is not sent, which
+// leaves the controller's setting as it is, and reads back as -1 when the
+// reply lacks it.
+using custom = ka_realtime_push_custom_t;
+constexpr std::pair<const char *, int32_t custom::*> switches[] = {
+    {"joint_speed", &custom::joint_speed},
+    {"lift_state", &custom::lift_state},
+    {"expand_state", &custom::expand_state},
+    {"arm_current_status", &custom::arm_current_status}};
 
 } // namespace
 
@@ -26,15 +38,10 @@ extern "C" int ka_set_realtime_push(ka_robot_handle *handle, ka_realtime_push_co
         ka_log_error("[%s] handle is NULL!\n", "ka_get_robot_info");
         return -1;
     }
-    // Each part: 1 on, 0 off, negative leaves the controller's setting as it is.
-    cJSON *custom = cJSON_CreateObject();
-    const std::pair<const char *, int32_t> parts[] = {
-        {"joint_speed", config.custom.joint_speed},
-        {"lift_state", config.custom.lift_state},
-        {"expand_state", config.custom.expand_state},
-        {"arm_current_status", config.custom.arm_current_status}};
-    for (const auto &[key, value] : parts)
-        if (value >= 0) cJSON_AddBoolToObject(custom, key, value != 0);
+    cJSON *on_off = cJSON_CreateObject();
+    for (const auto &[key, member] : switches)
+        if (config.custom.*member >= 0)
+            cJSON_AddBoolToObject(on_off, key, config.custom.*member != 0);
 
     ka_request_field fields[7];
     int count = 0;
@@ -47,7 +54,7 @@ extern "C" int ka_set_realtime_push(ka_robot_handle *handle, ka_realtime_push_co
     // Spelled so on the set side; the controller reports "force_coordinate".
     if (config.force_coordinate > 0 && has_force_sensor(arm.get()))
         fields[count++] = cmd::number("force_cordinate", config.force_coordinate);
-    fields[count++] = cmd::item("custom", custom);
+    fields[count++] = cmd::item("custom", on_off);
 
     if (common_json_pack_set(arm.get(), fields, count) != 0) {
         ka_log_error("[%s] %s send error\n", function, command);
@@ -61,32 +68,24 @@ extern "C" int ka_set_realtime_push(ka_robot_handle *handle, ka_realtime_push_co
     return parse_ka_set_command(function, reply.text, "state");
 }
 
-// Written by hand: "custom" is an object of switches, and "force_coordinate"
-// is read only when the arm has a force sensor.
+// The handle keeps the port the controller pushes to.
 extern "C" int ka_get_realtime_push(ka_robot_handle *handle, ka_realtime_push_config_t *config) {
-    constexpr const char *function = "ka_get_realtime_push";
     if (!config) return -1;
-    cmd::reply_text reply;
-    int n = cmd::run(cmd::query_command{function, "get_realtime_push", "get_realtime_push"}, handle,
-                     reply);
-    if (n < 1) return n;
     ka_reply_field fields[] = {cmd::int_field("cycle"),   cmd::int_field("port"),
                                cmd::text_field("ip"),     cmd::bool_field("enable"),
                                cmd::item_field("custom"), cmd::int_field("force_coordinate")};
-    int count = has_force_sensor(registry_find(handle).get()) ? 6 : 5;
-    int parsed = common_json_parse(function, reply.text, fields, count);
-    json_ptr custom(fields[4].value.item);
-    if (parsed != 0) return parsed;
+    const bool force = has_force_sensor(registry_find(handle).get());
+    cmd::query_result r =
+        cmd::read(cmd::query<"get_realtime_push">(), handle, std::span(fields, force ? 6 : 5));
+    json_ptr on_off(fields[4].value.item);
+    if (r.status != 0) return r.status;
     config->cycle = fields[0].value.i;
     config->port = fields[1].value.i;
     std::snprintf(config->ip, sizeof config->ip, "%s", fields[2].value.s);
     config->enable = fields[3].value.b;
-    if (count == 6) config->force_coordinate = fields[5].value.i;
-    config->custom.joint_speed = MIO_JSON_GetObjectItemBool(custom.get(), "joint_speed");
-    config->custom.lift_state = MIO_JSON_GetObjectItemBool(custom.get(), "lift_state");
-    config->custom.expand_state = MIO_JSON_GetObjectItemBool(custom.get(), "expand_state");
-    config->custom.arm_current_status =
-        MIO_JSON_GetObjectItemBool(custom.get(), "arm_current_status");
+    if (force) config->force_coordinate = fields[5].value.i;
+    for (const auto &[key, member] : switches)
+        config->custom.*member = MIO_JSON_GetObjectItemBool(on_off.get(), key);
     if (arm_ptr arm = registry_find(handle)) {
         std::lock_guard<std::mutex> lock(arm->cache_mutex);
         arm->push_port = config->port;

@@ -236,6 +236,32 @@ int read_common(const schema &s, const char *function, const char *text, void *r
 
 } // namespace
 
+int run(const record_query &q, ka_robot_handle *handle, void *record,
+        std::span<const ka_request_field> request) {
+    const cmd::query_command &c = q.command;
+    char text[2 * reply_buffer_size] = {};
+    const int size = std::min(q.reply_size, static_cast<int>(sizeof text));
+    const int n =
+        cmd::exchange(c.function, handle, c.command, request, c.reply, c.timeout_ms, text, size);
+    if (n < 1) return n;
+    int dof = 0;
+    const auto &fields = q.reply->fields;
+    if (std::any_of(fields.begin(), fields.end(), [](const field &f) {
+            return f.what == kind::numbers && f.count == cmd::per_joint;
+        })) {
+        dof = cmd::arm_dof(handle);
+        if (!dof) return cmd::disconnected(c.function);
+    }
+    const char *label = q.label ? q.label : c.function;
+    if (q.first)
+        if (int status = q.first(label, text); status != 0) return status;
+    const int status = read(*q.reply, label, text, record, dof);
+    if (status != 0 && q.refused_key)
+        return parse_ka_set_command(label, text, q.refused_key) == 1 ? 1 : -3;
+    if (status != 0 || !q.then) return status;
+    return q.then(label, handle, text, record);
+}
+
 int read(const schema &s, const char *function, const char *text, void *record, int dof) {
     if (s.common) return read_common(s, function, text, record, dof);
     json_ptr doc = json_parse(text);

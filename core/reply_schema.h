@@ -122,6 +122,58 @@ int read(const schema &s, const char *function, const char *text, Record &record
     return read(s, function, text, static_cast<void *>(&record), dof);
 }
 
+// ------------------------------------------------------- record queries
+
+// A query whose reply fills a record: the command's row (request keys with
+// their scale tags, reply name, time-out) and the schema of its reply, so
+// that a family states both and calls one thing. Per-joint arrays in the
+// schema take the arm's DOF once the reply is in (another DOF than 6 or 7
+// logs the disconnected line and gives -1).
+struct record_query {
+    cmd::query_command command;
+    const schema *reply;
+    // The caller's record is written only once the whole reply was read and
+    // `then` accepted it; otherwise the schema's own rules decide.
+    bool whole = false;
+    // A reply the schema refuses gives 1 when this key is false in it (how
+    // the controller says "no such item"), else -3.
+    const char *refused_key = nullptr;
+    // Judges the reply before the record is read; a non-zero status ends the call.
+    int (*first)(const char *function, const char *text) = nullptr;
+    // Reads more of the same reply into the record, or keeps its copy of it;
+    // a non-zero status is the call's.
+    int (*then)(const char *function, ka_robot_handle *handle, const char *text,
+                void *record) = nullptr;
+    const char *label = nullptr;        // names the reader's lines when not the command's function
+    int reply_size = reply_buffer_size; // at most twice that
+
+    // The request values in the command's args order; a null record or
+    // value gives -1 with nothing sent.
+    template <typename Record, typename... V>
+    int operator()(ka_robot_handle *handle, Record *record, V... v) const;
+};
+// 0, the exchange's code, -1 for a lost DOF, or what the reading gives.
+int run(const record_query &q, ka_robot_handle *handle, void *record,
+        std::span<const ka_request_field> request);
+
+template <typename Record, typename... V>
+int record_query::operator()(ka_robot_handle *handle, Record *record, V... v) const {
+    if (!record || (cmd::is_null(v) || ...)) return -1;
+    cmd::request r(command.function, handle);
+    int i = 0;
+    (r.add(command.args[i++], v), ...);
+    if (r.status) return r.status;
+    if constexpr (!std::is_array_v<Record>) {
+        if (whole) {
+            Record copy = *record;
+            const int status = run(*this, handle, &copy, r.fields());
+            if (status == 0) *record = copy;
+            return status;
+        }
+    }
+    return run(*this, handle, record, r.fields());
+}
+
 // ------------------------------------------------------ describing fields
 
 namespace detail {
@@ -228,6 +280,21 @@ template <auto... Path> constexpr field pose(const char *key) {
     static_assert(detail::target_of<detail::leaf<Path...>>() == target::pose);
     field f{kind::pose, key, detail::at<Path...>, target::pose};
     f.count = 6;
+    return f;
+}
+// The record itself as the value: one T (a flag for bool), or count of
+// them when the record is an array.
+template <typename T> void *element_of(void *record, int index) {
+    return static_cast<T *>(record) + index;
+}
+template <typename T> constexpr field value(const char *key) {
+    constexpr target type = detail::target_of<T>();
+    return {type == target::boolean ? kind::flag : kind::number, key, element_of<T>, type};
+}
+template <typename T>
+constexpr field values(const char *key, int count, scale_tag tag = scale_tag::plain) {
+    field f{kind::numbers, key, element_of<T>, detail::target_of<T>(), tag};
+    f.count = count;
     return f;
 }
 // Missing is no verdict; false gives 1 with the refusal line.

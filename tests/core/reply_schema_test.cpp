@@ -225,3 +225,66 @@ TEST(reply_schema, a_shown_field_logs_its_values_as_read) {
     EXPECT_TRUE(log.contains("[t] name abcdef\n")); // the text as sent, not as kept
     EXPECT_TRUE(log.contains("[t] xy (1.500, -0.250)\n"));
 }
+
+namespace {
+
+// A record query's hooks, each leaving a trace in the record it was given.
+int refuse_first(const char *, const char *text) { return std::strstr(text, "\"stop\"") ? 5 : 0; }
+int then_checks(const char *, ka_robot_handle *, const char *, void *record) {
+    auto &s = *static_cast<sample *>(record);
+    s.loop_count = 42;
+    return s.count == 13 ? 7 : 0;
+}
+
+constexpr cmd::as milli = cmd::as::thousandths;
+// clang-format off
+constexpr reply::record_query whole_query{.command = cmd::query<"probe", "t">("probe_data", {}, {{"name"}, {"m", milli}, {nullptr, milli}}), .reply = &common, .whole = true, .first = refuse_first, .then = then_checks};
+constexpr reply::record_query direct_query{.command = cmd::query<"probe", "t">("probe_data"), .reply = &scalars, .refused_key = "known"};
+// clang-format on
+
+} // namespace
+
+// The request goes out with its keys and scale tags, the reply is read by
+// the schema (per-joint arrays with the arm's DOF), and the hooks, the
+// refusal key and the whole-record rule decide what the caller sees.
+TEST(reply_schema, a_record_query_exchanges_then_reads_its_reply) {
+    arm_session s;
+    const std::string ok = R"("n":3,"on":true,"name":"abcdef","j":[1,2,3,4,5,6])";
+    auto run_whole = [&](sample &r, ka_robot_handle *h) {
+        return whole_query(h, &r, "ab", 1.5f, -0.25f);
+    };
+    struct check {
+        const char *what;
+        bool whole;
+        std::string reply;
+        int code;
+        std::function<void(const sample &)> record;
+    };
+    auto untouched = [](const sample &r) { EXPECT_EQ(r.count, 0x7a7a7a7a); };
+    // clang-format off
+    const check rows[] = {
+        {"read whole, then the hook", true, line("probe_data", ok), 0, [](const sample &r) { EXPECT_EQ(r.count, 3); EXPECT_FLOAT_EQ(r.joints[5], 0.006f); EXPECT_EQ(r.joints[6], z_float); EXPECT_EQ(r.loop_count, 42); }},
+        {"a failed read leaves the record whole", true, line("probe_data", R"("n":3,"on":true,"name":"a","j":[1,2])"), -3, untouched},
+        {"the first hook judges before the read", true, line("probe_data", R"("stop":1,)" + ok), 5, untouched},
+        {"the then hook's status is the call's, record unwritten", true, line("probe_data", R"("n":13,"on":true,"name":"a","j":[1,2,3,4,5,6])"), 7, untouched},
+        {"direct: the refusal key false gives 1", false, line("probe_data", R"("known":false)"), 1, untouched},
+        {"direct: without the refusal key, -3", false, line("probe_data", R"("other":1)"), -3, untouched},
+        {"direct: what the schema read before failing stays", false, line("probe_data", R"("n":4,"a":1)"), -3, [](const sample &r) { EXPECT_EQ(r.count, 4); }},
+    };
+    // clang-format on
+    for (const check &c : rows) {
+        SCOPED_TRACE(c.what);
+        sample r = filled();
+        const std::string request =
+            c.whole ? line("probe", R"("name":"ab","m":[1500,-250])") : line("probe");
+        wire_case row{
+            c.what,
+            [&](ka_robot_handle *h) { return c.whole ? run_whole(r, h) : direct_query(h, &r); },
+            request, c.reply, c.code};
+        expect_wire(s, row);
+        c.record(r);
+    }
+    sample r = filled();
+    EXPECT_EQ(whole_query(s.arm, static_cast<sample *>(nullptr), "ab", 1.5f, -0.25f), -1);
+    EXPECT_EQ(whole_query(s.arm, &r, static_cast<const char *>(nullptr), 1.5f, -0.25f), -1);
+}
