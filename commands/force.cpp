@@ -30,18 +30,39 @@ int send_only(const char *function, ka_robot_handle *handle, const char *command
     return cmd::exchange(function, handle, command, fields, nullptr, pause_ms, nullptr, 0);
 }
 
-// A calibration command: with block, the controller's verdict on "set_state"
-// within 30 s; without, sent only.
-int calibrate(const char *function, ka_robot_handle *handle, const char *command,
-              std::initializer_list<ka_request_field> fields, bool block) {
-    if (!block) return send_only(function, handle, command, fields, sent_only_pause_ms);
+// A calibration: with block, the controller's verdict on "set_state" within
+// 30 s; without, sent only and paced.
+template <cmd::wire_name Command, cmd::wire_name Label = "">
+constexpr cmd::set_command calibration(std::initializer_list<cmd::arg> args = {}) {
+    return cmd::set<Command, Label>("set_state", calibration_reply, calibration_timeout_ms, args);
+}
+template <typename... V>
+int calibrate(const cmd::set_command &c, ka_robot_handle *handle, bool block, V... v) {
+    cmd::request r(c.function, handle);
+    r.take(c.args, v...);
+    if (r.status) return r.status;
+    if (!block)
+        return cmd::exchange(c.function, handle, c.command, r.fields(), nullptr, sent_only_pause_ms,
+                             nullptr, 0);
     // A verdict left unread by an earlier call without block must not stand
     // for this calibration.
     cmd::forget(handle, calibration_reply);
-    return cmd::run(
-        cmd::set_command{function, command, calibration_reply, "set_state", calibration_timeout_ms},
-        handle, fields);
+    return cmd::run(c, handle, r.fields());
 }
+
+// clang-format off
+constexpr auto force_sensor = calibration<"set_force_sensor">();
+constexpr auto auto_fz = calibration<"auto_set_Fz">();
+constexpr auto manual_fz = calibration<"manual_set_Fz">({{"pose1", cmd::as::joints}, {"pose2", cmd::as::joints}});
+constexpr cmd::set_command manual_force[] = {
+    calibration<"manual_set_force_pose1", "ka_manual_set_force">({{"joint", cmd::as::joints}}),
+    calibration<"manual_set_force_pose2", "ka_manual_set_force">({{"joint", cmd::as::joints}}),
+    calibration<"manual_set_force_pose3", "ka_manual_set_force">({{"joint", cmd::as::joints}}),
+    calibration<"manual_set_force_pose4", "ka_manual_set_force">({{"joint", cmd::as::joints}}),
+};
+constexpr auto force_data = cmd::query<"get_force_data">(nullptr, {{"force_data", cmd::as::thousandths, 6}, {"zero_force_data", cmd::as::thousandths, 6}, {"work_zero_force_data", cmd::as::thousandths, 6}, {"tool_zero_force_data", cmd::as::thousandths, 6}});
+constexpr auto fz_data = cmd::query<"get_Fz">(nullptr, {{"Fz", cmd::as::thousandths}, {"zero_Fz", cmd::as::thousandths}, {"work_zero_Fz", cmd::as::thousandths}, {"tool_zero_Fz", cmd::as::thousandths}});
+// clang-format on
 
 // Forces of the older commands: cut to whole newtons first, then tenths
 // (12.7 N goes out as 120).
@@ -86,9 +107,14 @@ constexpr auto start_multi_drag_teach_new =
 constexpr auto pause_drag_trajectory = cmd::set<"pause_drag_trajectory">("pause_state");
 constexpr auto continue_drag_trajectory = cmd::set<"continue_drag_trajectory">("continue_state");
 constexpr auto stop_drag_trajectory = cmd::set<"stop_drag_trajectory">("stop_state");
-constexpr auto set_force_position = cmd::set<"set_force_position">("set_state");
-constexpr auto set_force_position_new =
-    cmd::set<"set_force_position", "ka_set_force_position_new">("set_state");
+// Forces go out as tenths of a newton, converted by the caller's row.
+// clang-format off
+constexpr auto set_force_position = cmd::set<"set_force_position">("set_state", nullptr, m_nOutTime, {{"sensor"}, {"mode"}, {"direction"}, {"N"}});
+constexpr auto set_force_position_new = cmd::set<"set_force_position", "ka_set_force_position_new">("set_state", nullptr, m_nOutTime, {{"mode"}, {"sensor"}, {"desired_force", cmd::as::six}, {"control_mode", cmd::as::six}, {"limit_vel", cmd::as::six}});
+// The passthrough goes out without an answer and without a pause.
+constexpr auto move_joint = cmd::send<"Force_Position_Move", "ka_force_position_move_joint">(0, {{"joint", cmd::as::joints}, {"follow"}, {"sensor"}, {"mode"}, {"dir"}, {"force"}});
+constexpr auto move_pose = cmd::send<"Force_Position_Move", "ka_force_position_move_pose">(0, {{"follow"}, {"sensor"}, {"mode"}, {"dir"}, {"force"}, {nullptr, cmd::as::target}});
+// clang-format on
 constexpr auto stop_force_position = cmd::set<"stop_force_position">("stop_state");
 constexpr auto start_force_position_move =
     cmd::set<"Start_Force_Position_Move", "ka_start_force_position_move">("set_state");
@@ -96,6 +122,15 @@ constexpr auto stop_force_position_move =
     cmd::set<"Stop_Force_Position_Move", "ka_stop_force_position_move">("set_state");
 
 constexpr const char *sensitivity_key = "grade";
+
+// The way to the first recorded point: only sent, then (block) followed as a
+// joint move; without a receive path the call gives 0.
+constexpr wait::command drag_origin = [] {
+    constexpr auto accept = cmd::send<"drag_trajectory_origin">(sent_only_pause_ms);
+    wait::command c{accept, wait::queried_motion(accept.function, KA_TRAJECTORY_MOVEJ)};
+    c.wait.no_reader = 0;
+    return c;
+}();
 
 // Replay of the recorded drag trajectory.
 constexpr const char *replay_function = "ka_run_drag_trajectory";
@@ -149,98 +184,54 @@ int replay_threaded(ka_robot_handle *handle, int pause_ms) {
 
 extern "C" {
 
-// ---------------------------------------------------------------- sensors
-
-int ka_get_force_data(ka_robot_handle *handle, ka_force_data_t *data) {
-    if (!data) return -1;
-    ka_reply_field fields[] = {
-        cmd::ints_field("force_data", 6), cmd::ints_field("zero_force_data", 6),
-        cmd::ints_field("work_zero_force_data", 6), cmd::ints_field("tool_zero_force_data", 6)};
-    cmd::query_result r =
-        cmd::read({"ka_get_force_data", "get_force_data", "get_force_data"}, handle, fields);
-    if (r.status != 0) return r.status;
-    float *out[] = {data->force_data, data->zero_force_data, data->work_zero_force_data,
-                    data->tool_zero_force_data};
-    for (int f = 0; f < 4; ++f)
-        cmd::put_joints(out[f], fields[f], 6, scale::from_thousandths);
-    return 0;
-}
-
+// clang-format off
+int ka_get_force_data(ka_robot_handle *handle, ka_force_data_t *d) { return d ? force_data(handle, d->force_data, d->zero_force_data, d->work_zero_force_data, d->tool_zero_force_data) : -1; }
 int ka_clear_force_data(ka_robot_handle *handle) { return clear_force_data(handle); }
+int ka_set_force_sensor(ka_robot_handle *handle, bool block) { return calibrate(force_sensor, handle, block); }
+int ka_stop_set_force_sensor(ka_robot_handle *handle) { return stop_set_force_sensor(handle); }
+int ka_clear_Fz(ka_robot_handle *handle) { return clear_fz(handle); }
+int ka_auto_set_Fz(ka_robot_handle *handle, bool block) { return calibrate(auto_fz, handle, block); }
+int ka_manual_set_Fz(ka_robot_handle *handle, float *joint1, float *joint2, bool block) { return calibrate(manual_fz, handle, block, static_cast<const float *>(joint1), static_cast<const float *>(joint2)); }
+int ka_start_drag_teach(ka_robot_handle *handle, int trajectory_record) { return start_drag_teach(handle, trajectory_record); }
+int ka_stop_drag_teach(ka_robot_handle *handle) { return stop_drag_teach(handle); }
+int ka_start_multi_drag_teach(ka_robot_handle *handle, int mode, int singular_wall) { return start_multi_drag_teach(handle, mode, singular_wall); }
+int ka_set_drag_teach_sensitivity(ka_robot_handle *handle, int grade) { return ka_set_data_common(handle, grade, "set_drag_teach_sensitivity", sensitivity_key); }
+int ka_get_drag_teach_sensitivity(ka_robot_handle *handle, int *grade) { return ka_get_data_common(handle, grade, "get_drag_teach_sensitivity", sensitivity_key); }
+int ka_drag_trajectory_origin(ka_robot_handle *handle, int block) { return drag_origin(handle, wait::when(block)); }
+int ka_pause_drag_trajectory(ka_robot_handle *handle) { return pause_drag_trajectory(handle); }
+int ka_continue_drag_trajectory(ka_robot_handle *handle) { return continue_drag_trajectory(handle); }
+int ka_stop_drag_trajectory(ka_robot_handle *handle) { return stop_drag_trajectory(handle); }
+int ka_set_force_position(ka_robot_handle *handle, int sensor, int mode, int direction, float N) { return set_force_position(handle, sensor, mode, direction, whole_newtons_in_tenths(N)); }
+int ka_stop_force_position(ka_robot_handle *handle) { return stop_force_position(handle); }
+int ka_start_force_position_move(ka_robot_handle *handle) { return start_force_position_move(handle); }
+int ka_stop_force_position_move(ka_robot_handle *handle) { return stop_force_position_move(handle); }
+int ka_force_position_move_joint(ka_robot_handle *handle, const float *joint, int sensor, int mode, int dir, float force, bool follow) { return move_joint(handle, joint, follow, sensor, mode, dir, whole_newtons_in_tenths(force)); }
+int ka_force_position_move_pose(ka_robot_handle *handle, ka_pose_t pose, int sensor, int mode, int dir, float force, bool follow) { return move_pose(handle, follow, sensor, mode, dir, whole_newtons_in_tenths(force), pose); }
+// clang-format on
 
-int ka_set_force_sensor(ka_robot_handle *handle, bool block) {
-    return calibrate("ka_set_force_sensor", handle, "set_force_sensor", {}, block);
-}
-
+// Written by hand: the posture number picks the command, and only the last
+// posture is answered.
 int ka_manual_set_force(ka_robot_handle *handle, int type, float *joint, bool block) {
-    constexpr const char *function = "ka_manual_set_force";
-    static constexpr const char *postures[] = {"manual_set_force_pose1", "manual_set_force_pose2",
-                                               "manual_set_force_pose3", "manual_set_force_pose4"};
     if (type < 1 || type > 4) {
-        ka_log_error("[%s] posture type %d is not 1, 2, 3 or 4\n", function, type);
+        ka_log_error("[%s] posture type %d is not 1, 2, 3 or 4\n", manual_force[0].function, type);
         return -1;
     }
-    if (!joint) return -1;
-    int dof = cmd::arm_dof(handle);
-    if (!dof) return cmd::disconnected(function);
-    cmd::wire_joints wire = cmd::joints_to_wire(joint, dof);
-    // Only the last posture is answered; the first three are taken in silence.
-    return calibrate(function, handle, postures[type - 1],
-                     {cmd::numbers("joint", wire.v, wire.count)}, block && type == 4);
+    return calibrate(manual_force[type - 1], handle, block && type == 4,
+                     static_cast<const float *>(joint));
 }
 
-int ka_stop_set_force_sensor(ka_robot_handle *handle) { return stop_set_force_sensor(handle); }
-
+// Written by hand: only arms reporting the six-axis sensor are asked.
 int ka_get_Fz(ka_robot_handle *handle, ka_fz_data_t *data) {
     if (!data) return -1;
-    // Only arms reporting the six-axis sensor are asked.
     ka_robot_info_t info{};
     if (ka_get_robot_info(handle, &info) != 0 || info.force_type != KA_FORCE_TYPE_6F) {
         ka_log_error("arm force type check err!");
         return -2;
     }
-    ka_reply_field fields[] = {cmd::int_field("Fz"), cmd::int_field("zero_Fz"),
-                               cmd::int_field("work_zero_Fz"), cmd::int_field("tool_zero_Fz")};
-    cmd::query_result r = cmd::read({"ka_get_Fz", "get_Fz", "get_Fz"}, handle, fields);
-    if (r.status != 0) return r.status;
-    data->Fz = scale::from_thousandths(fields[0].value.i);
-    data->zero_Fz = scale::from_thousandths(fields[1].value.i);
-    data->work_zero_Fz = scale::from_thousandths(fields[2].value.i);
-    data->tool_zero_Fz = scale::from_thousandths(fields[3].value.i);
-    return 0;
+    return fz_data(handle, &data->Fz, &data->zero_Fz, &data->work_zero_Fz, &data->tool_zero_Fz);
 }
 
-int ka_clear_Fz(ka_robot_handle *handle) { return clear_fz(handle); }
-
-int ka_auto_set_Fz(ka_robot_handle *handle, bool block) {
-    return calibrate("ka_auto_set_Fz", handle, "auto_set_Fz", {}, block);
-}
-
-int ka_manual_set_Fz(ka_robot_handle *handle, float *joint1, float *joint2, bool block) {
-    constexpr const char *function = "ka_manual_set_Fz";
-    if (!joint1 || !joint2) return -1;
-    int dof = cmd::arm_dof(handle);
-    if (!dof) return cmd::disconnected(function);
-    cmd::wire_joints first = cmd::joints_to_wire(joint1, dof);
-    cmd::wire_joints second = cmd::joints_to_wire(joint2, dof);
-    return calibrate(function, handle, "manual_set_Fz",
-                     {cmd::numbers("pose1", first.v, first.count),
-                      cmd::numbers("pose2", second.v, second.count)},
-                     block);
-}
-
-// ---------------------------------------------------------- drag teaching
-
-int ka_start_drag_teach(ka_robot_handle *handle, int trajectory_record) {
-    return start_drag_teach(handle, trajectory_record);
-}
-
-int ka_stop_drag_teach(ka_robot_handle *handle) { return stop_drag_teach(handle); }
-
-int ka_start_multi_drag_teach(ka_robot_handle *handle, int mode, int singular_wall) {
-    return start_multi_drag_teach(handle, mode, singular_wall);
-}
-
+// Written by hand: the keys sent depend on the arm's force sensor.
 int ka_start_multi_drag_teach_new(ka_robot_handle *handle, const ka_multi_drag_teach_t *param) {
     if (!param) return -1;
     arm_ptr arm = registry_find(handle);
@@ -256,34 +247,15 @@ int ka_start_multi_drag_teach_new(ka_robot_handle *handle, const ka_multi_drag_t
     return cmd::run(start_multi_drag_teach_new, handle, {cmd::number("frame", param->frame)});
 }
 
-int ka_set_drag_teach_sensitivity(ka_robot_handle *handle, int grade) {
-    return ka_set_data_common(handle, grade, "set_drag_teach_sensitivity", sensitivity_key);
-}
-
-int ka_get_drag_teach_sensitivity(ka_robot_handle *handle, int *grade) {
-    return ka_get_data_common(handle, grade, "get_drag_teach_sensitivity", sensitivity_key);
-}
-
-int ka_drag_trajectory_origin(ka_robot_handle *handle, int block) {
-    constexpr const char *function = "ka_drag_trajectory_origin";
-    // The way to the first recorded point runs as a joint move.
-    static constexpr wait::policy origin_wait = wait::queried_motion(function, KA_TRAJECTORY_MOVEJ);
-    wait::session session(handle, origin_wait, block != 0);
-    int sent = send_only(function, handle, "drag_trajectory_origin", {}, sent_only_pause_ms);
-    if (sent != 0) return sent;
-    if (!block) return 0;
-    return session.wait(block, 0);
-}
-
+// Written by hand: the replay's verdict comes only once the replay is over.
 int ka_run_drag_trajectory(ka_robot_handle *handle, int timeout) {
     if (timeout < 0) {
         ka_log_error("[%s] timeout %d is negative\n", replay_function, timeout);
         return -1;
     }
     if (timeout == 0) return send_only(replay_function, handle, replay_command, {}, 0);
-    // The verdict comes only once the replay is over. Read directly, it is
-    // the answer to the command; filed by the receive thread, the replay is
-    // followed until it ends.
+    // Read directly, the verdict is the answer to the command; filed by the
+    // receive thread, the replay is followed until it ends.
     if (wait::current_reader().direct)
         return cmd::run(cmd::set_command{replay_function, replay_command, replay_command,
                                          "run_state", cmd::seconds_to_ms(timeout)},
@@ -291,66 +263,17 @@ int ka_run_drag_trajectory(ka_robot_handle *handle, int timeout) {
     return replay_threaded(handle, cmd::seconds_to_ms(timeout));
 }
 
-int ka_pause_drag_trajectory(ka_robot_handle *handle) { return pause_drag_trajectory(handle); }
-int ka_continue_drag_trajectory(ka_robot_handle *handle) {
-    return continue_drag_trajectory(handle);
-}
-int ka_stop_drag_trajectory(ka_robot_handle *handle) { return stop_drag_trajectory(handle); }
-
-// ------------------------------------------------- force-position control
-
-int ka_set_force_position(ka_robot_handle *handle, int sensor, int mode, int direction, float N) {
-    return cmd::run(set_force_position, handle,
-                    {cmd::number("sensor", sensor), cmd::number("mode", mode),
-                     cmd::number("direction", direction),
-                     cmd::number("N", whole_newtons_in_tenths(N))});
-}
-
+// Written by hand: the force target is converted per axis first.
 int ka_set_force_position_new(ka_robot_handle *handle, const ka_force_position_t *param) {
     if (!param) return -1;
     force_target t =
         force_target_to_wire(param->control_mode, param->desired_force, param->limit_vel);
-    return cmd::run(set_force_position_new, handle,
-                    {cmd::number("mode", param->mode), cmd::number("sensor", param->sensor),
-                     cmd::numbers("desired_force", t.desired_force, 6),
-                     cmd::numbers("control_mode", t.control_mode, 6),
-                     cmd::numbers("limit_vel", t.limit_vel, 6)});
+    return set_force_position_new(
+        handle, param->mode, param->sensor, static_cast<const int *>(t.desired_force),
+        static_cast<const int *>(t.control_mode), static_cast<const int *>(t.limit_vel));
 }
 
-int ka_stop_force_position(ka_robot_handle *handle) { return stop_force_position(handle); }
-int ka_start_force_position_move(ka_robot_handle *handle) {
-    return start_force_position_move(handle);
-}
-int ka_stop_force_position_move(ka_robot_handle *handle) {
-    return stop_force_position_move(handle);
-}
-
-int ka_force_position_move_joint(ka_robot_handle *handle, const float *joint, int sensor, int mode,
-                                 int dir, float force, bool follow) {
-    constexpr const char *function = "ka_force_position_move_joint";
-    if (!joint) return -1;
-    int dof = cmd::arm_dof(handle);
-    if (!dof) return cmd::disconnected(function);
-    cmd::wire_joints wire = cmd::joints_to_wire(joint, dof);
-    return send_only(function, handle, passthrough_command,
-                     {cmd::numbers("joint", wire.v, wire.count), cmd::boolean("follow", follow),
-                      cmd::number("sensor", sensor), cmd::number("mode", mode),
-                      cmd::number("dir", dir),
-                      cmd::number("force", whole_newtons_in_tenths(force))},
-                     0);
-}
-
-int ka_force_position_move_pose(ka_robot_handle *handle, ka_pose_t pose, int sensor, int mode,
-                                int dir, float force, bool follow) {
-    cmd::wire_target target = cmd::pose_target(pose);
-    return send_only("ka_force_position_move_pose", handle, passthrough_command,
-                     {cmd::boolean("follow", follow), cmd::number("sensor", sensor),
-                      cmd::number("mode", mode), cmd::number("dir", dir),
-                      cmd::number("force", whole_newtons_in_tenths(force)),
-                      cmd::numbers(target.key, target.v, target.count)},
-                     0);
-}
-
+// Written by hand: the flag picks the target, joints scaled in single precision.
 int ka_force_position_move(ka_robot_handle *handle, ka_force_position_move_t param) {
     constexpr const char *function = "ka_force_position_move";
     // flag 1: the target is the pose; 0: the joints. No other target exists.

@@ -7,26 +7,27 @@
 
 namespace {
 
-// One step. The blocking variant is accepted under the command's name with
-// "receive_state" and then followed as a trajectory of `kind`.
-struct step_command {
-    const char *nblock_function; // label of the non-blocking send
-    const char *command;
-    wait::policy wait; // labelled as the blocking exchange
-};
+using cmd::as;
 
-// A step is followed by question, asked again at once while it runs; the
-// Cartesian steps read their report into 256 bytes.
-constexpr wait::policy step_wait(const char *function, int kind, int report_size) {
-    return wait::queried_motion(function, kind, true, report_size);
+// A blocking step is accepted under the command's name with "receive_state",
+// then followed by question as a trajectory of `kind`, asked again at once
+// while it runs; the Cartesian steps read their report into 256 bytes.
+template <cmd::wire_name Command, cmd::wire_name Label>
+constexpr wait::command step(int kind, int report_size, std::initializer_list<cmd::arg> args) {
+    const cmd::set_command accept =
+        cmd::set<Command, Label>("receive_state", nullptr, m_nOutTime, args);
+    return {accept, wait::queried_motion(accept.function, kind, true, report_size)};
 }
-constexpr step_command joint_step{
-    "ka_set_joint_step_nblock", "set_joint_step",
-    step_wait("ka_set_joint_step_block", KA_TRAJECTORY_MOVEJ, reply_buffer_size)};
-constexpr step_command pos_step{"ka_set_pos_step_nblock", "set_pos_step",
-                                step_wait("ka_set_pos_step_block", KA_TRAJECTORY_MOVEL, 256)};
-constexpr step_command ort_step{"ka_set_ort_step_nblock", "set_ort_step",
-                                step_wait("ka_set_ort_step_block", KA_TRAJECTORY_MOVEL, 256)};
+// clang-format off
+constexpr auto joint_step = step<"set_joint_step", "ka_set_joint_step_block">(KA_TRAJECTORY_MOVEJ, reply_buffer_size, {{"joint_step"}, {nullptr, as::thousandths}, {"v"}});
+constexpr auto pos_step = step<"set_pos_step", "ka_set_pos_step_block">(KA_TRAJECTORY_MOVEL, 256, {{"v"}, {"step", as::millionths}, {"step_type"}});
+constexpr auto ort_step = step<"set_ort_step", "ka_set_ort_step_block">(KA_TRAJECTORY_MOVEL, 256, {{"v"}, {"step", as::thousandths}, {"step_type"}});
+// A step sent without block goes out and the fixed pause paces it; the
+// controller's answer is neither read nor judged.
+constexpr auto joint_step_sent = cmd::sent_only(joint_step.accept, m_nOutTime, "ka_set_joint_step_nblock");
+constexpr auto pos_step_sent = cmd::sent_only(pos_step.accept, m_nOutTime, "ka_set_pos_step_nblock");
+constexpr auto ort_step_sent = cmd::sent_only(ort_step.accept, m_nOutTime, "ka_set_ort_step_nblock");
+// clang-format on
 
 // Axis names on the wire, indexed by ka_pos_teach_type_e / ka_ort_teach_type_e.
 using axis_names = const char *const[3];
@@ -41,48 +42,6 @@ const char *axis_name(axis_names &names, int type, const char *function) {
     if (type >= 0 && type < 3) return names[type];
     ka_log_error("[%s] axis type %d is not 0, 1 or 2\n", function, type);
     return nullptr;
-}
-
-// Without block: the line goes out and the fixed pause paces the step; the
-// controller's answer is neither read nor judged. With block (seconds in
-// thread mode 0, a flag otherwise): accepted, then waited for.
-int run_step(const step_command &s, ka_robot_handle *handle,
-             std::initializer_list<ka_request_field> fields, const int *block) {
-    if (!block)
-        return cmd::exchange(s.nblock_function, handle, s.command, fields, nullptr, m_nOutTime,
-                             nullptr, 0);
-    wait::session session(handle, s.wait, true);
-    cmd::reply_text reply;
-    int length = cmd::exchange(s.wait.function, handle, s.command, fields, s.command, m_nOutTime,
-                               reply.text, sizeof reply.text);
-    if (length < 1) return length;
-    int status = parse_ka_set_command(s.wait.function, reply.text, "receive_state");
-    if (status != 0) return status;
-    return session.wait(*block, length);
-}
-
-int step_joint(ka_robot_handle *handle, int joint_num, float step, int v, const int *block) {
-    // The joint's step in millidegrees, formed in single precision.
-    const int32_t joint_step_value[2] = {joint_num, scale::thousandths(step)};
-    return run_step(joint_step, handle,
-                    {cmd::numbers("joint_step", joint_step_value, 2), cmd::number("v", v)}, block);
-}
-
-int step_axis(const step_command &s, axis_names &axes, ka_robot_handle *handle, int type,
-              int32_t step, int v, const int *block) {
-    const char *axis = axis_name(axes, type, block ? s.wait.function : s.nblock_function);
-    if (!axis) return -1;
-    return run_step(s, handle,
-                    {cmd::number("v", v), cmd::number("step", step), cmd::text("step_type", axis)},
-                    block);
-}
-
-int step_pos(ka_robot_handle *handle, int type, float metres, int v, const int *block) {
-    return step_axis(pos_step, pos_step_axes, handle, type, scale::millionths(metres), v, block);
-}
-
-int step_ort(ka_robot_handle *handle, int type, float radians, int v, const int *block) {
-    return step_axis(ort_step, ort_step_axes, handle, type, scale::thousandths(radians), v, block);
 }
 
 const char *direction(int d) { return d != 0 ? "pos" : "neg"; }
@@ -107,46 +66,36 @@ constexpr auto delete_all = cmd::set<"set_arm_delete_trajectory">("arm_delete_tr
 
 extern "C" {
 
-int ka_set_joint_step(ka_robot_handle *handle, int joint_num, float step, int v, int block) {
-    return block == 0 ? ka_set_joint_step_nblock(handle, joint_num, step, v)
-                      : ka_set_joint_step_block(handle, joint_num, step, v, block);
+// clang-format off
+int ka_set_joint_step(ka_robot_handle *handle, int joint_num, float step, int v, int block) { return block == 0 ? ka_set_joint_step_nblock(handle, joint_num, step, v) : ka_set_joint_step_block(handle, joint_num, step, v, block); }
+int ka_set_pos_step(ka_robot_handle *handle, ka_pos_teach_type_e type, float step, int v, int block) { return block == 0 ? ka_set_pos_step_nblock(handle, type, step, v) : ka_set_pos_step_block(handle, type, step, v, block); }
+int ka_set_ort_step(ka_robot_handle *handle, ka_ort_teach_type_e type, float step, int v, int block) { return block == 0 ? ka_set_ort_step_nblock(handle, type, step, v) : ka_set_ort_step_block(handle, type, step, v, block); }
+int ka_set_joint_step_nblock(ka_robot_handle *h, int joint_num, float step, int v) { return joint_step_sent(h, joint_num, step, v); }
+int ka_set_joint_step_block(ka_robot_handle *h, int joint_num, float step, int v, int block) { return joint_step(h, block, joint_num, step, v); }
+// clang-format on
+// The step's axis is checked first (and logged under the call's label).
+int ka_set_pos_step_nblock(ka_robot_handle *h, ka_pos_teach_type_e type, float step, int v) {
+    const char *axis = axis_name(pos_step_axes, type, pos_step_sent.function);
+    return axis ? pos_step_sent(h, v, step, axis) : -1;
 }
-int ka_set_pos_step(ka_robot_handle *handle, ka_pos_teach_type_e type, float step, int v,
-                    int block) {
-    return block == 0 ? ka_set_pos_step_nblock(handle, type, step, v)
-                      : ka_set_pos_step_block(handle, type, step, v, block);
+int ka_set_ort_step_nblock(ka_robot_handle *h, ka_ort_teach_type_e type, float step, int v) {
+    const char *axis = axis_name(ort_step_axes, type, ort_step_sent.function);
+    return axis ? ort_step_sent(h, v, step, axis) : -1;
 }
-int ka_set_ort_step(ka_robot_handle *handle, ka_ort_teach_type_e type, float step, int v,
-                    int block) {
-    return block == 0 ? ka_set_ort_step_nblock(handle, type, step, v)
-                      : ka_set_ort_step_block(handle, type, step, v, block);
-}
-
-int ka_set_joint_step_nblock(ka_robot_handle *handle, int joint_num, float step, int v) {
-    return step_joint(handle, joint_num, step, v, nullptr);
-}
-int ka_set_pos_step_nblock(ka_robot_handle *handle, ka_pos_teach_type_e type, float step, int v) {
-    return step_pos(handle, type, step, v, nullptr);
-}
-int ka_set_ort_step_nblock(ka_robot_handle *handle, ka_ort_teach_type_e type, float step, int v) {
-    return step_ort(handle, type, step, v, nullptr);
-}
-
-int ka_set_joint_step_block(ka_robot_handle *handle, int joint_num, float step, int v, int block) {
-    return step_joint(handle, joint_num, step, v, &block);
-}
-int ka_set_pos_step_block(ka_robot_handle *handle, ka_pos_teach_type_e type, float step, int v,
+int ka_set_pos_step_block(ka_robot_handle *h, ka_pos_teach_type_e type, float step, int v,
                           int block) {
-    return step_pos(handle, type, step, v, &block);
+    const char *axis = axis_name(pos_step_axes, type, pos_step.wait.function);
+    return axis ? pos_step(h, block, v, step, axis) : -1;
 }
-int ka_set_ort_step_block(ka_robot_handle *handle, ka_ort_teach_type_e type, float step, int v,
+int ka_set_ort_step_block(ka_robot_handle *h, ka_ort_teach_type_e type, float step, int v,
                           int block) {
-    return step_ort(handle, type, step, v, &block);
+    const char *axis = axis_name(ort_step_axes, type, ort_step.wait.function);
+    return axis ? ort_step(h, block, v, step, axis) : -1;
 }
 
-int ka_set_joint_teach(ka_robot_handle *handle, int joint_num, int dir, int v) {
-    return joint_teach(handle, joint_num, v, direction(dir));
-}
+// clang-format off
+int ka_set_joint_teach(ka_robot_handle *handle, int joint_num, int dir, int v) { return joint_teach(handle, joint_num, v, direction(dir)); }
+// clang-format on
 int ka_set_pos_teach(ka_robot_handle *handle, ka_pos_teach_type_e type, int dir, int v) {
     const char *axis = axis_name(pos_teach_axes, type, pos_teach.function);
     return axis ? pos_teach(handle, v, direction(dir), axis) : -1;

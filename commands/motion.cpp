@@ -12,74 +12,20 @@
 
 namespace {
 
-constexpr int accept_reply_size = 256;
-
-// One planned motion. The controller accepts it with a line named like the
-// command that carries "receive_state".
-struct motion_command {
-    const char *function; // label of the call's log lines
-    const char *command;
-    wait::policy wait; // the blocking wait, labelled as the blocking exchange
-};
-
+using cmd::as;
 using wait::planned_motion;
-constexpr motion_command movej_cmd{"ka_movej", "movej",
-                                   planned_motion("ka_movej", KA_TRAJECTORY_MOVEJ)};
-constexpr motion_command movel_cmd{"ka_movel", "movel",
-                                   planned_motion("ka_movel", KA_TRAJECTORY_MOVEL)};
+
+// clang-format off
+// Each motion goes out as "v", its target, "trajectory_connect", "r".
+constexpr auto movej = wait::motion<"movej">(planned_motion("ka_movej", KA_TRAJECTORY_MOVEJ), {{"v"}, {"joint", as::joints}, {"trajectory_connect"}, {"r"}});
+constexpr auto movel = wait::motion<"movel">(planned_motion("ka_movel", KA_TRAJECTORY_MOVEL), {{"v"}, {"pose", as::pose}, {"trajectory_connect"}, {"r"}});
 // The blocking spline move has always labelled its exchange and its device
 // message as the linear move; that labelling is kept.
-constexpr motion_command moves_cmd{"ka_moves", "moves",
-                                   planned_motion("ka_movel", KA_TRAJECTORY_MOVES)};
-constexpr motion_command movec_cmd{"ka_movec", "movec",
-                                   planned_motion("ka_movec", KA_TRAJECTORY_MOVEC)};
+constexpr auto moves = wait::motion<"moves">(planned_motion("ka_movel", KA_TRAJECTORY_MOVES), {{"v"}, {"pose", as::pose}, {"trajectory_connect"}, {"r"}});
 // A joint move to a Cartesian target runs as a joint trajectory.
-constexpr motion_command movej_p_cmd{"ka_movej_p", "movej_p",
-                                     wait::queried_motion("ka_movej_p", KA_TRAJECTORY_MOVEJ)};
-
-// Sends the motion with `send(label, reply, size)` (the exchange's result),
-// judges "receive_state" and, for a blocking call (block given: seconds in
-// thread mode 0, a flag otherwise), waits for the motion to finish. A motion
-// connected to the next one never waits.
-template <typename Send>
-int run_motion(const motion_command &m, ka_robot_handle *handle, int connect, const int *block,
-               Send send) {
-    wait::session session(handle, m.wait, block != nullptr);
-    char reply[accept_reply_size] = {};
-    int length = send(block ? m.wait.function : m.function, reply, static_cast<int>(sizeof reply));
-    if (length < 1) return length;
-    int status = parse_ka_set_command(m.function, reply, "receive_state");
-    if (status == 0) session.accepted();
-    if (!block || status != 0 || connect == 1) return status;
-    return session.wait(*block, length);
-}
-
-// The motions built from typed fields: "command", "v", the target,
-// "trajectory_connect", "r".
-int move(const motion_command &m, ka_robot_handle *handle, const ka_request_field &target, int v,
-         int r, int connect, const int *block) {
-    return run_motion(m, handle, connect, block, [&](const char *label, char *reply, int size) {
-        return cmd::exchange(label, handle, m.command,
-                             {cmd::number("v", v), target,
-                              cmd::number("trajectory_connect", connect), cmd::number("r", r)},
-                             m.command, m_nOutTime, reply, size);
-    });
-}
-
-int move_joints(ka_robot_handle *handle, const float *joint, int v, int r, int connect,
-                const int *block) {
-    if (!joint) return -1;
-    int dof = cmd::arm_dof(handle);
-    if (!dof) return cmd::disconnected(movej_cmd.function);
-    cmd::wire_joints wire = cmd::joints_to_wire(joint, dof);
-    return move(movej_cmd, handle, cmd::numbers("joint", wire.v, wire.count), v, r, connect, block);
-}
-
-int move_to_pose(const motion_command &m, ka_robot_handle *handle, const ka_pose_t &pose, int v,
-                 int r, int connect, const int *block) {
-    cmd::wire_pose wire = cmd::pose_to_wire(pose);
-    return move(m, handle, cmd::numbers("pose", wire.v, 6), v, r, connect, block);
-}
+constexpr auto movej_p = wait::motion<"movej_p">(wait::queried_motion("ka_movej_p", KA_TRAJECTORY_MOVEJ), {{"v"}, {"pose", as::pose}, {"trajectory_connect"}, {"r"}});
+constexpr auto movec = wait::motion<"movec">(planned_motion("ka_movec", KA_TRAJECTORY_MOVEC), {});
+// clang-format on
 
 cJSON *pose_array(const ka_pose_t &pose) {
     cmd::wire_pose wire = cmd::pose_to_wire(pose);
@@ -93,12 +39,24 @@ cJSON *pose_array(const ka_pose_t &pose) {
 // unlike every other motion's.
 int32_t arc_blend_radius(int r) { return scale::truncate(static_cast<double>(r) * 1000.0); }
 
+struct arc_request {
+    ka_robot_handle *handle;
+    const cJSON *object;
+    bool blocking; // the blocking call logs the text it sends
+};
+int send_arc(const void *context, const char *label, char *reply, int size) {
+    const auto &a = *static_cast<const arc_request *>(context);
+    if (cmd::send_formatted(label, movec.accept.command, a.handle, a.object, a.blocking) != 0)
+        return -1;
+    return ka_pack_lock_wait(label, a.handle, movec.accept.command, reply, size, m_nOutTime);
+}
+
 // The arc is written by hand: its poses are nested in one object, and the
 // controller has always been sent it in cJSON's formatted print.
 int move_arc(ka_robot_handle *handle, const ka_pose_t &via, const ka_pose_t &to, int v, int r,
-             int loop, int connect, const int *block) {
+             int loop, int connect, wait::blocking block) {
     json_ptr object(cJSON_CreateObject());
-    cJSON_AddStringToObject(object.get(), "command", movec_cmd.command);
+    cJSON_AddStringToObject(object.get(), "command", movec.accept.command);
     cJSON *poses = cJSON_CreateObject();
     cJSON_AddItemToObject(poses, "pose_via", pose_array(via));
     cJSON_AddItemToObject(poses, "pose_to", pose_array(to));
@@ -107,12 +65,8 @@ int move_arc(ka_robot_handle *handle, const ka_pose_t &via, const ka_pose_t &to,
     cJSON_AddNumberToObject(object.get(), "r", arc_blend_radius(r));
     cJSON_AddNumberToObject(object.get(), "loop", loop);
     cJSON_AddNumberToObject(object.get(), "trajectory_connect", connect);
-    return run_motion(
-        movec_cmd, handle, connect, block, [&](const char *label, char *reply, int size) {
-            if (cmd::send_formatted(label, movec_cmd.command, handle, object.get(), block) != 0)
-                return -1;
-            return ka_pack_lock_wait(label, handle, movec_cmd.command, reply, size, m_nOutTime);
-        });
+    const arc_request request{handle, object.get(), block.has_value()};
+    return wait::run(movec, handle, block, connect == 1, send_arc, &request);
 }
 
 // The "type" strings of the running trajectory, in enumeration order.
@@ -147,77 +101,35 @@ void log_trajectory_data(const float *data, bool pose, int dof) {
 
 extern "C" {
 
-int ka_movej(ka_robot_handle *handle, const float *joint, int v, int r, int trajectory_connect,
+// clang-format off
+int ka_movej(ka_robot_handle *h, const float *joint, int v, int r, int connect, int block) { return movej(h, wait::when(block), v, joint, connect, r); }
+int ka_movel(ka_robot_handle *h, ka_pose_t pose, int v, int r, int connect, int block) { return movel(h, wait::when(block), v, pose, connect, r); }
+int ka_moves(ka_robot_handle *h, ka_pose_t pose, int v, int r, int connect, int block) { return moves(h, wait::when(block), v, pose, connect, r); }
+int ka_movej_p(ka_robot_handle *h, ka_pose_t pose, int v, int r, int connect, int block) { return movej_p(h, wait::when(block), v, pose, connect, r); }
+int ka_movej_nblock(ka_robot_handle *h, const float *joint, int v, int r, int connect) { return movej(h, {}, v, joint, connect, r); }
+int ka_movel_nblock(ka_robot_handle *h, ka_pose_t pose, int v, int r, int connect) { return movel(h, {}, v, pose, connect, r); }
+int ka_moves_nblock(ka_robot_handle *h, ka_pose_t pose, int v, int r, int connect) { return moves(h, {}, v, pose, connect, r); }
+int ka_movec_nblock(ka_robot_handle *h, ka_pose_t via, ka_pose_t to, int v, int r, int loop, int connect) { return move_arc(h, via, to, v, r, loop, connect, {}); }
+int ka_movej_p_nblock(ka_robot_handle *h, ka_pose_t pose, int v, int r, int connect) { return movej_p(h, {}, v, pose, connect, r); }
+int ka_movej_block(ka_robot_handle *h, const float *joint, int v, int r, int connect, int block) { return movej(h, block, v, joint, connect, r); }
+int ka_movel_block(ka_robot_handle *h, ka_pose_t pose, int v, int r, int connect, int block) { return movel(h, block, v, pose, connect, r); }
+int ka_moves_block(ka_robot_handle *h, ka_pose_t pose, int v, int r, int connect, int block) { return moves(h, block, v, pose, connect, r); }
+int ka_movec_block(ka_robot_handle *h, ka_pose_t via, ka_pose_t to, int v, int r, int loop, int connect, int block) { return move_arc(h, via, to, v, r, loop, connect, block); }
+int ka_movej_p_block(ka_robot_handle *h, ka_pose_t pose, int v, int r, int connect, int block) { return movej_p(h, block, v, pose, connect, r); }
+// clang-format on
+
+// Only this form checks the chaining flag: the arc takes no value above 1.
+int ka_movec(ka_robot_handle *h, ka_pose_t via, ka_pose_t to, int v, int r, int loop, int connect,
              int block) {
-    return block == 0 ? ka_movej_nblock(handle, joint, v, r, trajectory_connect)
-                      : ka_movej_block(handle, joint, v, r, trajectory_connect, block);
-}
-int ka_movel(ka_robot_handle *handle, ka_pose_t pose, int v, int r, int trajectory_connect,
-             int block) {
-    return block == 0 ? ka_movel_nblock(handle, pose, v, r, trajectory_connect)
-                      : ka_movel_block(handle, pose, v, r, trajectory_connect, block);
-}
-int ka_moves(ka_robot_handle *handle, ka_pose_t pose, int v, int r, int trajectory_connect,
-             int block) {
-    return block == 0 ? ka_moves_nblock(handle, pose, v, r, trajectory_connect)
-                      : ka_moves_block(handle, pose, v, r, trajectory_connect, block);
-}
-int ka_movec(ka_robot_handle *handle, ka_pose_t pose_via, ka_pose_t pose_to, int v, int r, int loop,
-             int trajectory_connect, int block) {
-    if (trajectory_connect > 1) {
-        ka_log_error("[%s] trajectory_connect check err! \n", movec_cmd.function);
+    if (connect > 1) {
+        ka_log_error("[%s] trajectory_connect check err! \n", movec.accept.function);
         return -6;
     }
-    return block == 0
-               ? ka_movec_nblock(handle, pose_via, pose_to, v, r, loop, trajectory_connect)
-               : ka_movec_block(handle, pose_via, pose_to, v, r, loop, trajectory_connect, block);
-}
-int ka_movej_p(ka_robot_handle *handle, ka_pose_t pose, int v, int r, int trajectory_connect,
-               int block) {
-    return block == 0 ? ka_movej_p_nblock(handle, pose, v, r, trajectory_connect)
-                      : ka_movej_p_block(handle, pose, v, r, trajectory_connect, block);
+    return move_arc(h, via, to, v, r, loop, connect, wait::when(block));
 }
 
-int ka_movej_nblock(ka_robot_handle *handle, const float *joint, int v, int r,
-                    int trajectory_connect) {
-    return move_joints(handle, joint, v, r, trajectory_connect, nullptr);
-}
-int ka_movel_nblock(ka_robot_handle *handle, ka_pose_t pose, int v, int r, int trajectory_connect) {
-    return move_to_pose(movel_cmd, handle, pose, v, r, trajectory_connect, nullptr);
-}
-int ka_moves_nblock(ka_robot_handle *handle, ka_pose_t pose, int v, int r, int trajectory_connect) {
-    return move_to_pose(moves_cmd, handle, pose, v, r, trajectory_connect, nullptr);
-}
-int ka_movec_nblock(ka_robot_handle *handle, ka_pose_t pose_via, ka_pose_t pose_to, int v, int r,
-                    int loop, int trajectory_connect) {
-    return move_arc(handle, pose_via, pose_to, v, r, loop, trajectory_connect, nullptr);
-}
-int ka_movej_p_nblock(ka_robot_handle *handle, ka_pose_t pose, int v, int r,
-                      int trajectory_connect) {
-    return move_to_pose(movej_p_cmd, handle, pose, v, r, trajectory_connect, nullptr);
-}
-
-int ka_movej_block(ka_robot_handle *handle, const float *joint, int v, int r,
-                   int trajectory_connect, int block) {
-    return move_joints(handle, joint, v, r, trajectory_connect, &block);
-}
-int ka_movel_block(ka_robot_handle *handle, ka_pose_t pose, int v, int r, int trajectory_connect,
-                   int block) {
-    return move_to_pose(movel_cmd, handle, pose, v, r, trajectory_connect, &block);
-}
-int ka_moves_block(ka_robot_handle *handle, ka_pose_t pose, int v, int r, int trajectory_connect,
-                   int block) {
-    return move_to_pose(moves_cmd, handle, pose, v, r, trajectory_connect, &block);
-}
-int ka_movec_block(ka_robot_handle *handle, ka_pose_t pose_via, ka_pose_t pose_to, int v, int r,
-                   int loop, int trajectory_connect, int block) {
-    return move_arc(handle, pose_via, pose_to, v, r, loop, trajectory_connect, &block);
-}
-int ka_movej_p_block(ka_robot_handle *handle, ka_pose_t pose, int v, int r, int trajectory_connect,
-                     int block) {
-    return move_to_pose(movej_p_cmd, handle, pose, v, r, trajectory_connect, &block);
-}
-
+// Written by hand: the reply's "type" decides whether "data" is a pose or
+// joints, and both are logged.
 int ka_get_arm_current_trajectory(ka_robot_handle *handle, ka_arm_current_trajectory_e *type,
                                   float *data) {
     if (!type || !data) return -1;

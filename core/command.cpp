@@ -102,7 +102,47 @@ void request::add(const arg &a, const float *v) {
     array(a.key, w.v, w.count);
 }
 void request::add(const arg &a, const int *v) {
-    if (!status) array(a.key, v, 6);
+    if (status) return;
+    if (a.scale != as::registers && a.scale != as::coil_bytes) {
+        array(a.key, v, 6);
+        return;
+    }
+    // A bus data block: up to 250 entries, sent from the caller's array.
+    const int length = bus_data_length(a.scale, bus_num_).wire;
+    if (length < 0) {
+        status = -1;
+        return;
+    }
+    ka_request_field &f = next(a.key, KA_FIELD_INT_ARRAY);
+    f.count = length;
+    f.value.a = v;
+}
+void request::add(const arg &a, const ka_peripheral_read_write_params_t &v) {
+    if (status) return;
+    next("port", KA_FIELD_INT).value.i = v.port;
+    next("address", KA_FIELD_INT).value.i = v.address;
+    if (a.scale != as::bus_count) return;
+    next("num", KA_FIELD_INT).value.i = v.num;
+    bus_num_ = v.num;
+}
+
+bus_data bus_data_length(as shape, int32_t num) {
+    switch (shape) {
+    case as::registers:
+        if (num >= 0 && num <= max_registers) return {num * 2, num * 2};
+        break;
+    case as::coil_bytes:
+        if (num >= 0 && num <= max_coils) return {num / 8, num / 8};
+        break;
+    case as::coil_groups:
+        // Fewer than 8 coils copy nothing; 12 coils receive 2 groups and
+        // copy 1. Callers size their buffers by the rounded-down count.
+        if (num >= 0 && num <= max_coils) return {(num + 7) / 8, num / 8};
+        break;
+    default:
+        break;
+    }
+    return {};
 }
 void request::add(const arg &a, const ka_pose_t &v) {
     if (status) return;
@@ -195,9 +235,10 @@ int run(const query_command &q, ka_robot_handle *handle, reply_text &reply) {
                     sizeof reply.text);
 }
 
-query_result read(const query_command &q, ka_robot_handle *handle, std::span<ka_reply_field> fields,
-                  std::span<const ka_request_field> request) {
-    reply_text reply;
+namespace {
+query_result read_into(const query_command &q, ka_robot_handle *handle,
+                       std::span<ka_reply_field> fields, std::span<const ka_request_field> request,
+                       reply_text &reply) {
     query_result r{0,
                    exchange(q.function, handle, q.command, request, q.reply, q.timeout_ms,
                             reply.text, sizeof reply.text),
@@ -222,10 +263,20 @@ query_result read(const query_command &q, ka_robot_handle *handle, std::span<ka_
     r.unparsed = r.status != 0;
     return r;
 }
+} // namespace
+
+query_result read(const query_command &q, ka_robot_handle *handle, std::span<ka_reply_field> fields,
+                  std::span<const ka_request_field> request) {
+    reply_text reply;
+    return read_into(q, handle, fields, request, reply);
+}
 
 int run(const query_command &q, ka_robot_handle *handle, const request &req, reply_outs &o) {
-    query_result r = read(q, handle, o.fields(), req.fields());
+    reply_text reply;
+    query_result r = read_into(q, handle, o.fields(), req.fields(), reply);
     if (r.unparsed && q.missing_gives_length) return r.length;
+    if (r.unparsed && q.refused_key)
+        return parse_ka_set_command(q.function, reply.text, q.refused_key);
     if (r.status != 0) return r.status;
     if (!q.cache) {
         o.put(r.dof);

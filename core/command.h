@@ -182,6 +182,18 @@ enum class as : uint8_t {
     pose,          // ka_pose_t as six integers; a reply pose gets its quaternion
     target,        // ka_pose_t under "pose" or "pose_quat", as pose_target decides
     six,           // const int *: six integers as they are
+    // A peripheral's ka_peripheral_read_write_params_t under key "port":
+    // "port", "address", and with bus_count "num" too ("device" is a plain
+    // argument of its own, since it follows the data).
+    bus,
+    bus_count,
+    // const int *: a "data" array as long as the bus count before it makes
+    // it (registers: 2 per register, coil_bytes: 8 coils per entry, rounded
+    // down); a count beyond one Modbus request's (125 registers, 2000 coils)
+    // gives -1 with nothing sent. As a reply out: coil_groups, rounded up.
+    registers,
+    coil_bytes,
+    coil_groups,
 };
 // A request key. A null key adds the value to the previous field, which
 // becomes an array: {"k"}, {nullptr, as::joint_rate} sends "k":[n, v].
@@ -203,12 +215,27 @@ constexpr int max_outs = 8;
 // only known once the reply is in.
 constexpr int32_t per_joint = -1;
 
+template <typename T> constexpr bool is_null(const T &v) {
+    if constexpr (std::is_pointer_v<T>) return v == nullptr;
+    return false;
+}
+
 // The request fields of one call, built from a descriptor's args and the
 // caller's values. status -1 once a value cannot go out (null text or
 // array, arm without a valid DOF, which is logged as disconnected).
 class request {
   public:
     request(const char *function, ka_robot_handle *handle) : function_(function), handle_(handle) {}
+    // A row's args with the caller's values in their order; a null pointer
+    // among them gives status -1 with nothing added.
+    template <typename... V> void take(const std::array<arg, max_args> &args, V... v) {
+        if ((is_null(v) || ...)) {
+            status = -1;
+            return;
+        }
+        int i = 0;
+        (add(args[i++], v), ...);
+    }
     void add(const arg &a, int32_t v);
     void add(const arg &a, float v);
     void add(const arg &a, bool v);
@@ -216,6 +243,7 @@ class request {
     void add(const arg &a, const float *v);
     void add(const arg &a, const int *v);
     void add(const arg &a, const ka_pose_t &v);
+    void add(const arg &a, const ka_peripheral_read_write_params_t &v);
     // Reply pointers are no request values.
     void add(const arg &, int32_t *) { status = -1; }
     void add(const arg &, uint8_t *) { status = -1; }
@@ -233,7 +261,19 @@ class request {
     ka_request_field field_[max_args] = {};
     int32_t store_[max_args][7] = {};
     int count_ = 0;
+    int32_t bus_num_ = 0; // the last bus count sent
 };
+
+// Largest counts one Modbus request carries.
+constexpr int max_registers = 125;
+constexpr int max_coils = 2000;
+// The "data" array length for a bus count under an as:: data tag (-1 when
+// the count is out of bounds) and the entries a read copies out.
+struct bus_data {
+    int wire = -1;
+    int copied = 0;
+};
+bus_data bus_data_length(as shape, int32_t num);
 
 // Where the reply values of one call go.
 class reply_outs {
@@ -259,11 +299,6 @@ class reply_outs {
     target kind_[max_outs] = {};
     int count_ = 0;
 };
-
-template <typename T> constexpr bool is_null(const T &v) {
-    if constexpr (std::is_pointer_v<T>) return v == nullptr;
-    return false;
-}
 
 // A set command: the request from `args`, answered under `reply` with a
 // boolean under `result_key`. Without result_key it is only sent, then
@@ -302,6 +337,9 @@ struct query_command {
     std::array<arg, max_args> args = {};
     std::array<out, max_outs> outs = {};
     bool missing_gives_length = false;
+    // A reply without the outs reports why the controller did not answer:
+    // the verdict under this key (1 false, -3 unreadable).
+    const char *refused_key = nullptr;
     float (arm_record::*cache)[7] = nullptr;
     int (*parse)(const char *, const char *, ka_reply_field *, int) = common_json_parse;
 
@@ -333,6 +371,13 @@ template <wire_name Command, wire_name Label = "">
 constexpr set_command send(int pause_ms, std::initializer_list<arg> args = {}) {
     set_command c = set<Command, Label>(nullptr, nullptr, pause_ms, args);
     c.reply = nullptr;
+    return c;
+}
+// A row's request only sent, then pause_ms; labelled `label` when given.
+constexpr set_command sent_only(set_command c, int pause_ms, const char *label = nullptr) {
+    c.function = label ? label : c.function;
+    c.result_key = c.reply = nullptr;
+    c.timeout_ms = pause_ms;
     return c;
 }
 template <wire_name Command, wire_name Label = "">
@@ -394,10 +439,8 @@ query_result read(const query_command &q, ka_robot_handle *handle, std::span<ka_
 int run(const query_command &q, ka_robot_handle *handle, const request &r, reply_outs &o);
 
 template <typename... V> int set_command::operator()(ka_robot_handle *handle, V... v) const {
-    if ((is_null(v) || ...)) return -1;
     request r(function, handle);
-    int i = 0;
-    (r.add(args[i++], v), ...);
+    r.take(args, v...);
     return r.status ? r.status : run(*this, handle, r.fields());
 }
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 #include <optional>
 
 namespace wait {
@@ -242,6 +243,53 @@ int session::wait(int block, int accepted_length, int id) const {
         return p.order == read_order::report_first ? follow_reports(handle_, p, id)
                                                    : follow_queries(handle_, p, id);
     return p.no_reader.value_or(accepted_length);
+}
+
+namespace {
+struct field_request {
+    const command &c;
+    ka_robot_handle *handle;
+    std::span<const ka_request_field> fields;
+};
+int send_fields(const void *context, const char *label, char *reply, int size) {
+    const auto &r = *static_cast<const field_request *>(context);
+    const cmd::set_command &a = r.c.accept;
+    return cmd::exchange(label, r.handle, a.command, r.fields, a.result_key ? a.reply : nullptr,
+                         a.timeout_ms, reply, size);
+}
+bool is_chained(const command &c, std::span<const ka_request_field> fields) {
+    if (!c.chain_key) return false;
+    for (const auto &f : fields)
+        if (f.type == KA_FIELD_INT && std::strcmp(f.key, c.chain_key) == 0) return f.value.i == 1;
+    return false;
+}
+} // namespace
+
+int run(const command &c, ka_robot_handle *handle, blocking block, bool chained, sender send,
+        const void *context) {
+    const cmd::set_command &a = c.accept;
+    session s(handle, c.wait, block.has_value(), c.forget_unread ? a.reply : nullptr);
+    const char *label = block ? c.wait.function : a.function;
+    int length = 0;
+    int status = 0;
+    if (!a.result_key) {
+        length = send(context, label, nullptr, 0);
+        if (length != 0) return length;
+    } else {
+        char reply[reply_buffer_size] = {};
+        length = send(context, label, reply, std::min(c.reply_size, reply_buffer_size));
+        if (length < 1) return length;
+        status = parse_ka_set_command(a.function, reply, a.result_key);
+    }
+    if (status == 0 && c.marks_accepted) s.accepted();
+    if (!block || status != 0 || chained) return status;
+    return s.wait(*block, length);
+}
+
+int run(const command &c, ka_robot_handle *handle, blocking block,
+        std::span<const ka_request_field> fields) {
+    const field_request r{c, handle, fields};
+    return run(c, handle, block, is_chained(c, fields), send_fields, &r);
 }
 
 const reader &current_reader() {

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "core/arm.h"
+#include "core/command.h"
 #include "core/exchange.h"
 
 #include <optional>
@@ -147,5 +148,63 @@ const reader &current_reader();
 
 // A caller's time-out in seconds as milliseconds, saturated.
 int milliseconds(int seconds);
+
+// How a call to a waited command blocks: empty for a call that returns once
+// the request is accepted, else `block` for session::wait.
+using blocking = std::optional<int>;
+// A caller's block argument: 0 does not wait.
+constexpr blocking when(int block) { return block != 0 ? blocking(block) : std::nullopt; }
+// The effectors' pair: a flag, and the seconds the report is read within.
+constexpr blocking when(bool block, int timeout) {
+    return block ? blocking(timeout) : std::nullopt;
+}
+
+// A command the controller accepts at once and reports the end of later
+// (motions, steps, effector actions, axis moves). The request is `accept`
+// (its label that of the call that does not block; with a result key its
+// verdict, read into reply_size bytes, else only sent and paced); the
+// blocking call is labelled as `wait` and, once accepted, waits by it for
+// the report, with the accepting exchange's result as its accepted length.
+struct command {
+    cmd::set_command accept;
+    policy wait;
+    int reply_size = reply_buffer_size;
+    // An accepted request, blocking or not, tells the receive side that its
+    // report is expected (the planned motions).
+    bool marks_accepted = false;
+    // An answer under the reply's name that nobody read (a late one, or one
+    // to a request that was only sent) is dropped before the request goes out.
+    bool forget_unread = false;
+    // A request whose chain_key is 1 is followed by a connected one: its
+    // report comes only at the chain's end, so the call never waits.
+    const char *chain_key = nullptr;
+
+    // The caller's values in accept.args order; a null pointer gives -1 with
+    // nothing sent. 0 (or the accepted wait's result), 1 refused, -3
+    // unparsable, or the exchange's code.
+    template <typename... V> int operator()(ka_robot_handle *handle, blocking block, V... v) const;
+};
+// Sends the request (the exchange's result) for a command whose request no
+// row can carry; label is the one the call's send and reply read log under.
+using sender = int (*)(const void *context, const char *label, char *reply, int size);
+int run(const command &c, ka_robot_handle *handle, blocking block, bool chained, sender send,
+        const void *context);
+int run(const command &c, ka_robot_handle *handle, blocking block,
+        std::span<const ka_request_field> fields);
+
+template <typename... V>
+int command::operator()(ka_robot_handle *handle, blocking block, V... v) const {
+    cmd::request r(accept.function, handle);
+    r.take(accept.args, v...);
+    return r.status ? r.status : run(*this, handle, block, r.fields());
+}
+
+// A planned motion accepted under its own name with "receive_state".
+template <cmd::wire_name Command>
+constexpr command motion(const policy &p, std::initializer_list<cmd::arg> args) {
+    command c{cmd::set<Command>("receive_state", nullptr, m_nOutTime, args), p, 256, true};
+    c.chain_key = "trajectory_connect";
+    return c;
+}
 
 } // namespace wait

@@ -85,6 +85,9 @@ TEST(motion_blocking, the_report_or_the_trajectory_query_decides_the_result) {
     s.peer.on("movej", {reply(accept("movej"))});
     EXPECT_EQ(movej(s.arm, 1, 1), 0); // connected to the next motion: nothing waited for
     EXPECT_EQ(s.peer.commands(), std::vector<std::string>{"movej"});
+    // The arc, sent in its own form, is not waited for when connected either.
+    s.peer.on("movec", {reply(accept("movec"))});
+    EXPECT_EQ(ka_movec(s.arm, target, target, 30, 0, 0, 1, 1), 0);
     // clang-format off
     struct report_row { const char *name; std::vector<std::string> reports; int result; } reports[] = {
         {"finished", {completion_report()}, 0},
