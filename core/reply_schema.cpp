@@ -196,8 +196,9 @@ int read_common(const schema &s, const char *function, const char *text, void *r
             break;
         case kind::flag:
             fields[i] = cmd::bool_field(f.key);
-            // A non-boolean leaves the member as it was.
-            fields[i].value.b = f.at && *static_cast<const bool *>(f.at(record, 0));
+            // A non-boolean leaves the member as it was. Its byte is read as
+            // a byte: a caller's record may hold any value there.
+            fields[i].value.b = f.at && *static_cast<const unsigned char *>(f.at(record, 0)) != 0;
             break;
         case kind::numbers:
         case kind::pose:
