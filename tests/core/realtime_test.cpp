@@ -34,15 +34,9 @@ std::string with(std::string text, const std::string &from, const std::string &t
     return text.replace(text.find(from), from.size(), to);
 }
 
-std::mutex received_mutex;
-std::condition_variable received_cv;
-std::vector<ka_realtime_arm_joint_state_t> received;
+callback_record<ka_realtime_arm_joint_state_t> received;
 
-void on_state(ka_realtime_arm_joint_state_t state) {
-    std::lock_guard<std::mutex> lock(received_mutex);
-    received.push_back(state);
-    received_cv.notify_all();
-}
+void on_state(ka_realtime_arm_joint_state_t state) { received.add(state); }
 
 void send_datagram(const char *source, int port, const std::string &text) {
     namespace net = sim::net;
@@ -160,17 +154,15 @@ TEST(realtime, two_arms_pushing_to_one_port_are_heard_and_share_one_counted_entr
     send_datagram("127.0.0.1", port, with(full, "513", "1"));
     send_datagram("127.0.0.2", port, with(full, "513", "2"));
     send_datagram("127.0.0.1", port, oversized);
-    std::unique_lock<std::mutex> lock(received_mutex);
-    ASSERT_TRUE(received_cv.wait_for(lock, 5s, [] { return received.size() >= 3; }));
+    ASSERT_TRUE(received.wait_until([](const auto &states) { return states.size() >= 3; }, 5s));
     std::vector<std::string> seen;
-    for (const auto &s : received) {
+    for (const auto &s : received.items()) {
         seen.push_back(std::string(s.arm_ip) + " " + std::to_string(s.arm_err) + " " +
                        std::to_string(s.errCode));
         if (s.errCode == 0) EXPECT_FLOAT_EQ(s.joint_position[6], 70.007f) << "the parsed state";
     }
     std::sort(seen.begin(), seen.end());
     EXPECT_EQ(seen, std::vector<std::string>({"127.0.0.1 0 -3", "127.0.0.1 1 0", "127.0.0.2 2 0"}));
-    lock.unlock();
     // One entry for both arms: four more ports fit among the five. The entry
     // is counted: a removal leaves it open, the last one closes it.
     ka_udp_listener *listener = ka_udp_init();

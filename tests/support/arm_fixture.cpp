@@ -205,46 +205,29 @@ bool log_capture::wait_for(const std::string &text, std::chrono::milliseconds ti
 }
 
 namespace {
-std::mutex event_mutex;
-std::condition_variable event_seen;
-std::vector<ka_event_push_data_t> recorded;
+callback_record<ka_event_push_data_t> recorded;
 
-void record_event(ka_event_push_data_t event) {
-    {
-        std::lock_guard<std::mutex> lock(event_mutex);
-        recorded.push_back(event);
-    }
-    event_seen.notify_all();
-}
+void record_event(ka_event_push_data_t event) { recorded.add(event); }
 
-int count_of(int event_type) {
-    return static_cast<int>(std::count_if(recorded.begin(), recorded.end(), [&](const auto &e) {
+int count_of(const std::vector<ka_event_push_data_t> &events, int event_type) {
+    return static_cast<int>(std::count_if(events.begin(), events.end(), [&](const auto &e) {
         return event_type == 0 || e.event_type == event_type;
     }));
 }
 } // namespace
 
 event_recorder::event_recorder() {
-    {
-        std::lock_guard<std::mutex> lock(event_mutex);
-        recorded.clear();
-    }
+    recorded.clear();
     ka_get_arm_event_call_back(record_event);
 }
 
-std::vector<ka_event_push_data_t> event_recorder::events() const {
-    std::lock_guard<std::mutex> lock(event_mutex);
-    return recorded;
-}
+std::vector<ka_event_push_data_t> event_recorder::events() const { return recorded.items(); }
 
-int event_recorder::count(int event_type) const {
-    std::lock_guard<std::mutex> lock(event_mutex);
-    return count_of(event_type);
-}
+int event_recorder::count(int event_type) const { return count_of(recorded.items(), event_type); }
 
 bool event_recorder::wait_for(int count, std::chrono::milliseconds timeout, int event_type) const {
-    std::unique_lock<std::mutex> lock(event_mutex);
-    return event_seen.wait_for(lock, timeout, [&] { return count_of(event_type) >= count; });
+    return recorded.wait_until(
+        [&](const auto &events) { return count_of(events, event_type) >= count; }, timeout);
 }
 
 std::string line(const std::string &command, const std::string &rest) {

@@ -8,7 +8,9 @@
 #include "support/test_peer.h"
 
 #include <chrono>
+#include <condition_variable>
 #include <functional>
+#include <mutex>
 #include <span>
 #include <string>
 #include <vector>
@@ -108,6 +110,36 @@ class log_capture {
     bool contains(const std::string &text) const;
     // True once a line containing text has been logged, false on time-out.
     bool wait_for(const std::string &text, std::chrono::milliseconds timeout) const;
+};
+
+// What a library callback delivered, in order, for a test to wait on.
+template <typename T> class callback_record {
+  public:
+    void add(const T &item) {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            items_.push_back(item);
+        }
+        changed_.notify_all();
+    }
+    void clear() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        items_.clear();
+    }
+    std::vector<T> items() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return items_;
+    }
+    // True once done(items) holds, false on time-out.
+    template <typename Done> bool wait_until(Done done, std::chrono::milliseconds timeout) const {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, timeout, [&] { return done(items_); });
+    }
+
+  private:
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    std::vector<T> items_;
 };
 
 // Records the events the library pushes (completion reports and program
