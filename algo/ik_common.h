@@ -148,6 +148,40 @@ inline void ik_zyz(const double M[3][3], double ref_a, double ref_c, zyz_angles 
     out->aligned = false;
 }
 
+// ik_zyz for an M that is a rotation up to rounding (its columns built unit
+// and orthogonal): the middle angle's sine is the tilt itself and its cosine
+// M[2][2], with no normalising, and the first angle's cosine and sine share
+// one reciprocal of the tilt. The same angles up to rounding.
+template <class ArcTangent>
+inline void ik_zyz_rotation(const double M[3][3], double ref_a, double ref_c, zyz_angles *out,
+                            ArcTangent arc_tangent) {
+    const double rho = ik_zyz_tilt(M);
+    if (rho < k_zyz_aligned) {
+        ik_zyz_even_split(M, ref_a, ref_c, out);
+        return;
+    }
+    const double inv_rho = 1.0 / rho;
+    const double ca = M[0][2] * inv_rho, sa = M[1][2] * inv_rho;
+    const double a = arc_tangent(M[1][2], M[0][2]);
+    const double b = arc_tangent(rho, M[2][2]);
+    // Rows of Rz(-a) * M (the third entry of the first is rho), then
+    // Ry(-b) * Rz(-a) * M = Rz(c): c fitted to its upper 2x2 block.
+    const double r00 = ca * M[0][0] + sa * M[1][0], r01 = ca * M[0][1] + sa * M[1][1];
+    const double r10 = -sa * M[0][0] + ca * M[1][0], r11 = -sa * M[0][1] + ca * M[1][1];
+    const double B00 = M[2][2] * r00 - rho * M[2][0];
+    const double B01 = M[2][2] * r01 - rho * M[2][1];
+    const double c = arc_tangent(r10 - B01, B00 + r11);
+    out->angle[0][0] = a;
+    out->angle[0][1] = b;
+    out->angle[0][2] = c;
+    out->angle[1][0] = a + k_pi;
+    out->angle[1][1] = -b;
+    out->angle[1][2] = c + k_pi;
+    out->ca = ca;
+    out->sa = sa;
+    out->aligned = false;
+}
+
 // Brings one joint value into [lo, hi] by a multiple of 2*pi, choosing the
 // representative nearest to ref. false when no multiple fits.
 bool ik_wrap_joint(double q, double ref, double lo, double hi, double *out);

@@ -256,7 +256,8 @@ struct offset_elbow_arm {
         zyz_angles shoulder;
         // Within 3e-11 rad: far below a target's float rounding.
         const auto arc_tangent = [](double y, double x) { return trig::search_arc_tangent2(y, x); };
-        ik_zyz(R2, ref_t[0], ref_t[2], &shoulder, arc_tangent);
+        // R2's columns are unit and orthogonal by construction.
+        ik_zyz_rotation(R2, ref_t[0], ref_t[2], &shoulder, arc_tangent);
         // The elbow's arc cosine, once per t6 (the tilt does not need it).
         if (std::isnan(last_.acos_c)) last_.acos_c = arc_tangent(last_.sin_c, last_.c);
         const double t3 = Kphi + ((g & 2) ? -last_.acos_c : last_.acos_c);
@@ -291,7 +292,8 @@ struct offset_elbow_arm {
         double t6 = std::numeric_limits<double>::quiet_NaN(); // none yet
         bool ok = false;
         v3 x5{}, z5{}, D{}, Dp{};
-        double c = 0.0, sin_c = 0.0, acos_c = 0.0, delta = 0.0, inv_delta = 0.0;
+        // delta^2 = |Dp|^2: y3 needs no delta of its own.
+        double c = 0.0, sin_c = 0.0, acos_c = 0.0, delta2 = 0.0, inv_delta2 = 0.0;
     };
     mutable wrist_point last_;
 
@@ -321,38 +323,54 @@ struct offset_elbow_arm {
         w.sin_c = std::sqrt((1.0 - w.c) * (1.0 + w.c));
         w.acos_c = std::numeric_limits<double>::quiet_NaN();
         w.Dp = w.D - dot(w.D, w.z5) * w.z5;
-        w.delta = norm(w.Dp);
-        w.inv_delta = 1.0 / w.delta;
+        w.delta2 = dot(w.Dp, w.Dp);
+        if (w.delta2 < 1e-24) return w;
+        w.inv_delta2 = 1.0 / w.delta2;
         w.ok = true;
         return w;
     }
+
+    // Metres: below this |ux|, x3 is normalised rather than divided by ux.
+    static constexpr double k_short_ux = 0.02;
 
     bool upper_arm_at(double t6, int g, upper_arm *out) const {
         const double e = (g & 2) ? -1.0 : 1.0, f = (g & 1) ? -1.0 : 1.0;
         const wrist_point &w = wrist_at(t6);
         if (!w.ok) return false;
         const v3 &x5 = w.x5, &z5 = w.z5, &D = w.D, &Dp = w.Dp;
-        const double c = w.c, delta = w.delta;
+        const double c = w.c;
         // t3 = Kphi + e acos(c); its cosine and sine by the sum formulas.
         const double se = e * w.sin_c;
         const double c3 = cKphi * c - sKphi * se, s3 = sKphi * c + cKphi * se;
         const double ux = a3 * c3 + a4 + d2 * s3;
         const double uy = d4 + d2 * c3 - a3 * s3;
         if (std::fabs(ux) < 1e-10) return false;
-        if (delta < 1e-12) return false;
-        double cb = uy * w.inv_delta;
-        // A clamped cb misplaces W by its excess times delta / |ux|.
-        if (!(std::fabs(cb) <= 1.0) &&
-            !ik_clamp_cosine(&cb, delta, k_rounding_slack * std::min(1.0, std::fabs(ux) / delta)))
-            return false;
-        const double sb = f * std::sqrt(std::max(0.0, 1.0 - cb * cb));
-        const v3 dh = w.inv_delta * Dp;
-        const v3 y3 = cb * dh + sb * cross(z5, dh);
-        // D - uy y3 has length |ux| wherever the elbow's cosine was not
-        // clamped; normalising it (rather than dividing by ux) also covers
-        // the clamped points. Its direction is ux's sign.
+        // Taken while y3 is worked out, off its chain of dependencies.
+        const double inv_ux = 1.0 / ux;
+        // y3 = cb dh + sb (z5 x dh) with dh = Dp / delta, cb = uy / delta and
+        // sb = f sqrt(delta^2 - uy^2) / delta: both terms over delta^2.
+        const double room = w.delta2 - uy * uy;
+        v3 y3;
+        bool clamped = !(std::fabs(w.c) < 1.0);
+        if (room >= 0.0) {
+            y3 = w.inv_delta2 * (uy * Dp + (f * std::sqrt(room)) * cross(z5, Dp));
+        } else {
+            // A clamped cb misplaces W by its excess times delta / |ux|.
+            const double delta = std::sqrt(w.delta2);
+            double cb = uy / delta;
+            if (!ik_clamp_cosine(&cb, delta,
+                                 k_rounding_slack * std::min(1.0, std::fabs(ux) / delta)))
+                return false;
+            y3 = (cb / delta) * Dp;
+            clamped = true;
+        }
+        // D - uy y3 has length |ux| where neither cosine was clamped, up to
+        // the rounding of D . y3 = uy, relatively eps |D| uy / ux^2: where
+        // ux is that short, or a cosine was clamped, it is normalised
+        // instead. Its direction is ux's sign.
         const v3 u = D - uy * y3;
-        const v3 x3 = (std::copysign(1.0, ux) / norm(u)) * u;
+        const v3 x3 = clamped || std::fabs(ux) < k_short_ux ? (std::copysign(1.0, ux) / norm(u)) * u
+                                                            : inv_ux * u;
         *out = {x3, y3, x5, z5, c3, s3};
         return true;
     }
