@@ -82,6 +82,16 @@ struct field {
     bool entry_cleared = false;        // each entry is zeroed before it is read
     chooser choose = nullptr;          // variant
 
+  private:
+    // Defined before its users: clang does not evaluate a member template
+    // defined further down in a constant expression.
+    template <typename T> constexpr field with(T field::*member, T value) const {
+        field f = *this;
+        f.*member = value;
+        return f;
+    }
+
+  public:
     constexpr field optional() const { return with(&field::need, presence::optional); }
     constexpr field loose() const { return with(&field::need, presence::loose); }
     constexpr field at_least() const { return with(&field::rule, count_rule::at_least); }
@@ -94,13 +104,6 @@ struct field {
     constexpr field atomic() const { return with(&field::entry_atomic, true); }
     constexpr field cleared() const { return with(&field::entry_cleared, true); }
     constexpr field entry_named(const char *l) const { return with(&field::entry_label, l); }
-
-  private:
-    template <typename T> constexpr field with(T field::*member, T value) const {
-        field f = *this;
-        f.*member = value;
-        return f;
-    }
 };
 
 struct schema {
