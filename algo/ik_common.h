@@ -96,6 +96,19 @@ inline constexpr double k_zyz_near_aligned = 1e-3;
 // The same with the first angle a prescribed (the caller has found M aligned).
 void ik_zyz_with_first(const double M[3][3], double a, zyz_angles *out);
 
+// Both Z-Y-Z solutions of a non-aligned split: (a, b, c) and its mirror
+// (a + pi, -b, c + pi); ca, sa the cosine and sine of a.
+inline void ik_zyz_store(double a, double b, double c, double ca, double sa, zyz_angles *out) {
+    out->angle[0][0] = a;
+    out->angle[0][1] = b;
+    out->angle[0][2] = c;
+    out->angle[1][0] = a + k_pi;
+    out->angle[1][1] = -b;
+    out->angle[1][2] = c + k_pi;
+    out->ca = ca;
+    out->sa = sa;
+}
+
 // Given the first angle (with its cosine and sine), the middle angle and
 // the fitted last angle. Inline: the seven-axis searches call it for every
 // point of the redundancy parameter they evaluate.
@@ -118,14 +131,7 @@ inline void ik_zyz_given_first(const double M[3][3], double a, double ca, double
     const double B00 = cbn * r0[0] - sbn * M[2][0];
     const double B01 = cbn * r0[1] - sbn * M[2][1];
     const double c = arc_tangent(r1[0] - B01, B00 + r1[1]);
-    out->angle[0][0] = a;
-    out->angle[0][1] = b;
-    out->angle[0][2] = c;
-    out->angle[1][0] = a + k_pi;
-    out->angle[1][1] = -b;
-    out->angle[1][2] = c + k_pi;
-    out->ca = ca;
-    out->sa = sa;
+    ik_zyz_store(a, b, c, ca, sa, out);
 }
 
 // Below this the middle axis of a Z-Y-Z triple counts as aligned. A target
@@ -171,14 +177,7 @@ inline void ik_zyz_rotation(const double M[3][3], double ref_a, double ref_c, zy
     const double B00 = M[2][2] * r00 - rho * M[2][0];
     const double B01 = M[2][2] * r01 - rho * M[2][1];
     const double c = arc_tangent(r10 - B01, B00 + r11);
-    out->angle[0][0] = a;
-    out->angle[0][1] = b;
-    out->angle[0][2] = c;
-    out->angle[1][0] = a + k_pi;
-    out->angle[1][1] = -b;
-    out->angle[1][2] = c + k_pi;
-    out->ca = ca;
-    out->sa = sa;
+    ik_zyz_store(a, b, c, ca, sa, out);
     out->aligned = false;
 }
 
