@@ -1,6 +1,7 @@
 #include "core/trajectory_save.h"
 
 #include "core/arm.h"
+#include "core/exchange.h"
 #include "core/log.h"
 
 #include <algorithm>
@@ -129,6 +130,8 @@ int save_wait_threaded(std::chrono::milliseconds first_point) {
     return 0;
 }
 
+namespace {
+
 bool save_flag(bool trajectory_save_state::*flag) {
     auto &save = trajectory_save();
     std::lock_guard<std::mutex> lock(save.mutex);
@@ -145,4 +148,29 @@ void save_close() {
     auto &save = trajectory_save();
     std::lock_guard<std::mutex> lock(save.mutex);
     close_file(save);
+}
+
+bool arm_connected(const ka_robot_handle *handle) {
+    arm_ptr arm = registry_find(handle);
+    return arm && arm->connected.load();
+}
+
+constexpr int direct_follow_ms = 1000; // one read while the stream runs
+
+} // namespace
+
+// The reads end by time-out: "point" names no reply.
+int save_wait_direct(const char *function, ka_robot_handle *handle) {
+    char scratch[reply_buffer_size];
+    ka_pack_lock_wait(function, handle, "point", scratch, sizeof scratch, m_nOutTime);
+    if (save_flag(&trajectory_save_state::started) && !save_flag(&trajectory_save_state::no_file)) {
+        // A lost connection ends the stream as silence does.
+        while (!save_flag(&trajectory_save_state::complete) && arm_connected(handle))
+            ka_pack_lock_wait(function, handle, "point", scratch, sizeof scratch, direct_follow_ms);
+        save_close();
+        return 0;
+    }
+    if (save_file_open()) return 0;
+    ka_log_error("The file is closed\n");
+    return -6;
 }

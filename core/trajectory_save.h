@@ -6,6 +6,7 @@
 #pragma once
 
 #include "core/json.h"
+#include "ka_api.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -55,9 +56,9 @@ void save_set_total(int total);
 // first_point for the first, then for the stream's end. 0, or -6 when no
 // point came, one came with no file open, or a point line was bad.
 int save_wait_threaded(std::chrono::milliseconds first_point);
-// A flag of the state, read under its mutex.
-bool save_flag(bool trajectory_save_state::*flag);
-// Whether the save file is open.
-bool save_file_open();
-// Closes the save file.
-void save_close();
+// Thread mode 0: the caller's thread reads (its reads labelled `function`),
+// and the reading writes the points until the stream ends or the connection
+// is lost; the file is then closed. With no point yet the file stays open
+// for points that come later (the next save, or closing the library, closes
+// it). 0, or -6 when the file is closed.
+int save_wait_direct(const char *function, ka_robot_handle *handle);

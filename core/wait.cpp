@@ -6,9 +6,11 @@
 #include "core/scale.h"
 
 #include <algorithm>
+#include <chrono>
 #include <climits>
 #include <cstring>
 #include <optional>
+#include <thread>
 
 namespace wait {
 namespace {
@@ -214,6 +216,37 @@ int read_once(ka_robot_handle *handle, const policy &p, int seconds) {
     return p.other_device;
 }
 
+// Waits ms, cut short when the arm's connection closes (nothing more can come).
+void pause(arm_record &arm, int ms) {
+    std::unique_lock<std::mutex> lock(arm.queue.mutex);
+    arm.queue.filed.wait_for(lock, std::chrono::milliseconds(ms), [&] { return arm.queue.closed; });
+}
+
+// verdict_after, threaded: the verdict is taken in the pauses between two
+// questions while the motion runs, else awaited at length once it does not.
+int follow_verdict(ka_robot_handle *handle, arm_record &arm, const policy &p, int seconds) {
+    pause(arm, cmd::seconds_to_ms(seconds));
+    cmd::reply_text verdict;
+    bool answered = false;
+    while (ask(handle, p).at == phase::running) {
+        if (answered)
+            pause(arm, p.running_pause_ms);
+        else
+            answered = ka_pack_lock_wait(p.function, handle, p.report, verdict.text,
+                                         sizeof verdict.text, p.running_pause_ms) > 0;
+    }
+    if (!answered) {
+        int n = ka_pack_lock_wait(p.function, handle, p.report, verdict.text, sizeof verdict.text,
+                                  p.idle_wait_ms);
+        if (n < 1) {
+            ka_log_error("[%s] %s revice error\n", p.function, p.report);
+            return n;
+        }
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(p.settle_ms));
+    return parse_ka_set_command(p.function, verdict.text, p.verdict_key);
+}
+
 } // namespace
 
 session::session(ka_robot_handle *handle, const policy &p, bool blocking, const char *forget)
@@ -222,6 +255,7 @@ session::session(ka_robot_handle *handle, const policy &p, bool blocking, const 
     if (arm_) {
         arm_->blocking_waits.fetch_add(1);
         purge_lines(*arm_, completion_report);
+        if (std::strcmp(p.report, completion_report) != 0) purge_lines(*arm_, p.report);
     }
     if (forget) cmd::forget(handle, forget);
 }
@@ -257,16 +291,16 @@ int send_fields(const void *context, const char *label, char *reply, int size) {
     return cmd::exchange(label, r.handle, a.command, r.fields, a.result_key ? a.reply : nullptr,
                          a.timeout_ms, reply, size);
 }
-bool is_chained(const command &c, std::span<const ka_request_field> fields) {
-    if (!c.chain_key) return false;
-    for (const auto &f : fields)
-        if (f.type == KA_FIELD_INT && std::strcmp(f.key, c.chain_key) == 0) return f.value.i == 1;
-    return false;
+// The request's integer under key, if it has one.
+std::optional<int> int_field(std::span<const ka_request_field> fields, const char *key) {
+    if (key)
+        for (const auto &f : fields)
+            if (f.type == KA_FIELD_INT && std::strcmp(f.key, key) == 0) return f.value.i;
+    return std::nullopt;
 }
-} // namespace
 
-int run(const command &c, ka_robot_handle *handle, blocking block, bool chained, sender send,
-        const void *context) {
+int run_request(const command &c, ka_robot_handle *handle, blocking block, bool chained, int id,
+                sender send, const void *context) {
     const cmd::set_command &a = c.accept;
     session s(handle, c.wait, block.has_value(), c.forget_unread ? a.reply : nullptr);
     const char *label = block ? c.wait.function : a.function;
@@ -283,13 +317,45 @@ int run(const command &c, ka_robot_handle *handle, blocking block, bool chained,
     }
     if (status == 0 && c.marks_accepted) s.accepted();
     if (!block || status != 0 || chained) return status;
-    return s.wait(*block, length);
+    return s.wait(*block, length, id);
 }
+} // namespace
+
+int run(const command &c, ka_robot_handle *handle, blocking block, bool chained, sender send,
+        const void *context) {
+    return run_request(c, handle, block, chained, 0, send, context);
+}
+
+namespace {
+// verdict_after, blocking: read directly, the request is answered by its
+// verdict within the caller's seconds; otherwise it is sent and the motion
+// followed. A verdict left unread by a call that did not wait is dropped.
+int run_verdict(const command &c, ka_robot_handle *handle, int seconds,
+                std::span<const ka_request_field> fields) {
+    const policy &p = c.wait;
+    if (current_reader().direct) {
+        cmd::set_command answered = c.accept;
+        answered.reply = p.report;
+        answered.result_key = p.verdict_key;
+        answered.timeout_ms = cmd::seconds_to_ms(seconds);
+        return cmd::run(answered, handle, fields);
+    }
+    arm_ptr arm = registry_find(handle);
+    if (!arm) return -1;
+    session s(handle, p, true);
+    int sent = cmd::exchange(p.function, handle, c.accept.command, fields, nullptr,
+                             c.accept.timeout_ms, nullptr, 0);
+    return sent != 0 ? sent : follow_verdict(handle, *arm, p, seconds);
+}
+} // namespace
 
 int run(const command &c, ka_robot_handle *handle, blocking block,
         std::span<const ka_request_field> fields) {
+    if (block && c.wait.order == read_order::verdict_after)
+        return run_verdict(c, handle, *block, fields);
     const field_request r{c, handle, fields};
-    return run(c, handle, block, is_chained(c, fields), send_fields, &r);
+    return run_request(c, handle, block, int_field(fields, c.chain_key) == 1,
+                       int_field(fields, c.id_key).value_or(0), send_fields, &r);
 }
 
 const reader &current_reader() {

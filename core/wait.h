@@ -40,6 +40,12 @@ enum class read_order {
     query_first,
     // One read of the report within the caller's time-out, in every mode.
     report_only,
+    // The request's own verdict, given once the motion it starts is over:
+    // the caller's seconds pass first (cut short when the connection
+    // closes), then the controller is asked while the motion runs, the
+    // pauses spent waiting for the verdict; read directly, the verdict is
+    // the answer to the request within those seconds.
+    verdict_after,
 };
 
 // How a direct read (thread mode 0) waits.
@@ -74,7 +80,7 @@ struct policy {
     int starting_passes = 9;           // idle answers before it is taken as ended anyway
     int other_pause_ms = 100;          // after an answer of another kind; -1 asks again at once
     int late_pause_ms = 100;           // report_first: after the report was still late once idle
-    int idle_wait_ms = m_nOutTime_max; // query_first: the read once it was seen idle
+    int idle_wait_ms = m_nOutTime_max; // query_first, verdict_after: the read once not running
     bool idle_miss_ends = false;       // query_first: no report in that read ends it with -4
     int failure_limit = 6;             // failed questions that end the wait with the last status
     direct_read direct = direct_read::per_second;
@@ -86,6 +92,10 @@ struct policy {
     // The result without a receive path (a mode other than 0, 1 and 2);
     // accepted_length when empty.
     std::optional<int> no_reader = std::nullopt;
+    // verdict_after: the verdict's key in the report (0 true, 1 false, -3
+    // unparsable), judged settle_ms after it came.
+    const char *verdict_key = nullptr;
+    int settle_ms = 0;
 };
 
 // The policies of the arm's motions. A planned motion: the report first,
@@ -110,10 +120,11 @@ constexpr policy queried_motion(const char *function, int kind, bool requery = f
 
 // Held by a blocking call from before its request is sent until its wait
 // ends. Reports still queued from earlier non-blocking requests are purged
-// (and the lines named `forget`, an answer nobody read), so that they cannot
-// end this wait, and while the session lives no lookup on the arm drops a
-// completion report (the waiter's own questions included). Not blocking:
-// only the lines named `forget` are dropped.
+// (completion reports, the policy's own report, and the lines named
+// `forget`, an answer nobody read), so that they cannot end this wait, and
+// while the session lives no lookup on the arm drops a completion report
+// (the waiter's own questions included). Not blocking: only the lines named
+// `forget` are dropped.
 class session {
   public:
     session(ka_robot_handle *handle, const policy &p, bool blocking, const char *forget = nullptr);
@@ -178,6 +189,9 @@ struct command {
     // A request whose chain_key is 1 is followed by a connected one: its
     // report comes only at the chain's end, so the call never waits.
     const char *chain_key = nullptr;
+    // The request's integer under this key names the program whose finish
+    // ends the wait.
+    const char *id_key = nullptr;
 
     // The caller's values in accept.args order; a null pointer gives -1 with
     // nothing sent. 0 (or the accepted wait's result), 1 refused, -3
@@ -197,6 +211,22 @@ int command::operator()(ka_robot_handle *handle, blocking block, V... v) const {
     cmd::request r(accept.function, handle);
     r.take(accept.args, v...);
     return r.status ? r.status : run(*this, handle, block, r.fields());
+}
+
+// A request only sent whose verdict, under `key` in a line of the command's
+// own name, comes once the motion of `kind` it starts is over (verdict_after,
+// asked every running_pause_ms). Without a wait it is only sent.
+template <cmd::wire_name Command>
+constexpr command verdict_after(const char *key, int kind, int running_pause_ms, int settle_ms) {
+    command c{cmd::send<Command>(0), policy{nullptr}};
+    c.wait.function = c.accept.function;
+    c.wait.report = c.accept.command;
+    c.wait.order = read_order::verdict_after;
+    c.wait.kind = kind;
+    c.wait.running_pause_ms = running_pause_ms;
+    c.wait.verdict_key = key;
+    c.wait.settle_ms = settle_ms;
+    return c;
 }
 
 // A planned motion accepted under its own name with "receive_state".

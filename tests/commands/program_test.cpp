@@ -1,7 +1,6 @@
 // Online programming: request lines, the raw project download and the
 // converted file, the program run wait, the trajectory save, and replies
 // longer than the records they fill.
-#include "core/arm.h"
 #include "sim/net/process.h"
 #include "support/arm_fixture.h"
 
@@ -98,12 +97,8 @@ TEST(program_wire, every_command_sends_its_exact_line_and_reads_its_reply) {
     };
     // clang-format on
     for (const auto &r : rows) {
-        registry_find(s.arm)->awaited_event = 0;
         expect_wire(s, r.wire);
         if (r.check) r.check();
-        // An accepted start marks the program's finish report as awaited.
-        if (r.wire.request.find("set_program_id_start") != std::string::npos)
-            EXPECT_EQ(registry_find(s.arm)->awaited_event.load(), r.wire.result == 0 ? 2 : 0);
     }
 }
 
@@ -230,6 +225,25 @@ TEST(program_run, only_the_own_programs_finish_ends_the_wait) {
         EXPECT_EQ(ka_set_program_id_run(s.arm, 3, 0, 2), r.result);
         EXPECT_EQ(std::ranges::count(s.peer.commands(), "get_program_run_state"), r.queries);
     }
+}
+
+// A finish left over from a start that did not wait must not end a later
+// blocking start: the leftover is unreadable (-4 had it ended the wait), the
+// fresh one is the program's own (0). The leftover's event shows it filed.
+TEST(program_run, a_leftover_finish_does_not_end_a_later_blocking_start) {
+    event_recorder events;
+    arm_session s;
+    const std::string accept = answer("set_program_id_start", "start_state");
+    const std::string leftover = R"({"state":"program_run_finish","finish_id":"x"})";
+    s.peer.on_once("set_program_id_start", {reply(accept), reply(leftover)});
+    ASSERT_EQ(ka_set_program_id_run(s.arm, 3, 0, 0), 0);
+    ASSERT_TRUE(events.wait_for(1, 2s, 2));
+    s.peer.on("set_program_id_start", {reply(accept)});
+    s.peer.on_once("get_program_run_state",
+                   {reply(line("get_program_run_state", R"("run_state":1)")), delay(20ms),
+                    reply(finished(3))});
+    EXPECT_EQ(ka_set_program_id_run(s.arm, 3, 0, 2), 0);
+    EXPECT_EQ(std::ranges::count(s.peer.commands(), "get_program_run_state"), 1);
 }
 
 // Threaded, the receive thread writes the points; single-thread, the caller's
