@@ -1,18 +1,14 @@
-// End effectors on the tool flange: the electric gripper and the dexterous
-// hand. Their actions are accepted at once and, when the caller blocks,
-// followed until the controller reports that the effector's move has ended.
+// End effectors on the tool flange, the electric gripper and the dexterous hand: actions accepted
+// at once and, when the caller blocks, followed until the controller reports their end.
 #include "core/command.h"
 #include "core/wait.h"
 
 namespace {
 
-// A gripper or hand action. The controller reports its end with the
-// effector's device code; the statuses for a late report and for a report of
-// another device differ between the actions and are kept as the controller's
-// clients have always seen them. Its report is read once; one without
-// "trajectory_state" counts as a normal end. An answer nobody read (a
-// gripper action that was only sent, or one that came after its time-out)
-// must not be taken for this one's.
+// A gripper or hand action: its report (with the effector's device code) is
+// read once, one without "trajectory_state" counts as a normal end, and the
+// results for a late report and another device's are the controller's own per
+// action. An answer nobody read (an action only sent, or a late one) is dropped first.
 constexpr wait::command effector(cmd::set_command accept, int device, int no_report,
                                  int other_device, bool log_no_report) {
     wait::policy p{accept.function};
@@ -29,7 +25,6 @@ constexpr wait::command effector(cmd::set_command accept, int device, int no_rep
 // Every gripper action is answered under this one name, whatever was sent.
 constexpr const char *gripper_reply = "set_gripper";
 constexpr int slow = m_nOutTime_max;
-
 // clang-format off
 constexpr auto release  = effector(cmd::set<"set_gripper_release">("state", gripper_reply, slow, {{"speed"}, {"block"}}), wait::gripper, -4, -4, false);
 constexpr auto pick     = effector(cmd::set<"set_gripper_pick">("state", gripper_reply, slow, {{"speed"}, {"force"}, {"block"}}), wait::gripper, -4, -5, false);
@@ -37,17 +32,15 @@ constexpr auto pick_on  = effector(cmd::set<"set_gripper_pick_on">("state", grip
 constexpr auto position = effector(cmd::set<"set_gripper_position">("state", gripper_reply, slow, {{"position"}, {"block"}}), wait::gripper, -4, -5, true);
 constexpr auto posture  = effector(cmd::set<"set_hand_posture">("set_state", nullptr, slow, {{"posture_num"}, {"block"}}), wait::hand, -5, -4, false);
 constexpr auto sequence = effector(cmd::set<"set_hand_seq">("set_state", nullptr, slow, {{"seq_num"}, {"block"}}), wait::hand, -5, -4, false);
-// A gripper action with neither block nor time-out is only sent, and paced
-// by a pause of one second; its answer is not read.
+// A gripper action with neither block nor time-out is only sent, paced by one second's pause.
 constexpr auto release_sent = cmd::sent_only(release.accept, slow);
 constexpr auto pick_sent = cmd::sent_only(pick.accept, slow);
 constexpr auto pick_on_sent = cmd::sent_only(pick_on.accept, slow);
 constexpr auto position_sent = cmd::sent_only(position.accept, slow);
-
 constexpr auto route = cmd::set<"set_gripper_route">("state", nullptr, slow, {{"min"}, {"max"}});
 // The six finger angles go out unscaled.
 constexpr auto hand_angle = cmd::set<"set_hand_angle">("set_state", nullptr, slow, {{"hand_angle", cmd::as::six}});
-// Streams finger targets: never answered, paced by a pause of one second.
+// Streams finger targets: never answered, paced by one second's pause.
 constexpr auto follow_angle = cmd::send<"hand_follow_angle", "ka_set_hand_follow_angle">(slow, {{"hand_angle", cmd::as::six}});
 constexpr auto hand_speed = cmd::set<"set_hand_speed">("set_state", nullptr, slow, {{"speed"}});
 constexpr auto hand_force = cmd::set<"set_hand_force">("set_state", nullptr, slow, {{"hand_force"}});

@@ -1,7 +1,5 @@
-// Jogging, teaching and motion control: steps by a small increment (sent
-// with a fixed pause, or waited for like a planned motion), continuous
-// teaching until a stop, the teach frame, and stopping, pausing, resuming or
-// discarding the running trajectory.
+// Jogging, teaching and motion control: steps, continuous teaching until a stop, the teach frame,
+// and stopping, pausing, resuming or discarding the running trajectory.
 #include "core/command.h"
 #include "core/wait.h"
 
@@ -9,9 +7,15 @@ namespace {
 
 using cmd::as;
 
-// A blocking step is accepted under the command's name with "receive_state",
-// then followed by question as a trajectory of `kind`, asked again at once
-// while it runs; the Cartesian steps read their report into 256 bytes.
+// Axis names on the wire, indexed by ka_pos_teach_type_e / ka_ort_teach_type_e;
+// a type outside 0..2 is logged under the call's label and nothing is sent.
+constexpr const char *pos_teach_axes[] = {"x", "y", "z"};
+constexpr const char *ort_teach_axes[] = {"rx", "ry", "rz"};
+constexpr const char *pos_step_axes[] = {"x_step", "y_step", "z_step"};
+constexpr const char *ort_step_axes[] = {"rx_step", "ry_step", "rz_step"};
+
+// A blocking step is accepted with "receive_state", then followed by question as a trajectory of
+// `kind`, asked again at once while it runs; Cartesian steps read their report into 256 bytes.
 template <cmd::wire_name Command, cmd::wire_name Label>
 constexpr wait::command step(int kind, int report_size, std::initializer_list<cmd::arg> args) {
     const cmd::set_command accept =
@@ -20,36 +24,15 @@ constexpr wait::command step(int kind, int report_size, std::initializer_list<cm
 }
 // clang-format off
 constexpr auto joint_step = step<"set_joint_step", "ka_set_joint_step_block">(KA_TRAJECTORY_MOVEJ, reply_buffer_size, {{"joint_step"}, {nullptr, as::thousandths}, {"v"}});
-constexpr auto pos_step = step<"set_pos_step", "ka_set_pos_step_block">(KA_TRAJECTORY_MOVEL, 256, {{"v"}, {"step", as::millionths}, {"step_type"}});
-constexpr auto ort_step = step<"set_ort_step", "ka_set_ort_step_block">(KA_TRAJECTORY_MOVEL, 256, {{"v"}, {"step", as::thousandths}, {"step_type"}});
-// A step sent without block goes out and the fixed pause paces it; the
-// controller's answer is neither read nor judged.
+constexpr auto pos_step = step<"set_pos_step", "ka_set_pos_step_block">(KA_TRAJECTORY_MOVEL, 256, {{"v"}, {"step", as::millionths}, {"step_type", as::axis, pos_step_axes}});
+constexpr auto ort_step = step<"set_ort_step", "ka_set_ort_step_block">(KA_TRAJECTORY_MOVEL, 256, {{"v"}, {"step", as::thousandths}, {"step_type", as::axis, ort_step_axes}});
+// A step without block is only sent and paced by the fixed pause; its answer is not read.
 constexpr auto joint_step_sent = cmd::sent_only(joint_step.accept, m_nOutTime, "ka_set_joint_step_nblock");
 constexpr auto pos_step_sent = cmd::sent_only(pos_step.accept, m_nOutTime, "ka_set_pos_step_nblock");
 constexpr auto ort_step_sent = cmd::sent_only(ort_step.accept, m_nOutTime, "ka_set_ort_step_nblock");
-// clang-format on
-
-// Axis names on the wire, indexed by ka_pos_teach_type_e / ka_ort_teach_type_e.
-using axis_names = const char *const[3];
-constexpr axis_names pos_teach_axes = {"x", "y", "z"};
-constexpr axis_names ort_teach_axes = {"rx", "ry", "rz"};
-constexpr axis_names pos_step_axes = {"x_step", "y_step", "z_step"};
-constexpr axis_names ort_step_axes = {"rx_step", "ry_step", "rz_step"};
-
-// The wire name of axis `type`; null (logged) for a type outside 0..2, whose
-// command is then not sent.
-const char *axis_name(axis_names &names, int type, const char *function) {
-    if (type >= 0 && type < 3) return names[type];
-    ka_log_error("[%s] axis type %d is not 0, 1 or 2\n", function, type);
-    return nullptr;
-}
-
-const char *direction(int d) { return d != 0 ? "pos" : "neg"; }
-
-// clang-format off
-constexpr auto joint_teach = cmd::set<"set_joint_teach">("joint_teach", nullptr, m_nOutTime, {{"teach_joint"}, {"v"}, {"direction"}});
-constexpr auto pos_teach = cmd::set<"set_pos_teach">("pos_teach", nullptr, m_nOutTime, {{"v"}, {"direction"}, {"teach_type"}});
-constexpr auto ort_teach = cmd::set<"set_ort_teach">("ort_teach", nullptr, m_nOutTime, {{"v"}, {"direction"}, {"teach_type"}});
+constexpr auto joint_teach = cmd::set<"set_joint_teach">("joint_teach", nullptr, m_nOutTime, {{"teach_joint"}, {"v"}, {"direction", as::direction}});
+constexpr auto pos_teach = cmd::set<"set_pos_teach">("pos_teach", nullptr, m_nOutTime, {{"v"}, {"direction", as::direction}, {"teach_type", as::axis, pos_teach_axes}});
+constexpr auto ort_teach = cmd::set<"set_ort_teach">("ort_teach", nullptr, m_nOutTime, {{"v"}, {"direction", as::direction}, {"teach_type", as::axis, ort_teach_axes}});
 constexpr auto teach_frame = cmd::set<"set_teach_frame">("set_state", nullptr, m_nOutTime, {{"frame_type"}});
 constexpr auto teach_frame_read = cmd::value<"get_teach_frame">("frame_type");
 // The controls without arguments, each answered under its own name.
@@ -72,39 +55,13 @@ int ka_set_pos_step(ka_robot_handle *handle, ka_pos_teach_type_e type, float ste
 int ka_set_ort_step(ka_robot_handle *handle, ka_ort_teach_type_e type, float step, int v, int block) { return block == 0 ? ka_set_ort_step_nblock(handle, type, step, v) : ka_set_ort_step_block(handle, type, step, v, block); }
 int ka_set_joint_step_nblock(ka_robot_handle *h, int joint_num, float step, int v) { return joint_step_sent(h, joint_num, step, v); }
 int ka_set_joint_step_block(ka_robot_handle *h, int joint_num, float step, int v, int block) { return joint_step(h, block, joint_num, step, v); }
-// clang-format on
-// The step's axis is checked first (and logged under the call's label).
-int ka_set_pos_step_nblock(ka_robot_handle *h, ka_pos_teach_type_e type, float step, int v) {
-    const char *axis = axis_name(pos_step_axes, type, pos_step_sent.function);
-    return axis ? pos_step_sent(h, v, step, axis) : -1;
-}
-int ka_set_ort_step_nblock(ka_robot_handle *h, ka_ort_teach_type_e type, float step, int v) {
-    const char *axis = axis_name(ort_step_axes, type, ort_step_sent.function);
-    return axis ? ort_step_sent(h, v, step, axis) : -1;
-}
-int ka_set_pos_step_block(ka_robot_handle *h, ka_pos_teach_type_e type, float step, int v,
-                          int block) {
-    const char *axis = axis_name(pos_step_axes, type, pos_step.wait.function);
-    return axis ? pos_step(h, block, v, step, axis) : -1;
-}
-int ka_set_ort_step_block(ka_robot_handle *h, ka_ort_teach_type_e type, float step, int v,
-                          int block) {
-    const char *axis = axis_name(ort_step_axes, type, ort_step.wait.function);
-    return axis ? ort_step(h, block, v, step, axis) : -1;
-}
-
-// clang-format off
-int ka_set_joint_teach(ka_robot_handle *handle, int joint_num, int dir, int v) { return joint_teach(handle, joint_num, v, direction(dir)); }
-// clang-format on
-int ka_set_pos_teach(ka_robot_handle *handle, ka_pos_teach_type_e type, int dir, int v) {
-    const char *axis = axis_name(pos_teach_axes, type, pos_teach.function);
-    return axis ? pos_teach(handle, v, direction(dir), axis) : -1;
-}
-int ka_set_ort_teach(ka_robot_handle *handle, ka_ort_teach_type_e type, int dir, int v) {
-    const char *axis = axis_name(ort_teach_axes, type, ort_teach.function);
-    return axis ? ort_teach(handle, v, direction(dir), axis) : -1;
-}
-// clang-format off
+int ka_set_pos_step_nblock(ka_robot_handle *h, ka_pos_teach_type_e type, float step, int v) { return pos_step_sent(h, v, step, type); }
+int ka_set_ort_step_nblock(ka_robot_handle *h, ka_ort_teach_type_e type, float step, int v) { return ort_step_sent(h, v, step, type); }
+int ka_set_pos_step_block(ka_robot_handle *h, ka_pos_teach_type_e type, float step, int v, int block) { return pos_step(h, block, v, step, type); }
+int ka_set_ort_step_block(ka_robot_handle *h, ka_ort_teach_type_e type, float step, int v, int block) { return ort_step(h, block, v, step, type); }
+int ka_set_joint_teach(ka_robot_handle *handle, int joint_num, int dir, int v) { return joint_teach(handle, joint_num, v, dir); }
+int ka_set_pos_teach(ka_robot_handle *handle, ka_pos_teach_type_e type, int dir, int v) { return pos_teach(handle, v, dir, type); }
+int ka_set_ort_teach(ka_robot_handle *handle, ka_ort_teach_type_e type, int dir, int v) { return ort_teach(handle, v, dir, type); }
 int ka_set_stop_teach(ka_robot_handle *handle) { return stop_teach(handle); }
 int ka_set_teach_frame(ka_robot_handle *handle, int frame_type) { return teach_frame(handle, frame_type); }
 int ka_get_teach_frame(ka_robot_handle *handle, int *frame_type) { return teach_frame_read(handle, frame_type); }

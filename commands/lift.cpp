@@ -1,38 +1,20 @@
-// Lift and expansion axes: the two single axes a controller can drive beside
-// the arm. Speeds, moves (followed until the axis reports its end when the
-// caller blocks) and state reads; the controller takes every value unscaled.
+// Lift and expansion axes beside the arm: speeds, moves (followed until the
+// axis reports its end when the caller blocks) and state reads, all unscaled.
 #include "core/command.h"
 #include "core/wait.h"
 
-#include <optional>
-
 namespace {
 
-// The controller's names put the verb first for the lift, last for the
-// expansion axis. A state read fills the record in its order; the position
-// key differs.
-// clang-format off
-constexpr auto lift_state = cmd::query<"get_lift_state">("lift_state", {{"height"}, {"current"}, {"err_flag"}, {"mode"}});
-constexpr auto expand_state = cmd::query<"expand_get_state", "ka_get_expand_state">("expand_state", {{"pos"}, {"current"}, {"err_flag"}, {"mode"}});
-constexpr auto lift_speed = cmd::set<"set_lift_speed">("set_state", nullptr, m_nOutTime, {{"speed"}});
-constexpr auto expand_speed = cmd::set<"expand_set_speed", "ka_set_expand_speed">("set_speed_state", nullptr, m_nOutTime, {{"speed"}});
-// clang-format on
-
-int read_state(const cmd::query_command &q, ka_robot_handle *handle, ka_expand_state_t *s) {
-    return s ? q(handle, &s->pos, &s->current, &s->err_flag, &s->mode) : -1;
-}
-
 // The state read the threaded wait follows: its status, and "mode".
-template <const cmd::query_command &q> int axis_mode(ka_robot_handle *handle, int *mode) {
+template <int (*read)(ka_robot_handle *, ka_expand_state_t *)>
+int axis_mode(ka_robot_handle *handle, int *mode) {
     ka_expand_state_t state{};
-    const int status = read_state(q, handle, &state);
+    const int status = read(handle, &state);
     *mode = state.mode;
     return status;
 }
-
 // An axis's move is followed by its report first, its state read while the
-// report is late; every report is judged as the one that ends the wait, and
-// one without "trajectory_state" counts as a normal end.
+// report is late; every report ends the wait, one without "trajectory_state" normally.
 constexpr wait::command axis_move(cmd::set_command accept, int device,
                                   int (*state)(ka_robot_handle *, int *), int no_reader) {
     wait::policy p{accept.function};
@@ -46,12 +28,17 @@ constexpr wait::command axis_move(cmd::set_command accept, int device,
     return {accept, p};
 }
 
-// The height command is never answered: it is sent and paced by the default
-// time-out. Without a receive path the lift has always reported -3; the
-// expansion axis gives its start reply's result, 0.
+// The controller's names put the verb first for the lift, last for the
+// expansion axis; the state reads differ in the position key.
 // clang-format off
-constexpr auto lift_height = axis_move(cmd::send<"set_lift_height">(m_nOutTime, {{"speed"}, {"height"}}), wait::lift, axis_mode<lift_state>, -3);
-constexpr auto expand_pos = axis_move(cmd::set<"expand_set_pos", "ka_set_expand_pos">("set_pos_state", nullptr, m_nOutTime, {{"speed"}, {"pos"}}), wait::expand, axis_mode<expand_state>, 0);
+constexpr auto lift_state = cmd::query<"get_lift_state">("lift_state", {{"height"}, {"current"}, {"err_flag"}, {"mode"}});
+constexpr auto expand_state = cmd::query<"expand_get_state", "ka_get_expand_state">("expand_state", {{"pos"}, {"current"}, {"err_flag"}, {"mode"}});
+constexpr auto lift_speed = cmd::set<"set_lift_speed">("set_state", nullptr, m_nOutTime, {{"speed"}});
+constexpr auto expand_speed = cmd::set<"expand_set_speed", "ka_set_expand_speed">("set_speed_state", nullptr, m_nOutTime, {{"speed"}});
+// The height command is never answered, only paced by the default time-out;
+// without a receive path the lift reports -3, the expansion axis its start reply's 0.
+constexpr auto lift_height = axis_move(cmd::send<"set_lift_height">(m_nOutTime, {{"speed"}, {"height"}}), wait::lift, axis_mode<ka_get_lift_state>, -3);
+constexpr auto expand_pos = axis_move(cmd::set<"expand_set_pos", "ka_set_expand_pos">("set_pos_state", nullptr, m_nOutTime, {{"speed"}, {"pos"}}), wait::expand, axis_mode<ka_get_expand_state>, 0);
 // clang-format on
 
 } // namespace
@@ -61,10 +48,10 @@ extern "C" {
 // clang-format off
 int ka_set_lift_speed(ka_robot_handle *h, int speed) { return lift_speed(h, speed); }
 int ka_set_lift_height(ka_robot_handle *h, int speed, int height, int block) { return lift_height(h, wait::when(block), speed, height); }
-int ka_get_lift_state(ka_robot_handle *h, ka_expand_state_t *state) { return read_state(lift_state, h, state); }
+int ka_get_lift_state(ka_robot_handle *h, ka_expand_state_t *state) { return state ? lift_state(h, &state->pos, &state->current, &state->err_flag, &state->mode) : -1; }
 int ka_set_expand_speed(ka_robot_handle *h, int speed) { return expand_speed(h, speed); }
 int ka_set_expand_pos(ka_robot_handle *h, int speed, int pos, int block) { return expand_pos(h, wait::when(block), speed, pos); }
-int ka_get_expand_state(ka_robot_handle *h, ka_expand_state_t *state) { return read_state(expand_state, h, state); }
+int ka_get_expand_state(ka_robot_handle *h, ka_expand_state_t *state) { return state ? expand_state(h, &state->pos, &state->current, &state->err_flag, &state->mode) : -1; }
 // clang-format on
 
 } // extern "C"

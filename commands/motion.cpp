@@ -1,14 +1,10 @@
-// Point-to-point and path motion: five planned motions, each sent on its
-// own (the call returns once the controller accepted it) or blocking (the
-// call returns once the controller reported it finished), and the query of
-// the running trajectory that the blocking waits use.
+// Point-to-point and path motion: five planned motions, returning once accepted or once reported
+// finished, and the query of the running trajectory that the blocking waits use.
 #include "core/command.h"
 #include "core/wait.h"
 
-#include <algorithm>
+#include <cstdio>
 #include <cstring>
-#include <iterator>
-#include <optional>
 
 namespace {
 
@@ -19,25 +15,17 @@ using wait::planned_motion;
 // Each motion goes out as "v", its target, "trajectory_connect", "r".
 constexpr auto movej = wait::motion<"movej">(planned_motion("ka_movej", KA_TRAJECTORY_MOVEJ), {{"v"}, {"joint", as::joints}, {"trajectory_connect"}, {"r"}});
 constexpr auto movel = wait::motion<"movel">(planned_motion("ka_movel", KA_TRAJECTORY_MOVEL), {{"v"}, {"pose", as::pose}, {"trajectory_connect"}, {"r"}});
-// The blocking spline move has always labelled its exchange and its device
-// message as the linear move; that labelling is kept.
+// The blocking spline move has always labelled its exchange and device message as the linear move.
 constexpr auto moves = wait::motion<"moves">(planned_motion("ka_movel", KA_TRAJECTORY_MOVES), {{"v"}, {"pose", as::pose}, {"trajectory_connect"}, {"r"}});
 // A joint move to a Cartesian target runs as a joint trajectory.
 constexpr auto movej_p = wait::motion<"movej_p">(wait::queried_motion("ka_movej_p", KA_TRAJECTORY_MOVEJ), {{"v"}, {"pose", as::pose}, {"trajectory_connect"}, {"r"}});
 constexpr auto movec = wait::motion<"movec">(planned_motion("ka_movec", KA_TRAJECTORY_MOVEC), {});
+constexpr auto trajectory = cmd::query<"get_arm_current_trajectory">("arm_current_trajectory");
+// The running trajectory's "type" texts in enumeration order, logged names, and whether "data" is a pose.
+struct trajectory_kind { const char *type, *name; bool pose; };
+constexpr trajectory_kind trajectory_kinds[] = {{"none", "None", false}, {"movej", "MoveJ", false}, {"movel", "MoveL", true}, {"movec", "MoveC", true}, {"moves", "MoveS", true}, {"re_trajectory", "Re-Trajectory", false}};
+constexpr int kind_count = sizeof trajectory_kinds / sizeof *trajectory_kinds;
 // clang-format on
-
-cJSON *pose_array(const ka_pose_t &pose) {
-    cmd::wire_pose wire = cmd::pose_to_wire(pose);
-    cJSON *array = cJSON_CreateArray();
-    for (int32_t value : wire.v)
-        cJSON_AddItemToArray(array, cJSON_CreateNumber(value));
-    return array;
-}
-
-// The arc's blend radius goes out in thousandths of the caller's value,
-// unlike every other motion's.
-int32_t arc_blend_radius(int r) { return scale::truncate(static_cast<double>(r) * 1000.0); }
 
 struct arc_request {
     ka_robot_handle *handle;
@@ -51,50 +39,21 @@ int send_arc(const void *context, const char *label, char *reply, int size) {
     return ka_pack_lock_wait(label, a.handle, movec.accept.command, reply, size, m_nOutTime);
 }
 
-// The arc is written by hand: its poses are nested in one object, and the
-// controller has always been sent it in cJSON's formatted print.
+// Irregular: the arc nests its poses in one object and goes out in cJSON's formatted print.
 int move_arc(ka_robot_handle *handle, const ka_pose_t &via, const ka_pose_t &to, int v, int r,
              int loop, int connect, wait::blocking block) {
     json_ptr object(cJSON_CreateObject());
     cJSON_AddStringToObject(object.get(), "command", movec.accept.command);
-    cJSON *poses = cJSON_CreateObject();
-    cJSON_AddItemToObject(poses, "pose_via", pose_array(via));
-    cJSON_AddItemToObject(poses, "pose_to", pose_array(to));
-    cJSON_AddItemToObject(object.get(), "pose", poses);
+    cJSON *poses = cJSON_AddObjectToObject(object.get(), "pose");
+    cJSON_AddItemToObject(poses, "pose_via", cJSON_CreateIntArray(cmd::pose_to_wire(via).v, 6));
+    cJSON_AddItemToObject(poses, "pose_to", cJSON_CreateIntArray(cmd::pose_to_wire(to).v, 6));
     cJSON_AddNumberToObject(object.get(), "v", v);
-    cJSON_AddNumberToObject(object.get(), "r", arc_blend_radius(r));
+    // The blend radius goes out in thousandths of the caller's value, unlike every other motion's.
+    cJSON_AddNumberToObject(object.get(), "r", scale::truncate(static_cast<double>(r) * 1000.0));
     cJSON_AddNumberToObject(object.get(), "loop", loop);
     cJSON_AddNumberToObject(object.get(), "trajectory_connect", connect);
     const arc_request request{handle, object.get(), block.has_value()};
     return wait::run(movec, handle, block, connect == 1, send_arc, &request);
-}
-
-// The "type" strings of the running trajectory, in enumeration order.
-struct trajectory_kind {
-    const char *type;
-    const char *name; // as logged
-    bool pose;        // data holds a pose, else joint angles
-};
-constexpr trajectory_kind trajectory_kinds[] = {
-    {"none", "None", false},  {"movej", "MoveJ", false}, {"movel", "MoveL", true},
-    {"movec", "MoveC", true}, {"moves", "MoveS", true},  {"re_trajectory", "Re-Trajectory", false},
-};
-
-constexpr const char *trajectory_function = "ka_get_arm_current_trajectory";
-
-void log_trajectory_data(const float *data, bool pose, int dof) {
-    if (pose)
-        ka_log_info("[ka_get_arm_current_trajectory] End effector pose:  %.3f, %.3f, %.3f, %.3f, "
-                    "%.3f, %.3f\n",
-                    data[0], data[1], data[2], data[3], data[4], data[5]);
-    else if (dof == 6)
-        ka_log_info("[ka_get_arm_current_trajectory] Joint Angles: %.3f, %.3f, %.3f, %.3f, %.3f, "
-                    "%.3f\n",
-                    data[0], data[1], data[2], data[3], data[4], data[5]);
-    else
-        ka_log_info("[ka_get_arm_current_trajectory] Joint Angles: %.3f, %.3f, %.3f, %.3f, %.3f, "
-                    "%.3f, %.3f\n",
-                    data[0], data[1], data[2], data[3], data[4], data[5], data[6]);
 }
 
 } // namespace
@@ -121,34 +80,24 @@ int ka_movej_p_block(ka_robot_handle *h, ka_pose_t pose, int v, int r, int conne
 // Only this form checks the chaining flag: the arc takes no value above 1.
 int ka_movec(ka_robot_handle *h, ka_pose_t via, ka_pose_t to, int v, int r, int loop, int connect,
              int block) {
-    if (connect > 1) {
-        ka_log_error("[%s] trajectory_connect check err! \n", movec.accept.function);
-        return -6;
-    }
-    return move_arc(h, via, to, v, r, loop, connect, wait::when(block));
+    if (connect <= 1) return move_arc(h, via, to, v, r, loop, connect, wait::when(block));
+    ka_log_error("[%s] trajectory_connect check err! \n", movec.accept.function);
+    return -6;
 }
 
-// Written by hand: the reply's "type" decides whether "data" is a pose or
-// joints, and both are logged.
+// Irregular: the reply's "type" decides whether "data" is a pose or joints, and both are logged.
 int ka_get_arm_current_trajectory(ka_robot_handle *handle, ka_arm_current_trajectory_e *type,
                                   float *data) {
     if (!type || !data) return -1;
-    cmd::reply_text reply;
-    int n = cmd::run(cmd::query_command{trajectory_function, "get_arm_current_trajectory",
-                                        "arm_current_trajectory"},
-                     handle, reply);
-    if (n < 1) return n;
+    json_ptr doc;
+    if (int n = cmd::run(trajectory, handle, doc); n < 1) return n;
     int dof = cmd::arm_dof(handle);
-    if (!dof) return cmd::disconnected(trajectory_function);
-    json_ptr doc = json_parse(reply.text);
+    if (!dof) return cmd::disconnected(trajectory.function);
     const cJSON *items = doc ? cJSON_GetObjectItem(doc.get(), "data") : nullptr;
     const char *kind_text = doc ? MIO_JSON_GetObjectItemStr(doc.get(), "type") : nullptr;
-    if (!items || !kind_text) {
-        ka_log_error("[ka_get_arm_current_trajectory] Get arm current trajectory parse err\n");
-        return -1;
-    }
-    if (!cJSON_IsArray(items)) {
-        ka_log_error("[ka_get_arm_current_trajectory] Data type parse err\n");
+    if (!items || !kind_text || !cJSON_IsArray(items)) {
+        ka_log_error("[ka_get_arm_current_trajectory] %s parse err\n",
+                     items && kind_text ? "Data type" : "Get arm current trajectory");
         return -1;
     }
     // Only the first seven entries carry meaning; the rest are counted.
@@ -160,24 +109,21 @@ int ka_get_arm_current_trajectory(ka_robot_handle *handle, ka_arm_current_trajec
                 "%d, %d, %d, %d, %d, %d)\n",
                 count, v[0], v[1], v[2], v[3], v[4], v[5], v[6]);
     int index = 0;
-    while (index < static_cast<int>(std::size(trajectory_kinds)) &&
-           std::strcmp(trajectory_kinds[index].type, kind_text) != 0)
+    while (index < kind_count && std::strcmp(trajectory_kinds[index].type, kind_text) != 0)
         ++index;
-    if (index == static_cast<int>(std::size(trajectory_kinds))) return -1;
-    const trajectory_kind &kind = trajectory_kinds[index];
+    if (index == kind_count) return -1;
     *type = static_cast<ka_arm_current_trajectory_e>(index);
-    if (kind.pose) {
-        ka_pose_t pose{};
-        cmd::pose_from_wire(v, pose);
-        const float values[6] = {pose.position.x, pose.position.y, pose.position.z,
-                                 pose.euler.rx,   pose.euler.ry,   pose.euler.rz};
-        std::copy(std::begin(values), std::end(values), data);
-    } else {
-        for (int i = 0; i < dof; ++i)
-            data[i] = scale::from_thousandths(v[i]);
+    const trajectory_kind *kind = &trajectory_kinds[index];
+    // A pose: x, y, z in micrometres, then angles in thousandths; joints in millidegrees.
+    char text[256] = {};
+    for (int i = 0, used = 0; i < (kind->pose ? 6 : dof); ++i) {
+        data[i] =
+            kind->pose && i < 3 ? scale::from_millionths(v[i]) : scale::from_thousandths(v[i]);
+        used += std::snprintf(text + used, sizeof text - used, i ? ", %.3f" : "%.3f", data[i]);
     }
-    ka_log_info("[ka_get_arm_current_trajectory] Current trajectory is %s!\n", kind.name);
-    log_trajectory_data(data, kind.pose, dof);
+    ka_log_info("[ka_get_arm_current_trajectory] Current trajectory is %s!\n", kind->name);
+    ka_log_info("[ka_get_arm_current_trajectory] %s%s\n",
+                kind->pose ? "End effector pose:  " : "Joint Angles: ", text);
     return 0;
 }
 

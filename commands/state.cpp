@@ -6,57 +6,30 @@
 
 namespace {
 
-// Bounded copy that adds no terminator when the text fills the field, as the
-// fixed-width version record has always been filled.
-template <size_t N> void copy_fixed(char (&field)[N], const char *text, size_t limit) {
-    std::strncpy(field, text, limit < N ? limit : N);
-}
-
-// Reads the required string `key` of `object` into field; logs `what` when
-// it is missing.
-template <size_t N>
-bool read_version(const cJSON *object, const char *key, char (&field)[N], size_t limit,
-                  const char *what) {
-    const char *text = MIO_JSON_GetObjectItemStr(object, key);
-    if (!text) {
-        ka_log_error("[ka_get_arm_software_info] %s parse err\n", what);
-        return false;
-    }
-    copy_fixed(field, text, limit);
-    ka_log_info("[ka_get_arm_software_info] %s: %s\n", what, text);
-    return true;
-}
-
 using cmd::as;
 using cmd::per_joint;
 constexpr auto milli = as::thousandths;
 
 // clang-format off
-// Per-joint readings in thousandths of the caller's unit.
+// Per-joint readings in thousandths of the caller's unit; odom and runtime answered under their own name.
 constexpr auto joint_degree = cmd::joints<"get_joint_degree">("joint", milli, "joint_degree");
 constexpr auto joint_temperature = cmd::joints<"get_current_joint_temperature">("joint_temperature", milli, "current_joint_temperature");
 constexpr auto joint_current = cmd::joints<"get_current_joint_current">("joint_current", milli, "current_joint_current");
 constexpr auto joint_voltage = cmd::joints<"get_current_joint_voltage">("joint_voltage", milli, "current_joint_voltage");
-// Answered under the query's own name.
 constexpr auto joint_odom = cmd::joints<"get_joint_odom">("odom", milli);
-// A reply without one of the keys gives the exchange's positive result.
-constexpr auto arm_state = [] {
-    auto q = cmd::query<"get_current_arm_state">("current_arm_state", {{"arm_err"}, {"sys_err"}, {"joint", milli, per_joint}, {"pose", as::pose}});
-    q.missing_gives_length = true;
-    return q;
-}();
+constexpr auto arm_state = cmd::or_length(cmd::query<"get_current_arm_state">("current_arm_state", {{"arm_err"}, {"sys_err"}, {"joint", milli, per_joint}, {"pose", as::pose}}));
 // Joint error codes pass through single precision, as callers have always
 // received them: codes above 2^24 lose their low bits.
 constexpr auto all_state = cmd::query<"get_arm_all_state">("arm_all_state", {{"temperature", milli, per_joint}, {"current", milli, per_joint}, {"voltage", milli, per_joint}, {"err_flag", as::through_float, per_joint}, {"en_flag", as::plain, per_joint}, {"sys_err"}});
 constexpr auto err_flags = cmd::query<"get_joint_err_flag">("joint_err_flag", {{"err_flag", as::plain, per_joint}, {"brake_state", as::plain, per_joint}});
 constexpr auto controller_state = cmd::query<"get_controller_state">("controller_state", {{"voltage", milli}, {"current", milli}, {"temperature", milli}, {"err_flag"}});
 constexpr auto power = cmd::value<"get_arm_power_state">("power_state", "arm_power_state");
-// Answered under the query's own name.
 constexpr auto runtime = cmd::query<"get_system_runtime">(nullptr, {{"day"}, {"hour"}, {"min"}, {"sec"}});
 constexpr auto arm_power = cmd::set1<"set_arm_power">("arm_power");
 constexpr auto clear_runtime = cmd::set<"clear_system_runtime">("clear_state");
 constexpr auto clear_odom = cmd::set<"clear_joint_odom">("clear_state");
 constexpr auto clear_err = cmd::set<"clear_system_err">("clear_state");
+constexpr auto software_info = cmd::query<"get_arm_software_info">("arm_software_info");
 // clang-format on
 
 } // namespace
@@ -81,40 +54,39 @@ int ka_clear_joint_odom(ka_robot_handle *h) { return clear_odom(h); }
 int ka_clear_system_err(ka_robot_handle *h) { return clear_err(h); }
 // clang-format on
 
-} // extern "C"
-
-// Irregular: the version record nests its texts in optional objects.
-extern "C" int ka_get_arm_software_info(ka_robot_handle *handle, ka_arm_software_version_t *info) {
+// Irregular: the version texts sit in optional objects; plan texts repeat those of "ctrl_info".
+int ka_get_arm_software_info(ka_robot_handle *handle, ka_arm_software_version_t *info) {
     if (!info) return -1;
-    cmd::reply_text reply;
-    int n = cmd::run(cmd::query<"get_arm_software_info">("arm_software_info"), handle, reply);
-    if (n < 1) return n;
-    json_ptr doc = json_parse(reply.text);
+    json_ptr doc;
+    if (int n = cmd::run(software_info, handle, doc); n < 1) return n;
     if (!doc) {
         ka_log_error("[ka_get_arm_software_info] Arm software info parse err\n");
         return -1;
     }
-    const cJSON *root = doc.get();
-    if (!read_version(root, "Product_version", info->product_version, 10, "Product version"))
-        return -1;
-    if (const cJSON *algorithm = cJSON_GetObjectItem(root, "algorithm_info"))
-        if (!read_version(algorithm, "version", info->algorithm_version, 20, "Algorithm version"))
+    // clang-format off
+    const struct { const char *when, *from, *key; char *field; size_t bytes; const char *what; } texts[] = {
+        {nullptr, nullptr, "Product_version", info->product_version, 10, "Product version"},
+        {"algorithm_info", "algorithm_info", "version", info->algorithm_version, 20, "Algorithm version"},
+        {"ctrl_info", "ctrl_info", "version", info->ctrl_version, 8, "Ctrl version"},
+        {"ctrl_info", "ctrl_info", "build_time", info->ctrl_build_time, 20, "Ctrl build Time"},
+        {"dynamic_info", "dynamic_info", "model_version", info->dynamic_model_version, 5, "Dynamic model version"},
+        {"plan_info", "ctrl_info", "version", info->plan_version, 8, "Plan version"},
+        {"plan_info", "ctrl_info", "build_time", info->plan_build_time, 18, "Plan build Time"},
+    };
+    // clang-format on
+    for (const auto &t : texts) {
+        if (t.when && !cJSON_GetObjectItem(doc.get(), t.when)) continue;
+        const cJSON *from = t.from ? cJSON_GetObjectItem(doc.get(), t.from) : doc.get();
+        const char *text = MIO_JSON_GetObjectItemStr(from, t.key);
+        if (!text) {
+            ka_log_error("[ka_get_arm_software_info] %s parse err\n", t.what);
             return -1;
-    const cJSON *ctrl = cJSON_GetObjectItem(root, "ctrl_info");
-    if (ctrl && (!read_version(ctrl, "version", info->ctrl_version, 8, "Ctrl version") ||
-                 !read_version(ctrl, "build_time", info->ctrl_build_time, 20, "Ctrl build Time")))
-        return -1;
-    if (const cJSON *dynamic = cJSON_GetObjectItem(root, "dynamic_info"))
-        if (!read_version(dynamic, "model_version", info->dynamic_model_version, 5,
-                          "Dynamic model version"))
-            return -1;
-    // The plan fields repeat the controller's version and build time: the
-    // controller reports them under "ctrl_info" whenever "plan_info" is there.
-    if (cJSON_GetObjectItem(root, "plan_info") &&
-        (!read_version(ctrl, "version", info->plan_version, 8, "Plan version") ||
-         !read_version(ctrl, "build_time", info->plan_build_time, 18, "Plan build Time")))
-        return -1;
-    // The product text is searched from product_version onward; a full
-    // ten-character product text runs on into the following fields.
+        }
+        std::strncpy(t.field, text, t.bytes);
+        ka_log_info("[ka_get_arm_software_info] %s: %s\n", t.what, text);
+    }
+    // Searched from product_version on: a full ten-character product text runs into what follows.
     return registry_detect_model(handle, info->product_version, sizeof *info);
 }
+
+} // extern "C"

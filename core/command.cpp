@@ -7,6 +7,7 @@
 
 #include <mutex>
 #include <string>
+#include <thread>
 
 namespace cmd {
 
@@ -68,8 +69,28 @@ int32_t int_from_wire(as scale, int32_t v) {
 }
 } // namespace
 
+const arm_ptr &request::arm() {
+    if (!looked_up_) arm_ = registry_find(handle_);
+    looked_up_ = true;
+    return arm_;
+}
+
+namespace {
+int dof_of(const arm_ptr &arm) {
+    int dof = arm ? load_public(arm->pub.arm_dof) : 0;
+    return dof == 6 || dof == 7 ? dof : 0;
+}
+} // namespace
+
 void request::add(const arg &a, int32_t v) {
     if (status) return;
+    if (a.scale == as::direction) return add(a, v != 0 ? "pos" : "neg");
+    if (a.scale == as::axis) {
+        if (v >= 0 && v < 3) return add(a, a.names[v]);
+        ka_log_error("[%s] axis type %d is not 0, 1 or 2\n", function_, v);
+        status = -1;
+        return;
+    }
     if (a.key || count_ == 0) {
         next(a.key, KA_FIELD_INT).value.i = v;
         return;
@@ -93,7 +114,7 @@ void request::add(const arg &a, const char *v) {
 }
 void request::add(const arg &a, const float *v) {
     if (status) return;
-    const int dof = arm_dof(handle_);
+    const int dof = dof_of(arm());
     if (!dof) {
         status = disconnected(function_);
         return;
@@ -230,9 +251,31 @@ int run(const set_command &c, ka_robot_handle *handle,
     return run(c, handle, std::span(fields.begin(), fields.size()));
 }
 
+int stream(const set_command &c, request &r) {
+    const arm_ptr &arm = r.arm();
+    if (!arm) return -1;
+    ka_request_field fields[max_args + 1] = {text("command", c.command)};
+    int count = 1;
+    for (const auto &field : r.fields())
+        fields[count++] = field;
+    if (common_json_pack_set(arm.get(), fields, count) != 0) {
+        ka_log_error("[%s] %s send error\n", c.function, c.command);
+        return -1;
+    }
+    std::this_thread::yield();
+    return 0;
+}
+
 int run(const query_command &q, ka_robot_handle *handle, reply_text &reply) {
     return exchange(q.function, handle, q.command, {}, q.reply, q.timeout_ms, reply.text,
                     sizeof reply.text);
+}
+
+int run(const query_command &q, ka_robot_handle *handle, json_ptr &doc) {
+    reply_text reply;
+    const int n = run(q, handle, reply);
+    if (n > 0) doc = json_parse(reply.text);
+    return n;
 }
 
 namespace {
@@ -330,11 +373,7 @@ int disconnected(const char *function) {
     return -1;
 }
 
-int arm_dof(const ka_robot_handle *handle) {
-    arm_ptr arm = registry_find(handle);
-    int dof = arm ? load_public(arm->pub.arm_dof) : 0;
-    return dof == 6 || dof == 7 ? dof : 0;
-}
+int arm_dof(const ka_robot_handle *handle) { return dof_of(registry_find(handle)); }
 
 } // namespace cmd
 

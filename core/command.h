@@ -194,12 +194,15 @@ enum class as : uint8_t {
     registers,
     coil_bytes,
     coil_groups,
+    axis,      // int: arg::names[0..2] as text; another value is logged and gives -1
+    direction, // int: "pos" when not 0, else "neg"
 };
 // A request key. A null key adds the value to the previous field, which
 // becomes an array: {"k"}, {nullptr, as::joint_rate} sends "k":[n, v].
 struct arg {
     const char *key = nullptr;
     as scale = as::plain;
+    const char *const *names = nullptr; // as::axis: the three wire names
 };
 // A reply key: count 0 one integer (or text for a char buffer of `count`
 // bytes, see text_bytes), n an array of n, per_joint one entry per joint.
@@ -251,6 +254,8 @@ class request {
     void add(const arg &, char *) { status = -1; }
     void add(const arg &, ka_pose_t *) { status = -1; }
     std::span<const ka_request_field> fields() const { return {field_, size_t(count_)}; }
+    // The arm of the handle, looked up once per call.
+    const arm_ptr &arm();
     int status = 0;
 
   private:
@@ -258,6 +263,8 @@ class request {
     void array(const char *key, const int32_t *v, int count);
     const char *function_;
     ka_robot_handle *handle_;
+    arm_ptr arm_;
+    bool looked_up_ = false;
     ka_request_field field_[max_args] = {};
     int32_t store_[max_args][7] = {};
     int count_ = 0;
@@ -304,7 +311,8 @@ class reply_outs {
 // boolean under `result_key`. Without result_key it is only sent, then
 // timeout_ms pass before anything else goes out; its answer is not read.
 // With refresh, a true answer is followed by that read (into scratch), whose
-// status is the call's.
+// status is the call's. Streamed, the line goes straight onto the arm's
+// socket (no exchange lock, no pause) and the processor is yielded once.
 struct query_command;
 struct set_command {
     const char *function;
@@ -314,6 +322,7 @@ struct set_command {
     int timeout_ms = m_nOutTime;
     std::array<arg, max_args> args = {};
     const query_command *refresh = nullptr;
+    bool streamed = false;
 
     // The caller's values in args order; a null pointer among them gives -1
     // with nothing sent.
@@ -323,6 +332,9 @@ struct set_command {
 int run(const set_command &c, ka_robot_handle *handle, std::span<const ka_request_field> fields);
 int run(const set_command &c, ka_robot_handle *handle,
         std::initializer_list<ka_request_field> fields = {});
+// A streamed row with its request built: 0, or -1 for an unknown handle or a
+// failed send (after the send-error line).
+int stream(const set_command &c, request &r);
 
 // A query: {"command": command, args...} answered under `reply`, read into
 // `outs`. A reply that lacks a key gives -3, or with missing_gives_length the
@@ -349,6 +361,9 @@ struct query_command {
 };
 // The reply's length (> 0) or the exchange's code.
 int run(const query_command &q, ka_robot_handle *handle, reply_text &reply);
+// The same with the reply parsed into doc (null when it is no JSON), for the
+// irregular replies read by hand.
+int run(const query_command &q, ka_robot_handle *handle, json_ptr &doc);
 
 // A row's names, written once: label "ka_" + Command unless Label, reply
 // under the command's own name unless given.
@@ -373,6 +388,13 @@ constexpr set_command send(int pause_ms, std::initializer_list<arg> args = {}) {
     c.reply = nullptr;
     return c;
 }
+// Streamed: sent on the arm's socket, never answered, no pause.
+template <wire_name Command, wire_name Label = "">
+constexpr set_command stream(std::initializer_list<arg> args) {
+    set_command c = send<Command, Label>(0, args);
+    c.streamed = true;
+    return c;
+}
 // A row's request only sent, then pause_ms; labelled `label` when given.
 constexpr set_command sent_only(set_command c, int pause_ms, const char *label = nullptr) {
     c.function = label ? label : c.function;
@@ -389,12 +411,15 @@ constexpr query_command query(const char *reply = nullptr, std::initializer_list
     std::copy(args.begin(), args.end(), q.args.begin());
     return q;
 }
+// A query whose reply without one of its keys gives the exchange's result.
+constexpr query_command or_length(query_command q) {
+    q.missing_gives_length = true;
+    return q;
+}
 // One integer under key; a reply without it gives the exchange's result.
 template <wire_name Command, wire_name Label = "">
 constexpr query_command value(const char *key, const char *reply = nullptr, as scale = as::plain) {
-    query_command q = query<Command, Label>(reply, {{key, scale}});
-    q.missing_gives_length = true;
-    return q;
+    return or_length(query<Command, Label>(reply, {{key, scale}}));
 }
 // One array with one entry per joint, as floats scaled by `scale`.
 template <wire_name Command, wire_name Label = "">
@@ -441,7 +466,8 @@ int run(const query_command &q, ka_robot_handle *handle, const request &r, reply
 template <typename... V> int set_command::operator()(ka_robot_handle *handle, V... v) const {
     request r(function, handle);
     r.take(args, v...);
-    return r.status ? r.status : run(*this, handle, r.fields());
+    if (r.status) return r.status;
+    return streamed ? stream(*this, r) : run(*this, handle, r.fields());
 }
 
 template <typename... V> int query_command::operator()(ka_robot_handle *handle, V... v) const {

@@ -1,6 +1,5 @@
 // Planned motions: exact request lines, the running-trajectory reply, and
 // every way a blocking wait can end.
-#include "core/arm.h"
 #include "support/arm_fixture.h"
 
 #include <algorithm>
@@ -62,17 +61,46 @@ TEST(motion_wire, bad_arguments_send_nothing_and_every_command_sends_its_exact_l
         {R"({"command":"arm_current_trajectory","type":"none","data":5})", -1, KA_TRAJECTORY_REPLAY, {}},
     };
     // clang-format on
-    for (const auto &row : rows) { // an accepted motion marks its report as awaited
-        registry_find(s.arm)->awaited_event = 0;
+    for (const auto &row : rows)
         expect_wire(s, row);
-        EXPECT_EQ(registry_find(s.arm)->awaited_event.load(), row.result == 0) << row.name;
-    }
     for (const auto &r : trajectory) {
         expect_wire(
             s, {r.reply, query, R"({"command":"get_arm_current_trajectory"})", r.reply, r.result});
         EXPECT_EQ(type, r.type) << r.reply;
         for (size_t i = 0; i < 7; ++i)
             EXPECT_FLOAT_EQ(data[i], i < r.written.size() ? r.written[i] : 99) << r.reply << i;
+    }
+}
+
+// A completion report left over from a motion that did not block must not end
+// a later blocking motion's wait: the two reports carry different outcomes, so
+// the result tells which one ended it. Threaded, the leftover is filed before
+// the blocking call; read directly, it shares a read with the accepting reply
+// or waits in the socket.
+TEST(motion_blocking, a_leftover_report_never_ends_a_later_wait) {
+    using call = std::function<int(ka_robot_handle *)>;
+    // clang-format off
+    struct leftover_row { const char *name; int mode; const char *first; call sent; bool one_read; bool leftover_ok; const char *second; call blocking; int result; } rows[] = {
+        {"threaded, joint then linear", KA_THREAD_MODE_DUAL, "movej", [](ka_robot_handle *h) { return ka_movej_nblock(h, joints, 20, 0, 0); }, false, false, "movel", [](ka_robot_handle *h) { return ka_movel(h, target, 30, 0, 0, 1); }, 0},
+        {"threaded, arc then joint", KA_THREAD_MODE_DUAL, "movec", [](ka_robot_handle *h) { return ka_movec_nblock(h, target, target, 30, 0, 0, 0); }, false, true, "movej", [](ka_robot_handle *h) { return movej(h, 1); }, 1},
+        {"direct, in one read", KA_THREAD_MODE_SINGLE, "movel", [](ka_robot_handle *h) { return ka_movel_nblock(h, target, 30, 0, 0); }, true, false, "movej", [](ka_robot_handle *h) { return movej(h, 2); }, 0},
+        {"direct, in the socket", KA_THREAD_MODE_SINGLE, "movej_p", [](ka_robot_handle *h) { return ka_movej_p_nblock(h, target, 30, 0, 0); }, false, true, "moves", [](ka_robot_handle *h) { return ka_moves(h, target, 30, 0, 0, 2); }, 1},
+    };
+    // clang-format on
+    const auto line = [](const std::string &text) { return text + "\r\n"; };
+    for (const auto &r : rows) {
+        arm_session s(r.mode);
+        event_recorder events;
+        const std::string leftover = completion_report(0, r.leftover_ok);
+        if (r.one_read)
+            s.peer.on(r.first, {raw(line(accept(r.first)) + line(leftover))});
+        else
+            s.peer.on(r.first, {reply(accept(r.first)), reply(leftover)});
+        s.peer.on(r.second, {reply(accept(r.second)), reply(completion_report(0, !r.leftover_ok))});
+        ASSERT_EQ(r.sent(s.arm), 0) << r.name;
+        if (r.mode == KA_THREAD_MODE_DUAL) ASSERT_TRUE(events.wait_for(1, 2s)) << r.name;
+        EXPECT_EQ(r.blocking(s.arm), r.result) << r.name;
+        EXPECT_EQ(s.peer.commands(), (std::vector<std::string>{r.first, r.second})) << r.name;
     }
 }
 
