@@ -1,14 +1,7 @@
 // Tool and work frames.
 #include "algo/handover.h"
-#include "core/command.h"
 #include "core/reply_schema.h"
 #include "core/wait.h"
-
-#include <algorithm>
-#include <cstring>
-#include <initializer_list>
-#include <mutex>
-#include <utility>
 
 namespace {
 
@@ -17,53 +10,34 @@ using frame = ka_frame_t;
 constexpr auto thousandths = scale_tag::thousandths;
 
 // clang-format off
-// The current frames: a tool frame's name may be missing (and is kept to 10
-// characters), a work frame's is required (12). Pose arrays may be longer
-// than six; the centre of mass is never behind the flange, so a negative
-// coordinate marks a reply this library does not accept. The info lines
-// keep their historical spelling.
+// Current frames: a tool name may be missing (10 characters kept), a work name not (12); poses may be longer than six; a negative centre of mass or payload is refused; the info lines keep their historical spelling.
 constexpr reply::field current_tool_fields[] = {
     reply::text<&frame::frame_name>("tool_name", 10).loose().show("[%s] Tool frame Name: %s\n"),
     reply::pose<&frame::pose>("pose").at_least().named("Tool frame pose").show("[%s] Tool frame pose: (%.3f, %.3f, %.3f, %.3f, %.3f, %.3f)\n"),
     reply::number<&frame::payload>("payload", thousandths).positive().named("Tool frame payload").show("[%s] Tool frame payloda: %.3f\n"),
     reply::numbers_into<&frame::x, &frame::y, &frame::z>("position", scale_tag::millionths).at_least().positive().named("Tool frame position").show("[%s] Tool frame position: (%.3f, %.3f, %.3f)\n"),
 };
-constexpr reply::field current_work_fields[] = {
-    reply::text<&frame::frame_name>("frame_name", 12).named("Work frame Name").show("[%s] Work frame Name: %s\n"),
-    reply::pose<&frame::pose>("pose").at_least().named("Work frame pose").show("[%s] Work frame pose: (%.3f, %.3f, %.3f, %.3f, %.3f, %.3f)\n"),
-};
+constexpr reply::field current_work_fields[] = {reply::text<&frame::frame_name>("frame_name", 12).named("Work frame Name").show("[%s] Work frame Name: %s\n"),
+    reply::pose<&frame::pose>("pose").at_least().named("Work frame pose").show("[%s] Work frame pose: (%.3f, %.3f, %.3f, %.3f, %.3f, %.3f)\n")};
 constexpr reply::schema current_tool_reply{current_tool_fields, -1, "[%s] Current tool frame parse err\n", "[%s] %s parse err\n"};
 constexpr reply::schema current_work_reply{current_work_fields, -1, "[%s] Current Work frame parse err\n", "[%s] %s parse err\n"};
-
 // The given frames, checked as the common parse checks.
 constexpr reply::field given_tool_fields[] = {reply::text<&frame::frame_name>("tool_name", 10), reply::pose<&frame::pose>("pose"), reply::number<&frame::payload>("payload", thousandths), reply::numbers_into<&frame::x, &frame::y, &frame::z>("position", scale_tag::millionths)};
 constexpr reply::field given_work_fields[] = {reply::checked_text("frame_name"), reply::pose<&frame::pose>("pose")};
 constexpr reply::schema given_tool_reply{given_tool_fields, -3, nullptr, nullptr, true};
 constexpr reply::schema given_work_reply{given_work_fields, -3, nullptr, nullptr, true};
-
-// Name lists: the controller pads them with "NULL" entries, and both may
-// come under either key. The caller's count is left alone for an empty list.
-struct name_page {
-    ka_frame_name_t *items;
-    int *count;
-};
+// Name lists: padded with "NULL" entries, under either key; an empty list leaves the caller's count alone.
 constexpr reply::field frame_name_field[] = {reply::text<&ka_frame_name_t::name>(nullptr, KA_NAME_SIZE)};
 constexpr reply::schema frame_name_entry{frame_name_field};
-constexpr reply::field name_page_fields[] = {reply::list<&name_page::items, &name_page::count>("frame_names", frame_name_entry, KA_FRAME_LIST_CAPACITY).or_key("tool_names").until_null()};
+constexpr reply::field name_page_fields[] = {reply::page_list<ka_frame_name_t>("frame_names", frame_name_entry, KA_FRAME_LIST_CAPACITY).or_key("tool_names").until_null()};
 constexpr reply::schema name_page_reply{name_page_fields, -2, "Get total frame name parse err\n"};
-
-// Envelope spheres: radius and centre in millimetres. More spheres than the
-// record holds are not read; an entry that breaks a rule ends the read with
-// the entries before it filled.
+// Envelope spheres, millimetres on the wire, up to the record's room; an entry that breaks a rule ends the read, those before it filled.
 using ball = ka_envelope_ball_t;
 using balls = ka_envelope_balls_list_t;
 constexpr reply::field ball_fields[] = {reply::text<&ball::name>("name", KA_NAME_SIZE), reply::number<&ball::radius>("radius", thousandths), reply::number<&ball::x>("x", thousandths), reply::number<&ball::y>("y", thousandths), reply::number<&ball::z>("z", thousandths)};
 constexpr reply::schema ball_entry{ball_fields};
-constexpr reply::field envelope_fields[] = {
-    reply::verdict("get_state", "[%s] Get tool envelope return false! You can check if the tool frame exists.\n").loose(),
-    reply::text<&balls::tool_name>("tool_name", KA_NAME_SIZE),
-    reply::list<&balls::balls, &balls::size>("list", ball_entry, KA_ENVELOPE_BALLS).count_before(),
-};
+constexpr reply::field envelope_fields[] = {reply::verdict("get_state", "[%s] Get tool envelope return false! You can check if the tool frame exists.\n").loose(),
+    reply::text<&balls::tool_name>("tool_name", KA_NAME_SIZE), reply::list<&balls::balls, &balls::size>("list", ball_entry, KA_ENVELOPE_BALLS).count_before()};
 constexpr reply::schema envelope_reply{envelope_fields, -3, "[%s] parser error!"};
 // clang-format on
 
@@ -81,8 +55,8 @@ int keep_frame(const char *, ka_robot_handle *handle, const char *, void *record
     return 0;
 }
 
-// After a selection or deletion the controller's current frame is read
-// back, starting from the handle's copy: the quaternion is never on the wire.
+// After a selection or deletion the current frame is read back into the
+// handle's copy (the quaternion is never on the wire).
 int reread(int result, const reply::record_query &current, ka_frame_t arm_record::*kept,
            ka_robot_handle *handle) {
     if (result != 0) return result;
@@ -94,10 +68,8 @@ int reread(int result, const reply::record_query &current, ka_frame_t arm_record
     return current(handle, &frame);
 }
 
-// An unknown frame name is answered under the request's own command name
-// with "get_state" false instead of under the data reply's name; that line
-// is awaited, without sending, once the data reply has not come. Its
-// judgement, or the wait's code.
+// The refusal of an unknown frame name: "get_state" false under the
+// request's own name, awaited without sending. Its judgement, or the wait's code.
 int judge_refusal(const char *function, ka_robot_handle *handle, const char *reply_name,
                   int timeout_ms) {
     cmd::reply_text reply;
@@ -107,12 +79,7 @@ int judge_refusal(const char *function, ka_robot_handle *handle, const char *rep
     return parse_ka_set_command(function, reply.text, "get_state");
 }
 
-// Read directly (thread mode 0), the refusal line is dropped while the first
-// wait runs.
-bool refusal_dropped() { return wait::current_reader().direct; }
-
-// Tool frames go out with the payload in grams, the centre of mass in
-// micrometres and the pose as six wire integers.
+// Tool frames: payload in grams, centre of mass in micrometres, pose as six wire integers.
 int send_tool(const cmd::set_command &c, ka_robot_handle *handle, const ka_frame_t &frame) {
     const auto name = cmd::text_of(frame.frame_name);
     return c(handle, name.text, frame.payload, frame.x, frame.y, frame.z, frame.pose);
@@ -142,8 +109,6 @@ constexpr reply::record_query work_names{.command = cmd::query<"get_total_work_f
 constexpr reply::record_query envelope{.command = cmd::query<"get_tool_envelope">(nullptr, {}, {{"tool_name"}}), .reply = &envelope_reply};
 // clang-format on
 
-// ------------------------------------------------------- tool envelope
-
 // Irregular: the controller takes this one command in the formatted print.
 int send_envelope(ka_robot_handle *handle, const ka_envelope_balls_list_t &list) {
     json_ptr object(cJSON_CreateObject());
@@ -156,11 +121,9 @@ int send_envelope(ka_robot_handle *handle, const ka_envelope_balls_list_t &list)
         const ka_envelope_ball_t &b = list.balls[i];
         cJSON *ball = cJSON_CreateObject();
         cJSON_AddItemToObject(ball, "name", cJSON_CreateString(cmd::text_of(b.name).text));
-        // Radius and centre in millimetres.
-        const std::pair<const char *, float> values[] = {
-            {"radius", b.radius}, {"x", b.x}, {"y", b.y}, {"z", b.z}};
-        for (const auto &[key, value] : values)
-            cJSON_AddItemToObject(ball, key, cJSON_CreateNumber(scale::thousandths(value)));
+        ka_request_field keys[std::size(ball_fields)]; // radius and centre, as read
+        for (const auto &k : std::span(keys, reply::request(ball_entry, &b, keys)))
+            cJSON_AddItemToObject(ball, k.key, cJSON_CreateNumber(k.value.i));
         cJSON_AddItemToArray(balls, ball);
     }
     return cmd::send_formatted("ka_set_tool_envelope", "set_tool_envelope", handle, object.get(),
@@ -185,8 +148,11 @@ int ka_set_auto_work_frame(ka_robot_handle *h, const char *frame_name, int point
 int ka_set_manual_work_frame(ka_robot_handle *h, const char *frame_name, ka_pose_t pose) { return manual_work(h, frame_name, pose); }
 int ka_update_work_frame(ka_robot_handle *h, const char *frame_name, ka_pose_t pose) { return update_work(h, frame_name, pose); }
 int ka_get_tool_envelope(ka_robot_handle *h, const char *tool_name, ka_envelope_balls_list_t *list) { return envelope(h, list, tool_name); }
+int ka_get_total_tool_frame(ka_robot_handle *h, ka_frame_name_t *list, int *count) { return tool_names.list(h, list, count); }
+int ka_get_total_work_frame(ka_robot_handle *h, ka_frame_name_t *list, int *count) { return work_names.list(h, list, count); }
 // clang-format on
 
+// Irregular: a refusal has its own line, naming the likely cause.
 int ka_set_manual_tool_frame(ka_robot_handle *h, ka_frame_t frame) {
     int result = send_tool(manual_tool, h, frame);
     if (result == 1)
@@ -196,19 +162,8 @@ int ka_set_manual_tool_frame(ka_robot_handle *h, ka_frame_t frame) {
     return result;
 }
 
-int ka_get_total_tool_frame(ka_robot_handle *h, ka_frame_name_t *list, int *count) {
-    name_page page{list, count};
-    return list && count ? tool_names(h, &page) : -1;
-}
-int ka_get_total_work_frame(ka_robot_handle *h, ka_frame_name_t *list, int *count) {
-    name_page page{list, count};
-    return list && count ? work_names(h, &page) : -1;
-}
-
-// Irregular: a refused name is answered under another name, awaited once
-// the data reply has not come. Single-thread mode drops that line while the
-// first wait runs, so a missing or unreadable second line counts as a
-// refusal there.
+// Irregular: a refused name is answered under another name, which a direct
+// reader (thread mode 0) drops while the first wait runs.
 int ka_get_given_tool_frame(ka_robot_handle *h, const char *tool_name, ka_frame_t *frame) {
     constexpr const char *function = "ka_get_given_tool_frame";
     if (!tool_name || !frame) return -1;
@@ -218,7 +173,7 @@ int ka_get_given_tool_frame(ka_robot_handle *h, const char *tool_name, ka_frame_
     if (n == -1) return n;
     if (n < 1) {
         int judged = judge_refusal(function, h, "get_tool_frame", m_nOutTime);
-        return refusal_dropped() && judged < 0 ? 1 : n;
+        return wait::current_reader().direct && judged < 0 ? 1 : n;
     }
     return reply::read(given_tool_reply, function, reply.text, *frame);
 }
@@ -232,7 +187,7 @@ int ka_get_given_work_frame(ka_robot_handle *h, const char *frame_name, ka_pose_
     if (n < 1) {
         int judged = judge_refusal(function, h, "get_work_frame", m_nOutTime_max);
         bool came = judged != -1 && judged != -2;
-        return came || !refusal_dropped() ? judged : 1;
+        return came || !wait::current_reader().direct ? judged : 1;
     }
     ka_frame_t frame{};
     frame.pose = *pose; // the quaternion is never on the wire

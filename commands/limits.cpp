@@ -6,7 +6,6 @@
 namespace {
 
 using cmd::as;
-using cmd::per_joint;
 constexpr auto rate = as::joint_rate;
 constexpr auto milli = as::thousandths;
 
@@ -43,7 +42,7 @@ constexpr auto drive_max_pos = cmd::joints<"get_joint_drive_max_pos">("max_pos",
 // The controller answers this one under a name with a trailing blank.
 constexpr auto auto_limit = cmd::set1<"auto_set_joint_limit">("limit_mode", as::plain, "auto_set_joint_limit ");
 constexpr auto set_en_state = joint_setting(cmd::set<"set_joint_en_state">("joint_en_state"), as::plain);
-constexpr auto get_en_state = cmd::query<"get_joint_en_state">("joint_en_state", {{"en_state", as::plain, per_joint}});
+constexpr auto get_en_state = cmd::query<"get_joint_en_state">("joint_en_state", {{"en_state", as::plain, cmd::per_joint}});
 constexpr auto zero_pos = cmd::set1<"set_joint_zero_pos">("joint_zero_pos");
 constexpr auto clear_err = cmd::set1<"set_joint_clear_err">("joint_clear_err");
 

@@ -2,9 +2,6 @@
 // controller does the Modbus framing, the library only forms its commands.
 #include "core/command.h"
 
-#include <algorithm>
-#include <vector>
-
 static_assert(sizeof(int) == sizeof(int32_t), "data arrays go on the wire as they are");
 
 namespace {
@@ -13,16 +10,12 @@ namespace {
 constexpr int long_wait = m_nOutTime_max;
 constexpr int coil_wait = m_nOutTime_max + 2000;
 
-// ------------------------------------------------------------- port modes
-
 // clang-format off
 constexpr auto rtu_mode = cmd::set<"set_modbus_mode">("set_state", nullptr, long_wait, {{"port"}, {"baudrate"}, {"timeout"}});
 constexpr auto close_rtu = cmd::set<"close_modbus_mode">("set_state", nullptr, long_wait, {{"port"}});
 constexpr auto tcp_mode = cmd::set<"set_modbustcp_mode">("set_state", nullptr, long_wait, {{"ip"}, {"port"}, {"timeout"}});
 constexpr auto close_tcp = cmd::set<"close_modbustcp_mode">("set_state", nullptr, long_wait);
 // clang-format on
-
-// ------------------------------------------------------ peripheral access
 
 // A peripheral command goes out as "port", "address", ("num"), ("data"),
 // then "device"; the reply carries the command's name. A read's reply
@@ -59,16 +52,9 @@ constexpr auto read_holding_block = bus_read<"read_multiple_holding_registers">(
 constexpr auto read_input_block = bus_read<"read_multiple_input_registers">(long_wait, bus_count, {"data", as::registers});
 // clang-format on
 
-// The object the typed parser would read "data" from: inside "arm_state" or
-// "all_state" when present.
-const cJSON *data_scope(const cJSON *doc) {
-    for (const char *wrapper : {"arm_state", "all_state"})
-        if (const cJSON *inner = cJSON_GetObjectItem(doc, wrapper)) return inner;
-    return doc;
-}
-
-// Reads "data" as exactly `expected` integers into values, with the typed
-// parser's checks and log lines; arrays may exceed its capacity. 0 or -3.
+// Reads "data" (inside "arm_state" or "all_state" when present) as exactly
+// `expected` integers, with the typed parser's checks and log lines; arrays
+// may exceed its capacity. 0 or -3.
 int parse_data_array(const char *function, const char *text, int expected,
                      std::vector<int32_t> &values) {
     json_ptr doc = json_parse(text);
@@ -76,19 +62,17 @@ int parse_data_array(const char *function, const char *text, int expected,
         ka_log_error("Error parsing JSON\n");
         return -3;
     }
-    const cJSON *item = cJSON_GetObjectItem(data_scope(doc.get()), "data");
-    if (!item) {
-        ka_log_error("[%s] %s parsing error\n", function, "data");
+    const cJSON *scope = cJSON_GetObjectItem(doc.get(), "arm_state");
+    if (!scope) scope = cJSON_GetObjectItem(doc.get(), "all_state");
+    if (!scope) scope = doc.get();
+    auto fail = [&](const char *line) {
+        ka_log_error(line, function, "data");
         return -3;
-    }
-    if (!cJSON_IsArray(item)) {
-        ka_log_error("[%s] %s is not an array\n", function, "data");
-        return -3;
-    }
-    if (cJSON_GetArraySize(item) != expected) {
-        ka_log_error("[%s] Array size mismatch for key %s\n", function, "data");
-        return -3;
-    }
+    };
+    const cJSON *item = cJSON_GetObjectItem(scope, "data");
+    if (!item) return fail("[%s] %s parsing error\n");
+    if (!cJSON_IsArray(item)) return fail("[%s] %s is not an array\n");
+    if (cJSON_GetArraySize(item) != expected) return fail("[%s] Array size mismatch for key %s\n");
     ka_log_info("[%s] %s parse result:\n", function, "data");
     values.clear();
     for (const cJSON *element = item->child; element; element = element->next) {
@@ -98,9 +82,8 @@ int parse_data_array(const char *function, const char *text, int expected,
     return 0;
 }
 
-// Written by hand: a block of up to 250 integers exceeds both the usual
-// reply buffer and the typed parser's arrays, so the reply is read into room
-// for the longest line the receive side files and "data" from the tree.
+// Irregular: a block of up to 250 integers exceeds the usual reply buffer
+// and the typed parser's arrays, so the longest line is read from the tree.
 int read_block(const cmd::query_command &q, ka_robot_handle *handle,
                const ka_peripheral_read_write_params_t &params, int *data) {
     const cmd::bus_data length = cmd::bus_data_length(q.outs[0].scale, params.num);
@@ -128,8 +111,6 @@ int ka_set_modbus_mode(ka_robot_handle *h, int port, int baudrate, int timeout) 
 int ka_close_modbus_mode(ka_robot_handle *h, int port) { return close_rtu(h, port); }
 int ka_set_modbustcp_mode(ka_robot_handle *h, const char *ip, int port, int timeout) { return tcp_mode(h, ip, port, timeout); }
 int ka_close_modbustcp_mode(ka_robot_handle *h) { return close_tcp(h); }
-// clang-format on
-// clang-format off
 int ka_read_coils(ka_robot_handle *h, ka_peripheral_read_write_params_t params, int *data) { return read_coils(h, params, params.device, data); }
 int ka_read_input_status(ka_robot_handle *h, ka_peripheral_read_write_params_t params, int *data) { return read_input_status(h, params, params.device, data); }
 int ka_read_holding_registers(ka_robot_handle *h, ka_peripheral_read_write_params_t params, int *data) { return read_holding(h, params, params.device, data); }

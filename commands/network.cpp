@@ -1,19 +1,13 @@
-// Controller network configuration: the wired address, the Wi-Fi access
-// point and station modes, the USB and RS485 baud rates, the factory network
-// defaults. Several of these change the very link we talk over, so they are
-// sent without waiting for an answer, and the answered ones wait for their
-// own fixed time rather than the usual reply time-out.
-#include "core/command.h"
-
-#include <cstring>
+// Controller network configuration: wired address, Wi-Fi access point and
+// station, USB and RS485 baud rates, factory network defaults.
+#include "core/reply_schema.h"
 
 namespace {
 
 using cmd::as;
 
-// Settings that take the link down or switch it over: sent, then the
-// controller is given this long (ms) before anything else goes out. Its
-// answer, if any, is left unread.
+// Settings that take the link down or switch it over are only sent, then
+// the controller is given this long (ms); an answer is left unread.
 constexpr int settle_ms = 800;
 
 // clang-format off
@@ -27,14 +21,18 @@ constexpr auto usb = cmd::send<"set_usb">(settle_ms, {{"baudrate"}});
 constexpr auto rs485 = cmd::send<"set_RS485">(settle_ms, {{"baudrate"}});
 // Caller buffers: ip and mask 16 characters, mac 18.
 constexpr auto wired_net = cmd::query<"get_wired_net">(nullptr, {{"mask", as::plain, 16}, {"ip", as::plain, 16}, {"mac", as::plain, 18}});
-// clang-format on
 constexpr auto wifi_net = cmd::query<"get_wifi_net">();
-
-// Copies at most n characters; text that fills the field is left without a
+// Wi-Fi records: at most the field's size copied, a full one left without a
 // terminator, as the fixed-width network records have always been filled.
-template <size_t N> void copy_bounded(char (&field)[N], const ka_reply_field &from) {
-    std::strncpy(field, from.value.s, N);
-}
+using net = ka_wifi_net_t;
+template <auto Member> constexpr reply::field text(const char *key) { return reply::text<Member>(key, sizeof(net{}.*Member)); }
+constexpr reply::field link_fields[] = {text<&net::mask>("mask"), text<&net::ip>("ip"), text<&net::mac>("mac"), text<&net::mode>("mode")};
+constexpr reply::field channel_field[] = {reply::number<&net::channel>("channel")};
+constexpr reply::field login_fields[] = {text<&net::ssid>("ssid"), text<&net::password>("password")};
+constexpr reply::schema link_reply{link_fields, -3, nullptr, nullptr, true};
+constexpr reply::schema channel_reply{channel_field, -3, nullptr, nullptr, true};
+constexpr reply::schema login_reply{login_fields, -3, nullptr, nullptr, true};
+// clang-format on
 
 } // namespace
 
@@ -51,40 +49,20 @@ int ka_set_wifi_close(ka_robot_handle *handle) { return wifi_close(handle); }
 int ka_get_wired_net(ka_robot_handle *handle, char *ip, char *mask, char *mac) { return wired_net(handle, mask, ip, mac); }
 // clang-format on
 
-// Irregular: which keys the reply must carry depends on its "mode".
-// The addresses and mode always; the channel in access-point mode; the
-// network name and password unless Wi-Fi is off. In access-point mode the
-// name and password read decides the status, so a reply that lacks only the
-// channel still gives 0 (with the channel left as it was).
+// Irregular: the keys the reply must carry follow its "mode": the channel
+// in access-point mode (a reply that lacks only it still gives 0, the channel
+// as it was), the network name and password unless Wi-Fi is off.
 int ka_get_wifi_net(ka_robot_handle *handle, ka_wifi_net_t *wifi) {
     if (!wifi) return -1;
     cmd::reply_text reply;
     int n = cmd::run(wifi_net, handle, reply);
     if (n < 1) return n;
-
-    ka_reply_field link[] = {cmd::text_field("mask"), cmd::text_field("ip"), cmd::text_field("mac"),
-                             cmd::text_field("mode")};
-    int status = common_json_parse(wifi_net.function, reply.text, link, 4);
+    int status = reply::read(link_reply, wifi_net.function, reply.text, *wifi);
     if (status != 0) return status;
-    copy_bounded(wifi->mask, link[0]);
-    copy_bounded(wifi->ip, link[1]);
-    copy_bounded(wifi->mac, link[2]);
-    copy_bounded(wifi->mode, link[3]);
-    const char *mode = link[3].value.s;
-
-    if (std::strcmp(mode, "ap") == 0) {
-        ka_reply_field channel = cmd::int_field("channel");
-        status = common_json_parse(wifi_net.function, reply.text, &channel, 1);
-        if (status == 0) wifi->channel = channel.value.i;
-    }
-    if (std::strcmp(mode, "off") == 0) return status;
-
-    ka_reply_field login[] = {cmd::text_field("ssid"), cmd::text_field("password")};
-    status = common_json_parse(wifi_net.function, reply.text, login, 2);
-    if (status != 0) return status;
-    copy_bounded(wifi->ssid, login[0]);
-    copy_bounded(wifi->password, login[1]);
-    return 0;
+    if (std::strncmp(wifi->mode, "ap", sizeof wifi->mode) == 0)
+        status = reply::read(channel_reply, wifi_net.function, reply.text, *wifi);
+    if (std::strncmp(wifi->mode, "off", sizeof wifi->mode) == 0) return status;
+    return reply::read(login_reply, wifi_net.function, reply.text, *wifi);
 }
 
 } // extern "C"

@@ -1,11 +1,6 @@
-// Realtime state push: configuration commands. Both are written by hand:
-// "custom" is an object of switches, and the force frame goes out and comes
-// back only on arms with a force sensor.
+// Realtime state push configuration. Both commands are written by hand:
+// "custom" is an object of switches, the force frame only on force-sensing arms.
 #include "core/command.h"
-
-#include <cstring>
-#include <mutex>
-#include <utility>
 
 namespace {
 
@@ -14,21 +9,17 @@ bool has_force_sensor(const arm_record *arm) {
     return type == KA_FORCE_TYPE_ZF || type == KA_FORCE_TYPE_6F;
 }
 
-// The "custom" switches: 1 on, 0 off; a negative one is not sent, which
-// leaves the controller's setting as it is, and reads back as -1 when the
-// reply lacks it.
+// The "custom" switches: 1 on, 0 off; a negative one is not sent (the
+// controller's setting stays) and one missing from a reply reads as -1.
 using custom = ka_realtime_push_custom_t;
-constexpr std::pair<const char *, int32_t custom::*> switches[] = {
-    {"joint_speed", &custom::joint_speed},
-    {"lift_state", &custom::lift_state},
-    {"expand_state", &custom::expand_state},
-    {"arm_current_status", &custom::arm_current_status}};
+// clang-format off
+constexpr std::pair<const char *, int32_t custom::*> switches[] = {{"joint_speed", &custom::joint_speed}, {"lift_state", &custom::lift_state}, {"expand_state", &custom::expand_state}, {"arm_current_status", &custom::arm_current_status}};
+// clang-format on
 
 } // namespace
 
-// Written on the engine's parts rather than through cmd::run: the "custom"
-// item is handed to the line only once the arm is held, so a handle that
-// goes away in between cannot leave it unowned.
+// Irregular: the "custom" item goes to the line only once the arm is held,
+// so a handle that goes away in between cannot leave it unowned.
 extern "C" int ka_set_realtime_push(ka_robot_handle *handle, ka_realtime_push_config_t config) {
     constexpr const char *function = "ka_set_realtime_push";
     constexpr const char *command = "set_realtime_push";
@@ -42,11 +33,9 @@ extern "C" int ka_set_realtime_push(ka_robot_handle *handle, ka_realtime_push_co
     for (const auto &[key, member] : switches)
         if (config.custom.*member >= 0)
             cJSON_AddBoolToObject(on_off, key, config.custom.*member != 0);
-
-    ka_request_field fields[7];
-    int count = 0;
-    fields[count++] = cmd::text("command", command);
-    fields[count++] = cmd::boolean("enable", config.enable);
+    ka_request_field fields[7] = {cmd::text("command", command),
+                                  cmd::boolean("enable", config.enable)};
+    int count = 2;
     if (config.cycle > 0) fields[count++] = cmd::number("cycle", config.cycle);
     if (config.port > 0) fields[count++] = cmd::number("port", config.port);
     size_t ip_length = strnlen(config.ip, sizeof config.ip);
@@ -55,7 +44,6 @@ extern "C" int ka_set_realtime_push(ka_robot_handle *handle, ka_realtime_push_co
     if (config.force_coordinate > 0 && has_force_sensor(arm.get()))
         fields[count++] = cmd::number("force_cordinate", config.force_coordinate);
     fields[count++] = cmd::item("custom", on_off);
-
     if (common_json_pack_set(arm.get(), fields, count) != 0) {
         ka_log_error("[%s] %s send error\n", function, command);
         return -1;

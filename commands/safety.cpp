@@ -1,123 +1,79 @@
 // Safety configuration and arm-wide settings: electronic fences, the
 // virtual wall, self-collision detection, run mode, install angles and the
 // software versions of the joints and the tool board.
-#include "core/command.h"
 #include "core/reply_schema.h"
-
-#include <algorithm>
-#include <cstring>
-#include <initializer_list>
-#include <mutex>
-#include <span>
 
 namespace {
 
-// ------------------------------------------------------------ zone geometry
-
-// Zone forms as the controller numbers them.
-constexpr int form_cube = 1;
-constexpr int form_plane = 2;
-constexpr int form_sphere = 3;
-
-constexpr unsigned form_bit(int form) {
-    return form >= form_cube && form <= form_sphere ? 1u << form : 0u;
-}
-constexpr unsigned any_form = form_bit(form_cube) | form_bit(form_plane) | form_bit(form_sphere);
-// The active electronic fence is a box or a plane; the virtual wall a box or
-// a sphere.
-constexpr unsigned fence_forms = form_bit(form_cube) | form_bit(form_plane);
-constexpr unsigned wall_forms = form_bit(form_cube) | form_bit(form_sphere);
-
 using reply::scale_tag;
-
-// A zone coordinate: millimetres under its key, metres in the record.
-template <auto Form, auto Member> constexpr reply::field mm(const char *key) {
-    return reply::number<Form, Member>(key, scale_tag::thousandths);
-}
 using zone = ka_fence_config_t;
 using cube = ka_fence_cube_t;
 using plane = ka_fence_plane_t;
 using sphere = ka_fence_sphere_t;
+
 // clang-format off
+// Zone forms as the controller numbers them.
+constexpr int form_cube = 1, form_plane = 2, form_sphere = 3;
+constexpr unsigned form_bit(int form) { return form >= form_cube && form <= form_sphere ? 1u << form : 0u; }
+constexpr unsigned any_form = form_bit(form_cube) | form_bit(form_plane) | form_bit(form_sphere);
+// The active electronic fence is a box or a plane; the virtual wall a box or a sphere.
+constexpr unsigned fence_forms = form_bit(form_cube) | form_bit(form_plane);
+constexpr unsigned wall_forms = form_bit(form_cube) | form_bit(form_sphere);
+
+// Zone coordinates, millimetres on the wire and metres in the record; one row sends and reads each.
+template <auto Form, auto Member> constexpr reply::field mm(const char *key) { return reply::number<Form, Member>(key, scale_tag::thousandths); }
 constexpr reply::field cube_keys[] = {
-    mm<&zone::cube, &cube::x_max_limit>("x_max_limit"), mm<&zone::cube, &cube::x_min_limit>("x_min_limit"),
-    mm<&zone::cube, &cube::y_max_limit>("y_max_limit"), mm<&zone::cube, &cube::y_min_limit>("y_min_limit"),
-    mm<&zone::cube, &cube::z_max_limit>("z_max_limit"), mm<&zone::cube, &cube::z_min_limit>("z_min_limit"),
-};
-constexpr reply::field plane_keys[] = {
-    mm<&zone::plane, &plane::x1>("x1"), mm<&zone::plane, &plane::y1>("y1"), mm<&zone::plane, &plane::z1>("z1"),
-    mm<&zone::plane, &plane::x2>("x2"), mm<&zone::plane, &plane::y2>("y2"), mm<&zone::plane, &plane::z2>("z2"),
-    mm<&zone::plane, &plane::x3>("x3"), mm<&zone::plane, &plane::y3>("y3"), mm<&zone::plane, &plane::z3>("z3"),
-};
+    mm<&zone::cube, &cube::x_max_limit>("x_max_limit"), mm<&zone::cube, &cube::x_min_limit>("x_min_limit"), mm<&zone::cube, &cube::y_max_limit>("y_max_limit"), mm<&zone::cube, &cube::y_min_limit>("y_min_limit"), mm<&zone::cube, &cube::z_max_limit>("z_max_limit"),
+    // Every sender has always sent the lower x bound under "z_min_limit"; the reply is read as named.
+    mm<&zone::cube, &cube::z_min_limit>("z_min_limit").sent_from<&zone::cube, &cube::x_min_limit>()};
+constexpr reply::field plane_keys[] = {mm<&zone::plane, &plane::x1>("x1"), mm<&zone::plane, &plane::y1>("y1"), mm<&zone::plane, &plane::z1>("z1"), mm<&zone::plane, &plane::x2>("x2"), mm<&zone::plane, &plane::y2>("y2"), mm<&zone::plane, &plane::z2>("z2"), mm<&zone::plane, &plane::x3>("x3"), mm<&zone::plane, &plane::y3>("y3"), mm<&zone::plane, &plane::z3>("z3")};
 constexpr reply::field sphere_keys[] = {mm<&zone::sphere, &sphere::radius>("radius"), mm<&zone::sphere, &sphere::x>("x"), mm<&zone::sphere, &sphere::y>("y"), mm<&zone::sphere, &sphere::z>("z")};
-// clang-format on
-// Checked as the common parse checks when a reply holds one zone; listed
-// zones are read by the list's own rules.
+// Checked as the common parse checks when a reply holds one zone; listed zones follow the list's rules.
 constexpr reply::schema cube_reply{cube_keys, -3, nullptr, nullptr, true};
 constexpr reply::schema plane_reply{plane_keys, -3, nullptr, nullptr, true};
 constexpr reply::schema sphere_reply{sphere_keys, -3, nullptr, nullptr, true};
-
 constexpr reply::field zone_form_field[] = {reply::number<&zone::form>("form")};
 constexpr reply::schema zone_form_reply{zone_form_field, -3, nullptr, nullptr, true};
-
-constexpr size_t max_zone_keys = std::size(plane_keys);
-
-// The keys of a form, in the order the controller takes them; none for a
-// form it does not know.
 const reply::schema *zone_schema(int form) {
     constexpr const reply::schema *by_form[] = {nullptr, &cube_reply, &plane_reply, &sphere_reply};
     return form_bit(form) ? by_form[form] : nullptr;
 }
 
-// The controller has always been sent the lower x bound under
-// "z_min_limit", by every sender; what it reports back is read as named.
-float sent_value(const reply::field &k, zone &z) {
-    if (&k == &cube_keys[5]) return z.cube.x_min_limit;
-    return *static_cast<const float *>(k.at(&z, 0));
-}
-
-// ------------------------------------------------------------ sending zones
-
-// A command that sends a zone: stored fences travel under their name, and
-// each sender takes only some forms.
+// A zone's sender: stored fences go with their name; it takes `forms`, logs `wrong_form` for another known form, refuses an unknown one unsent (-4) with `unknown_form`.
 struct zone_sender {
     cmd::set_command command;
     bool named;
     unsigned forms;
+    const char *wrong_form = nullptr;
+    const char *unknown_form = nullptr;
 };
-// clang-format off
-constexpr zone_sender add_fence{cmd::set<"add_electronic_fence_config">("add_config"), true, any_form};
+constexpr zone_sender add_fence{cmd::set<"add_electronic_fence_config">("add_config"), true, any_form, nullptr, "Configuration error for the form of the newly added electronic fence! Wrong form: %d\n"};
 constexpr zone_sender update_fence{cmd::set<"update_electronic_fence_config">("update_config"), true, any_form};
-constexpr zone_sender active_fence{cmd::set<"set_electronic_fence_config">("set_config"), false, fence_forms};
-constexpr zone_sender virtual_wall{cmd::set<"set_virtual_wall_config">("set_config"), false, wall_forms};
+constexpr zone_sender active_fence{cmd::set<"set_electronic_fence_config">("set_config"), false, fence_forms, "electronic fence form check err!!"};
+constexpr zone_sender virtual_wall{cmd::set<"set_virtual_wall_config">("set_config"), false, wall_forms, "virtual wall form check err!\n"};
 // clang-format on
 
-// Irregular: the keys follow the zone's form. "command", "form", the name
-// for stored fences, then the form's keys in millimetres. A form the sender
-// does not take leaves the request empty, which the engine refuses with its
-// send-error line (-1).
+// Irregular: the keys follow the zone's form; a form the sender does not take
+// goes out as an empty request, refused with the send-error line (-1).
 int send_zone(const zone_sender &s, ka_robot_handle *handle, ka_fence_config_t zone) {
-    const auto name = cmd::text_of(zone.form_name);
-    ka_request_field fields[3 + max_zone_keys];
-    int count = 0;
-    if (s.forms & form_bit(zone.form)) {
-        fields[count++] = cmd::text("command", s.command.command);
-        fields[count++] = cmd::number("form", zone.form);
-        if (s.named) fields[count++] = cmd::text("form_name", name.text);
-        for (const reply::field &k : zone_schema(zone.form)->fields)
-            fields[count++] = cmd::number(k.key, scale::thousandths(sent_value(k, zone)));
+    const cmd::set_command &c = s.command;
+    if (s.unknown_form && !form_bit(zone.form)) {
+        ka_log_error(s.unknown_form, zone.form);
+        return -4;
     }
-    cmd::reply_text reply;
-    int n = ka_pack_lock_set(s.command.function, handle, fields, count, s.command.reply, reply.text,
-                             sizeof reply.text, s.command.timeout_ms);
-    if (n < 1) return n;
-    return parse_ka_set_command(s.command.function, reply.text, s.command.result_key);
+    const auto name = cmd::text_of(zone.form_name);
+    ka_request_field fields[2 + std::size(plane_keys)] = {cmd::number("form", zone.form),
+                                                          cmd::text("form_name", name.text)};
+    if (!(s.forms & form_bit(zone.form))) {
+        if (s.wrong_form && form_bit(zone.form)) ka_log_error(s.wrong_form);
+        return ka_pack_lock_set(c.function, handle, fields, 0, c.reply, nullptr, 0, c.timeout_ms);
+    }
+    const int head = s.named ? 2 : 1;
+    const int count = head + reply::request(*zone_schema(zone.form), &zone, fields + head);
+    return cmd::run(c, handle, std::span(fields, count));
 }
 
-// ------------------------------------------------------------ reading zones
-
-// The coordinates of the zone's form, from the same reply, when the form is
-// one of Forms; another form is reported without geometry.
+// The coordinates of a zone of one of Forms, from the same reply; another form has none.
 template <unsigned Forms>
 int read_coordinates(const char *function, ka_robot_handle *, const char *text, void *record) {
     auto &z = *static_cast<zone *>(record);
@@ -125,36 +81,19 @@ int read_coordinates(const char *function, ka_robot_handle *, const char *text, 
 }
 
 // clang-format off
-// The stored-fence lists: at most KA_FENCE_LIST_CAPACITY entries are
-// written (the caller's room), and the count written, before the entries
-// are read, is the number the call writes. A full name fills its field
-// without a terminator.
-template <typename Entry> struct fence_page {
-    Entry *items;
-    int *count;
-};
-using names_page = fence_page<ka_fence_names_t>;
+// Stored-fence lists: at most KA_FENCE_LIST_CAPACITY entries (the caller's room), the count set before they are read; a full name has no terminator.
 constexpr reply::field fence_name_field[] = {reply::text<&ka_fence_names_t::name>(nullptr, KA_NAME_SIZE)};
 constexpr reply::schema fence_name_entry{fence_name_field};
-constexpr reply::field fence_names_fields[] = {reply::list<&names_page::items, &names_page::count>("name_list", fence_name_entry, KA_FENCE_LIST_CAPACITY).count_before()};
+constexpr reply::field fence_names_fields[] = {reply::page_list<ka_fence_names_t>("name_list", fence_name_entry, KA_FENCE_LIST_CAPACITY).count_before()};
 constexpr reply::schema fence_names_reply{fence_names_fields, -3, "Get fence list names parse err\n", "Get fence list names parse err\n"};
-
-// A listed zone: a string name, an integer form and that form's integer
-// coordinates; an entry that breaks a rule is left as it was.
-constexpr reply::field listed_zone_fields[] = {
-    reply::text<&zone::form_name>("form_name", KA_NAME_SIZE),
-    reply::number<&zone::form>("form"),
-    reply::variant([](const void *z) { return zone_schema(static_cast<const zone *>(z)->form); }),
-};
+// A listed zone: name, form and that form's coordinates; the first entry that breaks a rule ends the read (-3), it and those after it as they were.
+constexpr reply::field listed_zone_fields[] = {reply::text<&zone::form_name>("form_name", KA_NAME_SIZE), reply::number<&zone::form>("form"), reply::variant([](const void *z) { return zone_schema(static_cast<const zone *>(z)->form); })};
 constexpr reply::schema listed_zone_entry{listed_zone_fields};
-constexpr reply::field fence_infos_fields[] = {reply::list<&fence_page<zone>::items, &fence_page<zone>::count>("info_list", listed_zone_entry, KA_FENCE_LIST_CAPACITY).count_before().atomic()};
+constexpr reply::field fence_infos_fields[] = {reply::page_list<zone>("info_list", listed_zone_entry, KA_FENCE_LIST_CAPACITY).count_before().atomic()};
 constexpr reply::schema fence_infos_reply{fence_infos_fields};
-
-// A given fence keeps ten characters of its name; the field's last two
-// bytes stay zero.
+// A given fence keeps ten characters of its name; the field's last two bytes stay zero.
 constexpr reply::field given_fence_fields[] = {reply::number<&zone::form>("form"), reply::text<&zone::form_name>("form_name", 10, reply::text_rule::cleared)};
 constexpr reply::schema given_fence_reply{given_fence_fields, -3, nullptr, nullptr, true};
-
 // A non-boolean "enable_state" leaves the caller's value as it was.
 using on_off = ka_electronic_fence_enable_t;
 constexpr reply::field enable_fields[] = {reply::flag<&on_off::enable_state>("enable_state"), reply::number<&on_off::in_out_side>("in_out_side"), reply::number<&on_off::effective_region>("effective_region")};
@@ -166,21 +105,11 @@ constexpr reply::field install_field[] = {reply::values<float>("pose", 3, scale_
 constexpr reply::schema install_reply{install_field, -3, nullptr, nullptr, true};
 // clang-format on
 
-// The enable readers look the handle up before anything else; the line
-// names the lookup, as it always has.
+// The enable readers look the handle up first; the line names the lookup.
 bool registered(ka_robot_handle *handle) {
     if (registry_find(handle)) return true;
     ka_log_error("[%s] handle is NULL!\n", "ka_get_robot_info");
     return false;
-}
-
-// The handle's copy of the install angles follows every read.
-int keep_install(const float (&angles)[3], ka_robot_handle *handle) {
-    arm_ptr arm = registry_find(handle);
-    if (!arm) return -1;
-    std::lock_guard<std::mutex> lock(arm->cache_mutex);
-    std::copy_n(angles, 3, arm->install);
-    return 0;
 }
 
 // The controller says a fence name is unknown before it says anything else.
@@ -191,7 +120,6 @@ int known_fence(const char *function, const char *text) {
 }
 
 using cmd::arg;
-using cmd::as;
 // clang-format off
 // The electronic fence and the virtual wall are switched the same way.
 constexpr std::initializer_list<arg> enable_args = {{"set_enable"}, {"in_out_side"}, {"effective_region"}};
@@ -217,7 +145,7 @@ constexpr auto run_mode = cmd::query<"get_arm_run_mode">(nullptr, {{"mode"}});
 constexpr auto install_pose_set = cmd::set<"set_install_pose">("set_state", nullptr, m_nOutTime + 100, {{"pose"}, {}, {}});
 constexpr reply::record_query install_pose{cmd::query<"get_install_pose">("install_pose"), &install_reply};
 constexpr auto tool_version = cmd::query<"get_tool_software_version">("tool_software_version", {{"version"}});
-constexpr auto joint_versions = cmd::query<"get_joint_software_version">("joint_software_version", {{"version", as::plain, cmd::per_joint}});
+constexpr auto joint_versions = cmd::query<"get_joint_software_version">("joint_software_version", {{"version", cmd::as::plain, cmd::per_joint}});
 // clang-format on
 
 } // namespace
@@ -225,12 +153,17 @@ constexpr auto joint_versions = cmd::query<"get_joint_software_version">("joint_
 extern "C" {
 
 // clang-format off
+int ka_add_electronic_fence_config(ka_robot_handle *h, ka_fence_config_t config) { return send_zone(add_fence, h, config); }
 int ka_update_electronic_fence_config(ka_robot_handle *h, ka_fence_config_t config) { return send_zone(update_fence, h, config); }
 int ka_delete_electronic_fence_config(ka_robot_handle *h, const char *form_name) { return delete_fence(h, form_name); }
 int ka_get_given_electronic_fence_config(ka_robot_handle *h, const char *form_name, ka_fence_config_t *config) { return given_fence(h, config, form_name); }
+int ka_get_electronic_fence_list_names(ka_robot_handle *h, ka_fence_names_t *names, int *len) { return fence_names.list(h, names, len); }
+int ka_get_electronic_fence_list_infos(ka_robot_handle *h, ka_fence_config_list_t *list, int *len) { return fence_infos.list(h, list, len); }
+int ka_set_electronic_fence_config(ka_robot_handle *h, ka_fence_config_t config) { return send_zone(active_fence, h, config); }
 int ka_set_electronic_fence_enable(ka_robot_handle *h, ka_electronic_fence_enable_t s) { return fence_enable_set(h, s.enable_state, s.in_out_side, s.effective_region); }
 int ka_get_electronic_fence_enable(ka_robot_handle *h, ka_electronic_fence_enable_t *s) { return registered(h) ? fence_enable(h, s) : -1; }
 int ka_get_electronic_fence_config(ka_robot_handle *h, ka_fence_config_t *config) { return fence_config(h, config); }
+int ka_set_virtual_wall_config(ka_robot_handle *h, ka_fence_config_t config) { return send_zone(virtual_wall, h, config); }
 int ka_set_virtual_wall_enable(ka_robot_handle *h, ka_electronic_fence_enable_t s) { return wall_enable_set(h, s.enable_state, s.in_out_side, s.effective_region); }
 int ka_get_virtual_wall_enable(ka_robot_handle *h, ka_electronic_fence_enable_t *s) { return registered(h) ? wall_enable(h, s) : -1; }
 int ka_get_virtual_wall_config(ka_robot_handle *h, ka_fence_config_t *config) { return wall_config(h, config); }
@@ -242,58 +175,27 @@ int ka_get_arm_run_mode(ka_robot_handle *h, int *mode) { return run_mode(h, mode
 int ka_get_tool_software_version(ka_robot_handle *h, int *version) { return tool_version(h, version); }
 // clang-format on
 
-int ka_add_electronic_fence_config(ka_robot_handle *h, ka_fence_config_t config) {
-    if (any_form & form_bit(config.form)) return send_zone(add_fence, h, config);
-    ka_log_error("Configuration error for the form of the newly added electronic fence! "
-                 "Wrong form: %d\n",
-                 config.form);
-    return -4;
-}
-
-// *len is the number of names written, at most KA_FENCE_LIST_CAPACITY (the
-// caller's room), so that a caller walking *len entries stays inside its array.
-int ka_get_electronic_fence_list_names(ka_robot_handle *h, ka_fence_names_t *names, int *len) {
-    fence_page<ka_fence_names_t> page{names, len};
-    return names && len ? fence_names(h, &page) : -1;
-}
-
-// *len, set before the entries are read, is the number the call writes (at
-// most KA_FENCE_LIST_CAPACITY). The first element with a missing or mistyped
-// key ends the read with -3, leaving it and the ones after it as they were.
-int ka_get_electronic_fence_list_infos(ka_robot_handle *h, ka_fence_config_list_t *list, int *len) {
-    fence_page<zone> page{list, len};
-    return list && len ? fence_infos(h, &page) : -1;
-}
-
-// A form the command does not take has its own line before send_zone refuses it.
-int ka_set_electronic_fence_config(ka_robot_handle *h, ka_fence_config_t config) {
-    if (config.form == form_sphere) ka_log_error("electronic fence form check err!!");
-    return send_zone(active_fence, h, config);
-}
-int ka_set_virtual_wall_config(ka_robot_handle *h, ka_fence_config_t config) {
-    if (config.form == form_plane) ka_log_error("virtual wall form check err!\n");
-    return send_zone(virtual_wall, h, config);
-}
-
-// Whole degrees on the wire, fractions dropped; on success the angles are
-// read back so that the handle's copy follows the controller.
+// Whole degrees on the wire, fractions dropped; the angles are read back on success.
 int ka_set_install_pose(ka_robot_handle *h, float x, float y, float z) {
     int result = install_pose_set(h, scale::truncate(x), scale::truncate(y), scale::truncate(z));
     float read[3] = {};
     return result != 0 ? result : ka_get_install_pose(h, &read[0], &read[1], &read[2]);
 }
 
-// Irregular: the three angles come back through three pointers.
+// Irregular: three pointers out, and the handle's copy follows every read.
 int ka_get_install_pose(ka_robot_handle *handle, float *x, float *y, float *z) {
     float angles[3] = {};
     if (!x || !y || !z) return -1;
     if (int status = install_pose(handle, &angles); status != 0) return status;
     *x = angles[0], *y = angles[1], *z = angles[2];
-    return keep_install(angles, handle);
+    arm_ptr arm = registry_find(handle);
+    if (!arm) return -1;
+    std::lock_guard<std::mutex> lock(arm->cache_mutex);
+    std::copy_n(angles, 3, arm->install);
+    return 0;
 }
 
-// The DOF is checked before the query goes out; version receives DOF
-// integers.
+// Irregular: the DOF is checked before the query goes out.
 int ka_get_joint_software_version(ka_robot_handle *h, int *version) {
     if (!version) return -1;
     return cmd::arm_dof(h) ? joint_versions(h, version)

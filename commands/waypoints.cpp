@@ -1,10 +1,5 @@
 // Global waypoints: the controller's table of named arm configurations.
-#include "core/command.h"
 #include "core/reply_schema.h"
-
-#include <cstring>
-#include <initializer_list>
-#include <vector>
 
 namespace {
 
@@ -24,9 +19,7 @@ int send_waypoint(const cmd::set_command &c, ka_robot_handle *handle, ka_waypoin
              tool.text, time.text);
 }
 
-using reply::scale_tag;
 using reply::text_rule;
-
 // clang-format off
 // A waypoint: joints in millidegrees, one per joint of the arm; pose as six
 // wire integers; the quaternion, never on the wire, stays. A given waypoint
@@ -34,25 +27,25 @@ using reply::text_rule;
 // all the record holds.
 using point = ka_waypoint_t;
 template <int Frame, int Time>
-constexpr reply::field waypoint_fields[] = {
-    reply::text<&point::point_name>("point_name", 16, text_rule::cleared),
-    reply::numbers<&point::joint>("joint", cmd::per_joint, scale_tag::millidegrees),
-    reply::pose<&point::pose>("pose"),
-    reply::text<&point::work_frame>("work_frame", Frame, text_rule::cleared),
-    reply::text<&point::tool_frame>("tool_frame", Frame, text_rule::cleared),
-    reply::text<&point::time>("time", Time, text_rule::cleared),
-};
+constexpr reply::field waypoint_fields[] = {reply::text<&point::point_name>("point_name", 16, text_rule::cleared), reply::numbers<&point::joint>("joint", cmd::per_joint, reply::scale_tag::millidegrees), reply::pose<&point::pose>("pose"),
+    reply::text<&point::work_frame>("work_frame", Frame, text_rule::cleared), reply::text<&point::tool_frame>("tool_frame", Frame, text_rule::cleared), reply::text<&point::time>("time", Time, text_rule::cleared)};
 constexpr reply::schema given_reply{waypoint_fields<10, 28>, -3, nullptr, nullptr, true};
 constexpr reply::schema list_entry{waypoint_fields<KA_NAME_SIZE - 1, KA_WAYPOINT_TIME_SIZE - 1>};
 
 // A page longer than the record holds is cut at its capacity; the first
 // element that breaks a rule ends the read and the records before it stay.
-constexpr reply::field page_fields[] = {
-    reply::verdict("get_state", "[%s] %s: false\n"),
-    reply::number<&ka_waypoint_list_t::total_size>("total_size"),
-    reply::list<&ka_waypoint_list_t::points, &ka_waypoint_list_t::list_len>("list", list_entry, KA_WAYPOINT_LIST_CAPACITY).count_before().atomic().entry_named("Waypoint"),
-};
+constexpr reply::field page_fields[] = {reply::verdict("get_state", "[%s] %s: false\n"), reply::number<&ka_waypoint_list_t::total_size>("total_size"),
+    reply::list<&ka_waypoint_list_t::points, &ka_waypoint_list_t::list_len>("list", list_entry, KA_WAYPOINT_LIST_CAPACITY).count_before().atomic().entry_named("Waypoint")};
 constexpr reply::schema page_reply{page_fields, -3, "[%s] Waypoints list parse err\n", "[%s] %s parse err\n"};
+
+constexpr std::initializer_list<cmd::arg> point_args = {{"point_name"}, {"joint", cmd::as::joints}, {"pose", cmd::as::pose}, {"work_frame"}, {"tool_frame"}, {"time"}};
+constexpr auto add_point = cmd::set<"add_global_waypoint">("add_state", nullptr, m_nOutTime, point_args);
+constexpr auto update_point = cmd::set<"update_global_waypoint">("update_state", nullptr, m_nOutTime, point_args);
+constexpr auto delete_point = cmd::set<"delete_global_waypoint">("delete_state", nullptr, m_nOutTime, {{"point_name"}});
+// 1 when the controller has no such waypoint ("given_state" false).
+constexpr reply::record_query given_point{.command = cmd::query<"given_global_waypoint", "ka_get_given_global_waypoint">(nullptr, {}, {{"point_name"}}), .reply = &given_reply, .refused_key = "given_state"};
+// A page of waypoints is slow to gather: two seconds.
+constexpr cmd::page_query list_page{list_function, "get_global_waypoints_list", m_nOutTime_max + 1000};
 // clang-format on
 
 } // namespace
@@ -68,22 +61,6 @@ int parse_list(const char *text, int dof, ka_waypoint_list_t &list) {
 
 } // namespace waypoints
 
-namespace {
-
-using cmd::as;
-// clang-format off
-constexpr std::initializer_list<cmd::arg> point_args = {{"point_name"}, {"joint", as::joints}, {"pose", as::pose}, {"work_frame"}, {"tool_frame"}, {"time"}};
-constexpr auto add_point = cmd::set<"add_global_waypoint">("add_state", nullptr, m_nOutTime, point_args);
-constexpr auto update_point = cmd::set<"update_global_waypoint">("update_state", nullptr, m_nOutTime, point_args);
-constexpr auto delete_point = cmd::set<"delete_global_waypoint">("delete_state", nullptr, m_nOutTime, {{"point_name"}});
-// 1 when the controller has no such waypoint ("given_state" false).
-constexpr reply::record_query given_point{.command = cmd::query<"given_global_waypoint", "ka_get_given_global_waypoint">(nullptr, {}, {{"point_name"}}), .reply = &given_reply, .refused_key = "given_state"};
-// A page of waypoints is slow to gather: two seconds.
-constexpr cmd::page_query list_page{list_function, "get_global_waypoints_list", m_nOutTime_max + 1000};
-// clang-format on
-
-} // namespace
-
 extern "C" {
 
 // clang-format off
@@ -93,9 +70,8 @@ int ka_delete_global_waypoint(ka_robot_handle *h, const char *point_name) { retu
 int ka_get_given_global_waypoint(ka_robot_handle *h, const char *point_name, ka_waypoint_t *waypoint) { return given_point(h, waypoint, point_name); }
 // clang-format on
 
-// Irregular: a page query, and the record takes the request's page and
-// search text, which the reply does not echo. vague_search null lists every
-// waypoint.
+// Irregular: a page query whose record takes the request's page and search
+// text, which the reply does not echo (null lists every waypoint).
 int ka_get_global_waypoints_list(ka_robot_handle *h, int page_num, int page_size,
                                  const char *vague_search, ka_waypoint_list_t *list) {
     if (!list) return -1;

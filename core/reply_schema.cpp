@@ -36,6 +36,22 @@ float scaled(scale_tag tag, int32_t v) {
     }
 }
 
+// The reverse of scaled and put, for i32 and f32 members.
+int32_t wire(const field &f, const void *at) {
+    if (f.type != target::f32) return *static_cast<const int32_t *>(at);
+    const float v = *static_cast<const float *>(at);
+    switch (f.tag) {
+    case scale_tag::millidegrees:
+        return scale::millidegrees(v);
+    case scale_tag::thousandths:
+        return scale::thousandths(v);
+    case scale_tag::millionths:
+        return scale::millionths(v);
+    default:
+        return scale::truncate(v);
+    }
+}
+
 void put(const field &f, void *at, int32_t v) {
     switch (f.type) {
     case target::f32:
@@ -261,6 +277,15 @@ int run(const record_query &q, ka_robot_handle *handle, void *record,
         return parse_ka_set_command(label, text, q.refused_key) == 1 ? 1 : -3;
     if (status != 0 || !q.then) return status;
     return q.then(label, handle, text, record);
+}
+
+int request(const schema &s, const void *record, ka_request_field *out) {
+    int count = 0;
+    for (const field &f : s.fields)
+        if (f.what == kind::number && f.at)
+            out[count++] = cmd::number(
+                f.key, wire(f, (f.sent ? f.sent : f.at)(const_cast<void *>(record), 0)));
+    return count;
 }
 
 int read(const schema &s, const char *function, const char *text, void *record, int dof) {

@@ -53,132 +53,7 @@ enum class count_rule : uint8_t { exact, at_least, up_to };
 // terminator, leaving the bytes after it.
 enum class text_rule : uint8_t { padded, cleared, terminated };
 
-struct schema;
-using locator = void *(*)(void *record, int index);
-using chooser = const schema *(*)(const void *record);
-
-struct field {
-    kind what;
-    const char *key;
-    locator at = nullptr; // null: checked, not kept
-    target type = target::i32;
-    scale_tag tag = scale_tag::plain;
-    int count = 0;   // array entries (cmd::per_joint: the arm's DOF), text limit, list capacity
-    size_t size = 0; // bytes of a char array member; bytes of a list entry
-    presence need = presence::required;
-    count_rule rule = count_rule::exact;
-    text_rule text = text_rule::padded;
-    bool non_negative = false;         // a negative wire integer fails the read
-    const char *alt_key = nullptr;     // read under this key when `key` is missing
-    const char *label = nullptr;       // the field's name in the schema's error line
-    const char *shown = nullptr;       // info line after the read: (function, values...)
-    const char *refusal = nullptr;     // verdict false: error line (function, key)
-    locator counter = nullptr;         // int32 written with the entries read
-    const schema *entries = nullptr;   // list entries
-    const char *entry_label = nullptr; // names a failed entry in the error line
-    bool count_first = false;          // counter = min(entries, capacity) before reading them
-    bool ends_at_null = false;         // a list of names ends at "NULL" or a non-string
-    bool entry_atomic = false;         // a failing entry is left as it was
-    bool entry_cleared = false;        // each entry is zeroed before it is read
-    chooser choose = nullptr;          // variant
-
-  private:
-    // Defined before its users: clang does not evaluate a member template
-    // defined further down in a constant expression.
-    template <typename T> constexpr field with(T field::*member, T value) const {
-        field f = *this;
-        f.*member = value;
-        return f;
-    }
-
-  public:
-    constexpr field optional() const { return with(&field::need, presence::optional); }
-    constexpr field loose() const { return with(&field::need, presence::loose); }
-    constexpr field at_least() const { return with(&field::rule, count_rule::at_least); }
-    constexpr field positive() const { return with(&field::non_negative, true); }
-    constexpr field or_key(const char *k) const { return with(&field::alt_key, k); }
-    constexpr field named(const char *l) const { return with(&field::label, l); }
-    constexpr field show(const char *line) const { return with(&field::shown, line); }
-    constexpr field count_before() const { return with(&field::count_first, true); }
-    constexpr field until_null() const { return with(&field::ends_at_null, true); }
-    constexpr field atomic() const { return with(&field::entry_atomic, true); }
-    constexpr field cleared() const { return with(&field::entry_cleared, true); }
-    constexpr field entry_named(const char *l) const { return with(&field::entry_label, l); }
-};
-
-struct schema {
-    std::span<const field> fields;
-    int fail = -3;                     // what a failed read gives
-    const char *unparsable = nullptr;  // error line when the reply is not JSON: (function)
-    const char *field_error = nullptr; // error line when a field fails: (function, label)
-    // Checked as common_json_parse checks (its lines, exact array counts,
-    // keys inside "arm_state" / "all_state"), and written only once every
-    // field is read.
-    bool common = false;
-};
-
-// Reads the reply text into record. 0, 1 for a verdict false, or the
-// schema's fail code. dof sets the count of per-joint arrays.
-int read(const schema &s, const char *function, const char *text, void *record, int dof = 0);
-template <typename Record>
-int read(const schema &s, const char *function, const char *text, Record &record, int dof = 0) {
-    return read(s, function, text, static_cast<void *>(&record), dof);
-}
-
-// ------------------------------------------------------- record queries
-
-// A query whose reply fills a record: the command's row (request keys with
-// their scale tags, reply name, time-out) and the schema of its reply, so
-// that a family states both and calls one thing. Per-joint arrays in the
-// schema take the arm's DOF once the reply is in (another DOF than 6 or 7
-// logs the disconnected line and gives -1).
-struct record_query {
-    cmd::query_command command;
-    const schema *reply;
-    // The caller's record is written only once the whole reply was read and
-    // `then` accepted it; otherwise the schema's own rules decide.
-    bool whole = false;
-    // A reply the schema refuses gives 1 when this key is false in it (how
-    // the controller says "no such item"), else -3.
-    const char *refused_key = nullptr;
-    // Judges the reply before the record is read; a non-zero status ends the call.
-    int (*first)(const char *function, const char *text) = nullptr;
-    // Reads more of the same reply into the record, or keeps its copy of it;
-    // a non-zero status is the call's.
-    int (*then)(const char *function, ka_robot_handle *handle, const char *text,
-                void *record) = nullptr;
-    const char *label = nullptr;        // names the reader's lines when not the command's function
-    int reply_size = reply_buffer_size; // at most twice that
-
-    // The request values in the command's args order; a null record or
-    // value gives -1 with nothing sent.
-    template <typename Record, typename... V>
-    int operator()(ka_robot_handle *handle, Record *record, V... v) const;
-};
-// 0, the exchange's code, -1 for a lost DOF, or what the reading gives.
-int run(const record_query &q, ka_robot_handle *handle, void *record,
-        std::span<const ka_request_field> request);
-
-template <typename Record, typename... V>
-int record_query::operator()(ka_robot_handle *handle, Record *record, V... v) const {
-    if (!record || (cmd::is_null(v) || ...)) return -1;
-    cmd::request r(command.function, handle);
-    int i = 0;
-    (r.add(command.args[i++], v), ...);
-    if (r.status) return r.status;
-    if constexpr (!std::is_array_v<Record>) {
-        if (whole) {
-            Record copy = *record;
-            const int status = run(*this, handle, &copy, r.fields());
-            if (status == 0) *record = copy;
-            return status;
-        }
-    }
-    return run(*this, handle, record, r.fields());
-}
-
-// ------------------------------------------------------ describing fields
-
+// Member paths: where a field's value lives in a record, and its type.
 namespace detail {
 
 template <typename M> struct member;
@@ -236,6 +111,151 @@ template <typename T> constexpr target target_of() {
 }
 
 } // namespace detail
+
+struct schema;
+using locator = void *(*)(void *record, int index);
+using chooser = const schema *(*)(const void *record);
+
+struct field {
+    kind what;
+    const char *key;
+    locator at = nullptr; // null: checked, not kept
+    target type = target::i32;
+    scale_tag tag = scale_tag::plain;
+    int count = 0;   // array entries (cmd::per_joint: the arm's DOF), text limit, list capacity
+    size_t size = 0; // bytes of a char array member; bytes of a list entry
+    presence need = presence::required;
+    count_rule rule = count_rule::exact;
+    text_rule text = text_rule::padded;
+    bool non_negative = false;         // a negative wire integer fails the read
+    const char *alt_key = nullptr;     // read under this key when `key` is missing
+    const char *label = nullptr;       // the field's name in the schema's error line
+    const char *shown = nullptr;       // info line after the read: (function, values...)
+    const char *refusal = nullptr;     // verdict false: error line (function, key)
+    locator counter = nullptr;         // int32 written with the entries read
+    const schema *entries = nullptr;   // list entries
+    const char *entry_label = nullptr; // names a failed entry in the error line
+    bool count_first = false;          // counter = min(entries, capacity) before reading them
+    bool ends_at_null = false;         // a list of names ends at "NULL" or a non-string
+    bool entry_atomic = false;         // a failing entry is left as it was
+    bool entry_cleared = false;        // each entry is zeroed before it is read
+    chooser choose = nullptr;          // variant
+    locator sent = nullptr;            // the member a request sends under key, when not `at`
+
+  private:
+    // Defined before its users: clang does not evaluate a member template
+    // defined further down in a constant expression.
+    template <typename T> constexpr field with(T field::*member, T value) const {
+        field f = *this;
+        f.*member = value;
+        return f;
+    }
+
+  public:
+    constexpr field optional() const { return with(&field::need, presence::optional); }
+    constexpr field loose() const { return with(&field::need, presence::loose); }
+    constexpr field at_least() const { return with(&field::rule, count_rule::at_least); }
+    constexpr field positive() const { return with(&field::non_negative, true); }
+    constexpr field or_key(const char *k) const { return with(&field::alt_key, k); }
+    constexpr field named(const char *l) const { return with(&field::label, l); }
+    constexpr field show(const char *line) const { return with(&field::shown, line); }
+    constexpr field count_before() const { return with(&field::count_first, true); }
+    constexpr field until_null() const { return with(&field::ends_at_null, true); }
+    constexpr field atomic() const { return with(&field::entry_atomic, true); }
+    constexpr field cleared() const { return with(&field::entry_cleared, true); }
+    constexpr field entry_named(const char *l) const { return with(&field::entry_label, l); }
+    template <auto... Path> constexpr field sent_from() const {
+        return with(&field::sent, static_cast<locator>(detail::at<Path...>));
+    }
+};
+
+struct schema {
+    std::span<const field> fields;
+    int fail = -3;                     // what a failed read gives
+    const char *unparsable = nullptr;  // error line when the reply is not JSON: (function)
+    const char *field_error = nullptr; // error line when a field fails: (function, label)
+    // Checked as common_json_parse checks (its lines, exact array counts,
+    // keys inside "arm_state" / "all_state"), and written only once every
+    // field is read.
+    bool common = false;
+};
+
+// Reads the reply text into record. 0, 1 for a verdict false, or the
+// schema's fail code. dof sets the count of per-joint arrays.
+int read(const schema &s, const char *function, const char *text, void *record, int dof = 0);
+template <typename Record>
+int read(const schema &s, const char *function, const char *text, Record &record, int dof = 0) {
+    return read(s, function, text, static_cast<void *>(&record), dof);
+}
+
+// The request a schema's number fields describe, from a record: each key
+// with its member in wire units (the scale tag reversed). The count written.
+int request(const schema &s, const void *record, ka_request_field *out);
+
+// A caller's (items, count) pair that a list field fills.
+template <typename Entry> struct page {
+    Entry *items;
+    int *count;
+};
+
+// ------------------------------------------------------- record queries
+
+// A query whose reply fills a record: the command's row (request keys with
+// their scale tags, reply name, time-out) and the schema of its reply, so
+// that a family states both and calls one thing. Per-joint arrays in the
+// schema take the arm's DOF once the reply is in (another DOF than 6 or 7
+// logs the disconnected line and gives -1).
+struct record_query {
+    cmd::query_command command;
+    const schema *reply;
+    // The caller's record is written only once the whole reply was read and
+    // `then` accepted it; otherwise the schema's own rules decide.
+    bool whole = false;
+    // A reply the schema refuses gives 1 when this key is false in it (how
+    // the controller says "no such item"), else -3.
+    const char *refused_key = nullptr;
+    // Judges the reply before the record is read; a non-zero status ends the call.
+    int (*first)(const char *function, const char *text) = nullptr;
+    // Reads more of the same reply into the record, or keeps its copy of it;
+    // a non-zero status is the call's.
+    int (*then)(const char *function, ka_robot_handle *handle, const char *text,
+                void *record) = nullptr;
+    const char *label = nullptr;        // names the reader's lines when not the command's function
+    int reply_size = reply_buffer_size; // at most twice that
+
+    // The request values in the command's args order; a null record or
+    // value gives -1 with nothing sent.
+    template <typename Record, typename... V>
+    int operator()(ka_robot_handle *handle, Record *record, V... v) const;
+    // A list reply into the caller's (items, count); -1 when either is null.
+    template <typename Entry> int list(ka_robot_handle *handle, Entry *items, int *count) const {
+        page<Entry> p{items, count};
+        return items && count ? (*this)(handle, &p) : -1;
+    }
+};
+// 0, the exchange's code, -1 for a lost DOF, or what the reading gives.
+int run(const record_query &q, ka_robot_handle *handle, void *record,
+        std::span<const ka_request_field> request);
+
+template <typename Record, typename... V>
+int record_query::operator()(ka_robot_handle *handle, Record *record, V... v) const {
+    if (!record || (cmd::is_null(v) || ...)) return -1;
+    cmd::request r(command.function, handle);
+    int i = 0;
+    (r.add(command.args[i++], v), ...);
+    if (r.status) return r.status;
+    if constexpr (!std::is_array_v<Record>) {
+        if (whole) {
+            Record copy = *record;
+            const int status = run(*this, handle, &copy, r.fields());
+            if (status == 0) *record = copy;
+            return status;
+        }
+    }
+    return run(*this, handle, record, r.fields());
+}
+
+// ------------------------------------------------------ describing fields
 
 template <auto... Path> constexpr field number(const char *key, scale_tag tag = scale_tag::plain) {
     return {kind::number, key, detail::at<Path...>, detail::target_of<detail::leaf<Path...>>(),
@@ -319,6 +339,11 @@ constexpr field list(const char *key, const schema &entries, int capacity) {
     f.entries = &entries;
     if constexpr (sizeof...(Counter) == 1) f.counter = detail::at<Counter...>;
     return f;
+}
+// A list field that fills a page<Entry>.
+template <typename Entry>
+constexpr field page_list(const char *key, const schema &entries, int capacity) {
+    return list<&page<Entry>::items, &page<Entry>::count>(key, entries, capacity);
 }
 constexpr field variant(chooser choose) {
     field f{kind::variant, nullptr};

@@ -88,6 +88,8 @@ TEST(safety, refusals_send_nothing) {
         {[](auto h) { return ka_set_virtual_wall_config(h, zone(2)); }, -1, {"virtual wall form check err!\n", "[ka_set_virtual_wall_config]  send error\n"}},
         {[](auto h) { return ka_set_virtual_wall_config(h, zone(0)); }, -1, {"[ka_set_virtual_wall_config]  send error\n"}},
         {[](auto h) { return ka_set_electronic_fence_config(h, zone(3)); }, -1, {"electronic fence form check err!!", "[ka_set_electronic_fence_config]  send error\n"}},
+        {[](auto h) { return ka_set_electronic_fence_config(h, zone(7)); }, -1, {"[ka_set_electronic_fence_config]  send error\n"}},
+        {[](auto h) { ka_fence_names_t n[1] = {}; return ka_get_electronic_fence_list_names(h, n, nullptr); }, -1, {}},
         {[](auto h) { return ka_update_electronic_fence_config(h, zone(4, "x")); }, -1, {"[ka_update_electronic_fence_config]  send error\n"}},
         {[](auto h) { return ka_add_electronic_fence_config(h, zone(4, "x")); }, -4, {"Configuration error for the form of the newly added electronic fence! Wrong form: 4\n"}},
         {[&](auto) { return ka_get_electronic_fence_enable(&stranger, &state); }, -1, {no_handle}},
