@@ -1,26 +1,21 @@
-// End effectors on the tool flange, the electric gripper and the dexterous hand: actions accepted
-// at once and, when the caller blocks, followed until the controller reports their end.
-#include "core/command.h"
+// End effectors on the tool flange: the electric gripper and the dexterous hand.
 #include "core/wait.h"
 
 namespace {
 
-// A gripper or hand action: its report (with the effector's device code) is
-// read once, one without "trajectory_state" counts as a normal end, and the
-// results for a late report and another device's are the controller's own per
-// action. An answer nobody read (an action only sent, or a late one) is dropped first.
+// An action's report (with the effector's device code) is read once, one without "trajectory_state"
+// a normal end; late and other-device results are per action; an unread answer is dropped first.
 constexpr wait::command effector(cmd::set_command accept, int device, int no_report,
                                  int other_device, bool log_no_report) {
-    wait::policy p{accept.function};
-    p.device = device;
-    p.order = wait::read_order::report_only;
-    p.strict_reading = false;
-    p.no_report = no_report;
-    p.other_device = other_device;
-    p.log_no_report = log_no_report;
-    wait::command c{accept, p};
-    c.forget_unread = true;
-    return c;
+    return {.accept = accept,
+            .wait = {.function = accept.function,
+                     .device = device,
+                     .order = wait::read_order::report_only,
+                     .strict_reading = false,
+                     .no_report = no_report,
+                     .other_device = other_device,
+                     .log_no_report = log_no_report},
+            .forget_unread = true};
 }
 // Every gripper action is answered under this one name, whatever was sent.
 constexpr const char *gripper_reply = "set_gripper";
@@ -32,11 +27,6 @@ constexpr auto pick_on  = effector(cmd::set<"set_gripper_pick_on">("state", grip
 constexpr auto position = effector(cmd::set<"set_gripper_position">("state", gripper_reply, slow, {{"position"}, {"block"}}), wait::gripper, -4, -5, true);
 constexpr auto posture  = effector(cmd::set<"set_hand_posture">("set_state", nullptr, slow, {{"posture_num"}, {"block"}}), wait::hand, -5, -4, false);
 constexpr auto sequence = effector(cmd::set<"set_hand_seq">("set_state", nullptr, slow, {{"seq_num"}, {"block"}}), wait::hand, -5, -4, false);
-// A gripper action with neither block nor time-out is only sent, paced by one second's pause.
-constexpr auto release_sent = cmd::sent_only(release.accept, slow);
-constexpr auto pick_sent = cmd::sent_only(pick.accept, slow);
-constexpr auto pick_on_sent = cmd::sent_only(pick_on.accept, slow);
-constexpr auto position_sent = cmd::sent_only(position.accept, slow);
 constexpr auto route = cmd::set<"set_gripper_route">("state", nullptr, slow, {{"min"}, {"max"}});
 // The six finger angles go out unscaled.
 constexpr auto hand_angle = cmd::set<"set_hand_angle">("set_state", nullptr, slow, {{"hand_angle", cmd::as::six}});
@@ -52,11 +42,12 @@ constexpr auto gripper_state = cmd::query<"get_gripper_state">(nullptr, {{"enabl
 extern "C" {
 
 // clang-format off
+// A gripper action with neither block nor time-out is only sent, paced by one second's pause.
 int ka_set_gripper_route(ka_robot_handle *h, int min_route, int max_route) { return route(h, min_route, max_route); }
-int ka_set_gripper_release(ka_robot_handle *h, int speed, bool block, int timeout) { return block || timeout ? release(h, wait::when(block, timeout), speed, block) : release_sent(h, speed, block); }
-int ka_set_gripper_pick(ka_robot_handle *h, int speed, int force, bool block, int timeout) { return block || timeout ? pick(h, wait::when(block, timeout), speed, force, block) : pick_sent(h, speed, force, block); }
-int ka_set_gripper_pick_on(ka_robot_handle *h, int speed, int force, bool block, int timeout) { return block || timeout ? pick_on(h, wait::when(block, timeout), speed, force, block) : pick_on_sent(h, speed, force, block); }
-int ka_set_gripper_position(ka_robot_handle *h, int pos, bool block, int timeout) { return block || timeout ? position(h, wait::when(block, timeout), pos, block) : position_sent(h, pos, block); }
+int ka_set_gripper_release(ka_robot_handle *h, int speed, bool block, int timeout) { return block || timeout ? release(h, wait::when(block, timeout), speed, block) : release.sent(h, speed, block); }
+int ka_set_gripper_pick(ka_robot_handle *h, int speed, int force, bool block, int timeout) { return block || timeout ? pick(h, wait::when(block, timeout), speed, force, block) : pick.sent(h, speed, force, block); }
+int ka_set_gripper_pick_on(ka_robot_handle *h, int speed, int force, bool block, int timeout) { return block || timeout ? pick_on(h, wait::when(block, timeout), speed, force, block) : pick_on.sent(h, speed, force, block); }
+int ka_set_gripper_position(ka_robot_handle *h, int pos, bool block, int timeout) { return block || timeout ? position(h, wait::when(block, timeout), pos, block) : position.sent(h, pos, block); }
 int ka_get_gripper_state(ka_robot_handle *h, ka_gripper_state_t *s) { return s ? gripper_state(h, &s->enable, &s->status, &s->error, &s->mode, &s->current_force, &s->temperature, &s->actpos) : -1; }
 int ka_set_hand_posture(ka_robot_handle *h, int posture_num, bool block, int timeout) { return posture(h, wait::when(block, timeout), posture_num, block); }
 int ka_set_hand_seq(ka_robot_handle *h, int seq_num, bool block, int timeout) { return sequence(h, wait::when(block, timeout), seq_num, block); }

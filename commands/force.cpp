@@ -1,13 +1,10 @@
-// Force sensing, drag teaching and force-position control: the sensor
-// readings and their calibration, hand-guided teaching with the replay of the
-// recorded path, and motion under a force target.
+// Force sensing and calibration, drag teaching and its replay, and force-position control.
 #include "core/wait.h"
 
 namespace {
 
-// A calibration: with block, the verdict on "set_state" within 30 s, under
-// "set_force_sensor" whichever command started it; without, sent only and
-// paced 10 ms.
+// A calibration: with block, "set_state" within 30 s under "set_force_sensor" whatever started it
+// (an earlier unread verdict dropped first); without, sent only and paced 10 ms.
 constexpr const char *calibration_reply = "set_force_sensor";
 constexpr int sent_only_pause_ms = 10;
 template <cmd::wire_name Command, cmd::wire_name Label = "">
@@ -19,30 +16,8 @@ int calibrate(const cmd::set_command &c, ka_robot_handle *handle, bool block, V.
     cmd::request r(c.function, handle);
     r.take(c.args, v...);
     if (r.status) return r.status;
-    // A verdict left unread by an earlier call without block is not this one's.
     if (block) cmd::forget(handle, calibration_reply);
     return cmd::run(block ? c : cmd::sent_only(c, sent_only_pause_ms), handle, r.fields());
-}
-
-// Forces of the older commands: cut to whole newtons first, then tenths
-// (12.7 N goes out as 120).
-int32_t whole_newtons_in_tenths(float newtons) {
-    return scale::truncate(static_cast<double>(scale::truncate(newtons)) * 10.0);
-}
-// The per-axis force target of the newer commands: forces in tenths of a
-// newton formed in single precision, then cut (12.7 N goes out as 127);
-// speed limits in thousandths.
-struct force_target {
-    int32_t control_mode[6], desired_force[6], limit_vel[6];
-};
-template <typename Param> force_target force_target_of(const Param &p) {
-    force_target t{};
-    for (int i = 0; i < 6; ++i) {
-        t.control_mode[i] = p.control_mode[i];
-        t.desired_force[i] = scale::truncate(p.desired_force[i] * 10.0f);
-        t.limit_vel[i] = scale::thousandths(p.limit_vel[i]);
-    }
-    return t;
 }
 
 // clang-format off
@@ -68,13 +43,13 @@ constexpr auto multi_drag_frame = cmd::set<"start_multi_drag_teach", "ka_start_m
 constexpr auto pause_drag_trajectory = cmd::set<"pause_drag_trajectory">("pause_state");
 constexpr auto continue_drag_trajectory = cmd::set<"continue_drag_trajectory">("continue_state");
 constexpr auto stop_drag_trajectory = cmd::set<"stop_drag_trajectory">("stop_state");
-// Forces go out as tenths of a newton, converted by the caller's row.
-constexpr auto set_force_position = cmd::set<"set_force_position">("set_state", nullptr, m_nOutTime, {{"sensor"}, {"mode"}, {"direction"}, {"N"}});
-constexpr auto set_force_position_new = cmd::set<"set_force_position", "ka_set_force_position_new">("set_state", nullptr, m_nOutTime, {{"mode"}, {"sensor"}, {"desired_force", cmd::as::six}, {"control_mode", cmd::as::six}, {"limit_vel", cmd::as::six}});
+// Forces go out as tenths of a newton: the older commands cut to whole newtons first.
+constexpr auto set_force_position = cmd::set<"set_force_position">("set_state", nullptr, m_nOutTime, {{"sensor"}, {"mode"}, {"direction"}, {"N", cmd::as::whole_tenths}});
+constexpr auto set_force_position_new = cmd::set<"set_force_position", "ka_set_force_position_new">("set_state", nullptr, m_nOutTime, {{"mode"}, {"sensor"}, {"desired_force", cmd::as::six_tenths}, {"control_mode", cmd::as::six}, {"limit_vel", cmd::as::six_thousandths}});
 // The passthrough goes out without an answer and without a pause.
-constexpr auto move_joint = cmd::send<"Force_Position_Move", "ka_force_position_move_joint">(0, {{"joint", cmd::as::joints}, {"follow"}, {"sensor"}, {"mode"}, {"dir"}, {"force"}});
-constexpr auto move_pose = cmd::send<"Force_Position_Move", "ka_force_position_move_pose">(0, {{"follow"}, {"sensor"}, {"mode"}, {"dir"}, {"force"}, {nullptr, cmd::as::target}});
-constexpr auto move_target = cmd::send<"Force_Position_Move", "ka_force_position_move">(0, {{"follow"}, {"sensor"}, {"mode"}, {"control_mode", cmd::as::six}, {"desired_force", cmd::as::six}, {"limit_vel", cmd::as::six}});
+constexpr auto move_joint = cmd::send<"Force_Position_Move", "ka_force_position_move_joint">(0, {{"joint", cmd::as::joints}, {"follow"}, {"sensor"}, {"mode"}, {"dir"}, {"force", cmd::as::whole_tenths}});
+constexpr auto move_pose = cmd::send<"Force_Position_Move", "ka_force_position_move_pose">(0, {{"follow"}, {"sensor"}, {"mode"}, {"dir"}, {"force", cmd::as::whole_tenths}, {nullptr, cmd::as::target}});
+constexpr auto move_target = cmd::send<"Force_Position_Move", "ka_force_position_move">(0, {{"follow"}, {"sensor"}, {"mode"}, {"control_mode", cmd::as::six}, {"desired_force", cmd::as::six_tenths}, {"limit_vel", cmd::as::six_thousandths}});
 constexpr auto stop_force_position = cmd::set<"stop_force_position">("stop_state");
 constexpr auto start_force_position_move = cmd::set<"Start_Force_Position_Move", "ka_start_force_position_move">("set_state");
 constexpr auto stop_force_position_move = cmd::set<"Stop_Force_Position_Move", "ka_stop_force_position_move">("set_state");
@@ -105,12 +80,13 @@ int ka_drag_trajectory_origin(ka_robot_handle *handle, int block) { return drag_
 int ka_pause_drag_trajectory(ka_robot_handle *handle) { return pause_drag_trajectory(handle); }
 int ka_continue_drag_trajectory(ka_robot_handle *handle) { return continue_drag_trajectory(handle); }
 int ka_stop_drag_trajectory(ka_robot_handle *handle) { return stop_drag_trajectory(handle); }
-int ka_set_force_position(ka_robot_handle *handle, int sensor, int mode, int direction, float N) { return set_force_position(handle, sensor, mode, direction, whole_newtons_in_tenths(N)); }
+int ka_set_force_position(ka_robot_handle *handle, int sensor, int mode, int direction, float N) { return set_force_position(handle, sensor, mode, direction, N); }
 int ka_stop_force_position(ka_robot_handle *handle) { return stop_force_position(handle); }
 int ka_start_force_position_move(ka_robot_handle *handle) { return start_force_position_move(handle); }
 int ka_stop_force_position_move(ka_robot_handle *handle) { return stop_force_position_move(handle); }
-int ka_force_position_move_joint(ka_robot_handle *handle, const float *joint, int sensor, int mode, int dir, float force, bool follow) { return move_joint(handle, joint, follow, sensor, mode, dir, whole_newtons_in_tenths(force)); }
-int ka_force_position_move_pose(ka_robot_handle *handle, ka_pose_t pose, int sensor, int mode, int dir, float force, bool follow) { return move_pose(handle, follow, sensor, mode, dir, whole_newtons_in_tenths(force), pose); }
+int ka_set_force_position_new(ka_robot_handle *handle, const ka_force_position_t *p) { return p ? set_force_position_new(handle, p->mode, p->sensor, p->desired_force, p->control_mode, p->limit_vel) : -1; }
+int ka_force_position_move_joint(ka_robot_handle *handle, const float *joint, int sensor, int mode, int dir, float force, bool follow) { return move_joint(handle, joint, follow, sensor, mode, dir, force); }
+int ka_force_position_move_pose(ka_robot_handle *handle, ka_pose_t pose, int sensor, int mode, int dir, float force, bool follow) { return move_pose(handle, follow, sensor, mode, dir, force, pose); }
 // clang-format on
 
 // Written by hand: the posture number picks the command; only the last one is answered.
@@ -151,16 +127,7 @@ int ka_run_drag_trajectory(ka_robot_handle *handle, int timeout) {
     return -1;
 }
 
-// Written by hand: the force target is converted per axis first.
-int ka_set_force_position_new(ka_robot_handle *handle, const ka_force_position_t *param) {
-    if (!param) return -1;
-    const force_target t = force_target_of(*param);
-    return set_force_position_new(handle, param->mode, param->sensor, t.desired_force,
-                                  t.control_mode, t.limit_vel);
-}
-
-// Written by hand: flag 1 sends the pose, 0 the joints (scaled in single precision, unlike other
-// joint arrays).
+// Written by hand: flag 1 sends the pose, 0 the joints (scaled in single precision, unlike others).
 int ka_force_position_move(ka_robot_handle *handle, ka_force_position_move_t param) {
     const char *function = move_target.function;
     if (param.flag != 0 && param.flag != 1) {
@@ -169,10 +136,9 @@ int ka_force_position_move(ka_robot_handle *handle, ka_force_position_move_t par
     }
     const int dof = param.flag == 0 ? cmd::arm_dof(handle) : 0;
     if (param.flag == 0 && !dof) return cmd::disconnected(function);
-    const force_target t = force_target_of(param);
     cmd::request r(function, handle);
-    r.take(move_target.args, param.follow, param.sensor, param.mode, t.control_mode,
-           t.desired_force, t.limit_vel);
+    r.take(move_target.args, param.follow, param.sensor, param.mode,
+           static_cast<const int *>(param.control_mode), param.desired_force, param.limit_vel);
     if (param.flag == 1) r.add({nullptr, cmd::as::target}, param.pose);
     for (int i = 0; i < dof; ++i) // a keyless value extends "joint" into an array
         r.add({i == 0 ? "joint" : nullptr}, scale::thousandths(param.joint[i]));

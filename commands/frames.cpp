@@ -47,42 +47,28 @@ int keep_frame(const char *, ka_robot_handle *handle, const char *, void *record
     const auto &frame = *static_cast<const ka_frame_t *>(record);
     arm_ptr arm = registry_find(handle);
     if (!arm) return -1;
-    {
-        std::lock_guard<std::mutex> lock(arm->cache_mutex);
-        (*arm).*Kept = frame;
-    }
+    std::unique_lock<std::mutex> lock(arm->cache_mutex);
+    (*arm).*Kept = frame;
+    lock.unlock(); // the kinematics are not the handle's
     Follow(frame);
     return 0;
-}
-
-// After a selection or deletion the current frame is read back into the
-// handle's copy (the quaternion is never on the wire).
-int reread(int result, const reply::record_query &current, ka_frame_t arm_record::*kept,
-           ka_robot_handle *handle) {
-    if (result != 0) return result;
-    ka_frame_t frame{};
-    if (arm_ptr arm = registry_find(handle)) {
-        std::lock_guard<std::mutex> lock(arm->cache_mutex);
-        frame = (*arm).*kept;
-    }
-    return current(handle, &frame);
-}
-
-// The refusal of an unknown frame name: "get_state" false under the
-// request's own name, awaited without sending. Its judgement, or the wait's code.
-int judge_refusal(const char *function, ka_robot_handle *handle, const char *reply_name,
-                  int timeout_ms) {
-    cmd::reply_text reply;
-    int n =
-        ka_pack_lock_wait(function, handle, reply_name, reply.text, sizeof reply.text, timeout_ms);
-    if (n < 1) return n;
-    return parse_ka_set_command(function, reply.text, "get_state");
 }
 
 // Tool frames: payload in grams, centre of mass in micrometres, pose as six wire integers.
 int send_tool(const cmd::set_command &c, ka_robot_handle *handle, const ka_frame_t &frame) {
     const auto name = cmd::text_of(frame.frame_name);
     return c(handle, name.text, frame.payload, frame.x, frame.y, frame.z, frame.pose);
+}
+
+// After a selection or deletion the current frame is read back into the handle's copy.
+template <const reply::record_query &Current, ka_frame_t arm_record::*Kept>
+int reread(ka_robot_handle *handle) {
+    ka_frame_t frame{};
+    if (arm_ptr arm = registry_find(handle)) {
+        std::lock_guard<std::mutex> lock(arm->cache_mutex);
+        frame = (*arm).*Kept;
+    }
+    return Current(handle, &frame);
 }
 
 using cmd::as;
@@ -92,14 +78,17 @@ constexpr auto micro = as::millionths;
 constexpr std::initializer_list<cmd::arg> tool_args = {{"tool_name"}, {"payload", milli}, {"position", micro}, {nullptr, micro}, {nullptr, micro}, {"tool_pose", as::pose}};
 constexpr reply::record_query current_tool{.command = cmd::query<"get_current_tool_frame">("current_tool_frame"), .reply = &current_tool_reply, .whole = true, .then = keep_frame<&arm_record::tool_frame, algo_set_current_tool_frame>, .label = "get_current_tool_frame"};
 constexpr reply::record_query current_work{.command = cmd::query<"get_current_work_frame">("current_work_frame"), .reply = &current_work_reply, .whole = true, .then = keep_frame<&arm_record::work_frame, algo_set_current_work_frame>, .label = "get_current_work_frame"};
-constexpr auto change_tool = cmd::set<"set_change_tool_frame", "ka_change_tool_frame">("change_tool_frame", nullptr, m_nOutTime, {{"tool_name"}});
-constexpr auto delete_tool = cmd::set<"set_delete_tool_frame", "ka_delete_tool_frame">("delete_tool_frame", nullptr, m_nOutTime, {{"tool_name"}});
-constexpr auto change_work = cmd::set<"set_change_work_frame", "ka_change_work_frame">("change_work_frame", nullptr, m_nOutTime, {{"frame_name"}});
-constexpr auto delete_work = cmd::set<"set_delete_work_frame", "ka_delete_work_frame">("delete_work_frame", nullptr, m_nOutTime, {{"frame_name"}});
+constexpr auto change_tool = cmd::followed_by(cmd::set<"set_change_tool_frame", "ka_change_tool_frame">("change_tool_frame", nullptr, m_nOutTime, {{"tool_name"}}), reread<current_tool, &arm_record::tool_frame>);
+constexpr auto delete_tool = cmd::followed_by(cmd::set<"set_delete_tool_frame", "ka_delete_tool_frame">("delete_tool_frame", nullptr, m_nOutTime, {{"tool_name"}}), reread<current_tool, &arm_record::tool_frame>);
+constexpr auto change_work = cmd::followed_by(cmd::set<"set_change_work_frame", "ka_change_work_frame">("change_work_frame", nullptr, m_nOutTime, {{"frame_name"}}), reread<current_work, &arm_record::work_frame>);
+constexpr auto delete_work = cmd::followed_by(cmd::set<"set_delete_work_frame", "ka_delete_work_frame">("delete_work_frame", nullptr, m_nOutTime, {{"frame_name"}}), reread<current_work, &arm_record::work_frame>);
 constexpr auto auto_tool = cmd::set<"set_auto_tool_frame">("auto_tool_frame", nullptr, m_nOutTime, {{"point_num"}});
 // The controller answers the generation under the calibration command's name.
 constexpr auto generate_tool = cmd::set<"generate_auto_tool_frame">("auto_tool_frame", "set_auto_tool_frame", m_nOutTime, {{"tool_name"}, {"payload", milli}, {"position", micro}, {nullptr, micro}, {nullptr, micro}});
-constexpr auto manual_tool = cmd::set<"set_manual_tool_frame">("manual_tool_frame", nullptr, m_nOutTime, tool_args);
+// A refusal has its own line, naming the likely cause.
+constexpr auto manual_tool = cmd::refused(cmd::set<"set_manual_tool_frame">("manual_tool_frame", nullptr, m_nOutTime, tool_args), "[%s] Failed to create the tool frame system, please check if the name already exists");
+// The formatted request's verdict, awaited without a second send.
+constexpr auto envelope_set = cmd::refused(cmd::set<"set_tool_envelope">("set_state"), "[%s] Set tool envelope return false! You can check if the tool frame exists.\n");
 constexpr auto update_tool = cmd::set<"update_tool_frame">("update_state", nullptr, m_nOutTime, tool_args);
 constexpr auto auto_work = cmd::set<"set_auto_work_frame">("auto_work_frame", nullptr, m_nOutTime, {{"frame_name"}, {"point_num"}});
 constexpr auto manual_work = cmd::set<"set_manual_work_frame">("manual_work_frame", nullptr, m_nOutTime, {{"frame_name"}, {"frame_pose", as::pose}});
@@ -109,8 +98,60 @@ constexpr reply::record_query work_names{.command = cmd::query<"get_total_work_f
 constexpr reply::record_query envelope{.command = cmd::query<"get_tool_envelope">(nullptr, {}, {{"tool_name"}}), .reply = &envelope_reply};
 // clang-format on
 
-// Irregular: the controller takes this one command in the formatted print.
-int send_envelope(ka_robot_handle *handle, const ka_envelope_balls_list_t &list) {
+// Irregular: a refusal ("get_state" under the request's name) is dropped by a direct reader (thread
+// mode 0) while the first wait runs; the tool and work rules differ on purpose.
+int given(const char *function, ka_robot_handle *h, const char *command, ka_request_field name,
+          const reply::schema &schema, ka_frame_t &frame, bool tool) {
+    cmd::reply_text reply;
+    int n =
+        cmd::exchange(function, h, command, {name}, tool ? "given_tool_frame" : "given_work_frame",
+                      m_nOutTime, reply.text, sizeof reply.text);
+    if (n > 0) return reply::read(schema, function, reply.text, frame);
+    if (n == -1) return n;
+    const int judged = cmd::await(
+        {function, command, command, "get_state", tool ? m_nOutTime : m_nOutTime_max}, h);
+    const bool direct = wait::current_reader().direct;
+    if (tool) return direct && judged < 0 ? 1 : n;
+    return (judged != -1 && judged != -2) || !direct ? judged : 1;
+}
+
+} // namespace
+
+extern "C" {
+
+// clang-format off
+int ka_get_current_tool_frame(ka_robot_handle *h, ka_frame_t *frame) { return current_tool(h, frame); }
+int ka_get_current_work_frame(ka_robot_handle *h, ka_frame_t *frame) { return current_work(h, frame); }
+int ka_change_tool_frame(ka_robot_handle *h, const char *tool_name) { return change_tool(h, tool_name); }
+int ka_delete_tool_frame(ka_robot_handle *h, const char *tool_name) { return delete_tool(h, tool_name); }
+int ka_change_work_frame(ka_robot_handle *h, const char *frame_name) { return change_work(h, frame_name); }
+int ka_delete_work_frame(ka_robot_handle *h, const char *frame_name) { return delete_work(h, frame_name); }
+int ka_set_auto_tool_frame(ka_robot_handle *h, int point_num) { return auto_tool(h, point_num); }
+int ka_generate_auto_tool_frame(ka_robot_handle *h, const char *tool_name, float payload, float x, float y, float z) { return generate_tool(h, tool_name, payload, x, y, z); }
+int ka_update_tool_frame(ka_robot_handle *h, ka_frame_t frame) { return send_tool(update_tool, h, frame); }
+int ka_set_manual_tool_frame(ka_robot_handle *h, ka_frame_t frame) { return send_tool(manual_tool, h, frame); }
+int ka_set_auto_work_frame(ka_robot_handle *h, const char *frame_name, int point_num) { return auto_work(h, frame_name, point_num); }
+int ka_set_manual_work_frame(ka_robot_handle *h, const char *frame_name, ka_pose_t pose) { return manual_work(h, frame_name, pose); }
+int ka_update_work_frame(ka_robot_handle *h, const char *frame_name, ka_pose_t pose) { return update_work(h, frame_name, pose); }
+int ka_get_tool_envelope(ka_robot_handle *h, const char *tool_name, ka_envelope_balls_list_t *list) { return envelope(h, list, tool_name); }
+int ka_get_total_tool_frame(ka_robot_handle *h, ka_frame_name_t *list, int *count) { return tool_names.list(h, list, count); }
+int ka_get_total_work_frame(ka_robot_handle *h, ka_frame_name_t *list, int *count) { return work_names.list(h, list, count); }
+int ka_get_given_tool_frame(ka_robot_handle *h, const char *tool_name, ka_frame_t *frame) { return tool_name && frame ? given("ka_get_given_tool_frame", h, "get_tool_frame", cmd::text("tool_name", tool_name), given_tool_reply, *frame, true) : -1; }
+// clang-format on
+
+int ka_get_given_work_frame(ka_robot_handle *h, const char *frame_name, ka_pose_t *pose) {
+    if (!frame_name || !pose) return -1;
+    ka_frame_t frame{};
+    frame.pose = *pose; // the quaternion is never on the wire
+    int status = given("ka_get_given_work_frame", h, "get_work_frame",
+                       cmd::text("frame_name", frame_name), given_work_reply, frame, false);
+    if (status == 0) *pose = frame.pose;
+    return status;
+}
+
+// Irregular: the one command taken in the formatted print, its reply awaited without a second send.
+int ka_set_tool_envelope(ka_robot_handle *h, ka_envelope_balls_list_t list) {
+    constexpr const char *function = envelope_set.function;
     json_ptr object(cJSON_CreateObject());
     cJSON_AddItemToObject(object.get(), "command", cJSON_CreateString("set_tool_envelope"));
     cJSON_AddItemToObject(object.get(), "tool_name",
@@ -126,90 +167,8 @@ int send_envelope(ka_robot_handle *handle, const ka_envelope_balls_list_t &list)
             cJSON_AddItemToObject(ball, k.key, cJSON_CreateNumber(k.value.i));
         cJSON_AddItemToArray(balls, ball);
     }
-    return cmd::send_formatted("ka_set_tool_envelope", "set_tool_envelope", handle, object.get(),
-                               true);
-}
-
-} // namespace
-
-extern "C" {
-
-// clang-format off
-int ka_get_current_tool_frame(ka_robot_handle *h, ka_frame_t *frame) { return current_tool(h, frame); }
-int ka_get_current_work_frame(ka_robot_handle *h, ka_frame_t *frame) { return current_work(h, frame); }
-int ka_change_tool_frame(ka_robot_handle *h, const char *tool_name) { return reread(change_tool(h, tool_name), current_tool, &arm_record::tool_frame, h); }
-int ka_delete_tool_frame(ka_robot_handle *h, const char *tool_name) { return reread(delete_tool(h, tool_name), current_tool, &arm_record::tool_frame, h); }
-int ka_change_work_frame(ka_robot_handle *h, const char *frame_name) { return reread(change_work(h, frame_name), current_work, &arm_record::work_frame, h); }
-int ka_delete_work_frame(ka_robot_handle *h, const char *frame_name) { return reread(delete_work(h, frame_name), current_work, &arm_record::work_frame, h); }
-int ka_set_auto_tool_frame(ka_robot_handle *h, int point_num) { return auto_tool(h, point_num); }
-int ka_generate_auto_tool_frame(ka_robot_handle *h, const char *tool_name, float payload, float x, float y, float z) { return generate_tool(h, tool_name, payload, x, y, z); }
-int ka_update_tool_frame(ka_robot_handle *h, ka_frame_t frame) { return send_tool(update_tool, h, frame); }
-int ka_set_auto_work_frame(ka_robot_handle *h, const char *frame_name, int point_num) { return auto_work(h, frame_name, point_num); }
-int ka_set_manual_work_frame(ka_robot_handle *h, const char *frame_name, ka_pose_t pose) { return manual_work(h, frame_name, pose); }
-int ka_update_work_frame(ka_robot_handle *h, const char *frame_name, ka_pose_t pose) { return update_work(h, frame_name, pose); }
-int ka_get_tool_envelope(ka_robot_handle *h, const char *tool_name, ka_envelope_balls_list_t *list) { return envelope(h, list, tool_name); }
-int ka_get_total_tool_frame(ka_robot_handle *h, ka_frame_name_t *list, int *count) { return tool_names.list(h, list, count); }
-int ka_get_total_work_frame(ka_robot_handle *h, ka_frame_name_t *list, int *count) { return work_names.list(h, list, count); }
-// clang-format on
-
-// Irregular: a refusal has its own line, naming the likely cause.
-int ka_set_manual_tool_frame(ka_robot_handle *h, ka_frame_t frame) {
-    int result = send_tool(manual_tool, h, frame);
-    if (result == 1)
-        ka_log_error("[%s] Failed to create the tool frame system, please check if the name "
-                     "already exists",
-                     manual_tool.function);
-    return result;
-}
-
-// Irregular: a refused name is answered under another name, which a direct
-// reader (thread mode 0) drops while the first wait runs.
-int ka_get_given_tool_frame(ka_robot_handle *h, const char *tool_name, ka_frame_t *frame) {
-    constexpr const char *function = "ka_get_given_tool_frame";
-    if (!tool_name || !frame) return -1;
-    cmd::reply_text reply;
-    int n = cmd::exchange(function, h, "get_tool_frame", {cmd::text("tool_name", tool_name)},
-                          "given_tool_frame", m_nOutTime, reply.text, sizeof reply.text);
-    if (n == -1) return n;
-    if (n < 1) {
-        int judged = judge_refusal(function, h, "get_tool_frame", m_nOutTime);
-        return wait::current_reader().direct && judged < 0 ? 1 : n;
-    }
-    return reply::read(given_tool_reply, function, reply.text, *frame);
-}
-int ka_get_given_work_frame(ka_robot_handle *h, const char *frame_name, ka_pose_t *pose) {
-    constexpr const char *function = "ka_get_given_work_frame";
-    if (!frame_name || !pose) return -1;
-    cmd::reply_text reply;
-    int n = cmd::exchange(function, h, "get_work_frame", {cmd::text("frame_name", frame_name)},
-                          "given_work_frame", m_nOutTime, reply.text, sizeof reply.text);
-    if (n == -1) return n;
-    if (n < 1) {
-        int judged = judge_refusal(function, h, "get_work_frame", m_nOutTime_max);
-        bool came = judged != -1 && judged != -2;
-        return came || !wait::current_reader().direct ? judged : 1;
-    }
-    ka_frame_t frame{};
-    frame.pose = *pose; // the quaternion is never on the wire
-    int parsed = reply::read(given_work_reply, function, reply.text, frame);
-    if (parsed == 0) *pose = frame.pose;
-    return parsed;
-}
-
-// Irregular: the formatted request, then the reply awaited without a second send.
-int ka_set_tool_envelope(ka_robot_handle *h, ka_envelope_balls_list_t list) {
-    constexpr const char *function = "ka_set_tool_envelope";
-    if (int sent = send_envelope(h, list); sent != 0) return sent;
-    cmd::reply_text reply;
-    int n = ka_pack_lock_wait(function, h, "set_tool_envelope", reply.text, sizeof reply.text,
-                              m_nOutTime);
-    if (n < 1) return n;
-    int result = parse_ka_set_command(function, reply.text, "set_state");
-    if (result == 1)
-        ka_log_error("[%s] Set tool envelope return false! You can check if the tool frame "
-                     "exists.\n",
-                     function);
-    return result;
+    int sent = cmd::send_formatted(function, "set_tool_envelope", h, object.get(), true);
+    return sent != 0 ? sent : cmd::await(envelope_set, h);
 }
 
 } // extern "C"

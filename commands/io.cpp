@@ -4,62 +4,13 @@
 // integer.
 #include "core/command.h"
 
-// Reads the RS485 mode reply into entries, like common_json_parse on the
-// top-level keys, except that a missing third entry (the Modbus time-out,
-// absent when the port is not in Modbus-RTU mode) ends the parse with 0 and
-// that entry left as it was. 0, or -3.
+// Irregular reply: top-level keys, unlabelled lines, and the Modbus time-out (third entry, absent
+// outside Modbus-RTU mode) may be missing: 0 with it left as it was.
 extern "C" KA_API int parse_rs485(const char *text, ka_reply_field *entries, int count) {
-    json_ptr doc = json_parse(text);
-    if (!doc) {
-        ka_log_error("Error parsing JSON\n");
-        return -3;
-    }
-    for (int i = 0; entries && i < count; ++i) {
-        ka_reply_field &entry = entries[i];
-        auto fail = [&](const char *line) {
-            ka_log_error(line, entry.key);
-            return -3;
-        };
-        const cJSON *item = cJSON_GetObjectItem(doc.get(), entry.key);
-        if (!item && i == 2) {
-            ka_log_warn("it is not in Modbus-RTU mode, and the modbus_timeout field does not "
-                        "exist.\n");
-            return 0;
-        }
-        if (!item) return fail("%s parsing error\n");
-        switch (entry.type) {
-        case KA_FIELD_INT:
-            entry.value.i = json_int(item);
-            ka_log_info("%s parse result: %d\n", entry.key, entry.value.i);
-            break;
-        case KA_FIELD_STRING:
-            if (!cJSON_IsString(item)) return fail("%s is not a string\n");
-            std::snprintf(entry.value.s, sizeof entry.value.s, "%s", item->valuestring);
-            ka_log_info("%s parse result: %s\n", entry.key, entry.value.s);
-            break;
-        case KA_FIELD_INT_ARRAY: {
-            if (!cJSON_IsArray(item)) return fail("%s is not an array\n");
-            int size = cJSON_GetArraySize(item);
-            if (size != entry.count || size > reply_array_capacity)
-                return fail("Array size mismatch for key %s\n");
-            ka_log_info("%s parse result:\n", entry.key);
-            int index = 0;
-            for (const cJSON *element = item->child; element; element = element->next, ++index) {
-                entry.value.a[index] = json_int(element);
-                ka_log_info(" %d\n", entry.value.a[index]);
-            }
-            break;
-        }
-        case KA_FIELD_BOOL:
-            // Anything but a boolean leaves the entry as it was.
-            if (cJSON_IsBool(item)) entry.value.b = cJSON_IsTrue(item);
-            ka_log_info("%s parse result: %d\n", entry.key, entry.value.b ? 1 : 0);
-            break;
-        default:
-            return fail("Unsupported JSON value type for key %s\n");
-        }
-    }
-    return 0;
+    return parse_fields(
+        {nullptr, 2,
+         "it is not in Modbus-RTU mode, and the modbus_timeout field does not exist.\n"},
+        text, entries, count);
 }
 
 namespace {

@@ -1,35 +1,32 @@
-// Jogging, teaching and motion control: steps, continuous teaching until a stop, the teach frame,
-// and stopping, pausing, resuming or discarding the running trajectory.
-#include "core/command.h"
+// Jogging and teaching (steps, continuous teaching, the teach frame) and stopping the trajectory.
 #include "core/wait.h"
 
 namespace {
 
 using cmd::as;
 
-// Axis names on the wire, indexed by ka_pos_teach_type_e / ka_ort_teach_type_e;
-// a type outside 0..2 is logged under the call's label and nothing is sent.
+// Axis names by ka_pos_teach_type_e / ka_ort_teach_type_e; another type is logged, nothing sent.
 constexpr const char *pos_teach_axes[] = {"x", "y", "z"};
 constexpr const char *ort_teach_axes[] = {"rx", "ry", "rz"};
 constexpr const char *pos_step_axes[] = {"x_step", "y_step", "z_step"};
 constexpr const char *ort_step_axes[] = {"rx_step", "ry_step", "rz_step"};
 
 // A blocking step is accepted with "receive_state", then followed by question as a trajectory of
-// `kind`, asked again at once while it runs; Cartesian steps read their report into 256 bytes.
+// `kind`, asked again at once while it runs; Cartesian steps read their report into 256 bytes. A
+// step without block is only sent and paced by the fixed pause; its answer is not read.
 template <cmd::wire_name Command, cmd::wire_name Label>
-constexpr wait::command step(int kind, int report_size, std::initializer_list<cmd::arg> args) {
+constexpr wait::command step(int kind, int report_size, const char *sent_label,
+                             std::initializer_list<cmd::arg> args) {
     const cmd::set_command accept =
         cmd::set<Command, Label>("receive_state", nullptr, m_nOutTime, args);
-    return {accept, wait::queried_motion(accept.function, kind, true, report_size)};
+    return {.accept = accept,
+            .wait = wait::queried_motion(accept.function, kind, true, report_size),
+            .sent_label = sent_label};
 }
 // clang-format off
-constexpr auto joint_step = step<"set_joint_step", "ka_set_joint_step_block">(KA_TRAJECTORY_MOVEJ, reply_buffer_size, {{"joint_step"}, {nullptr, as::thousandths}, {"v"}});
-constexpr auto pos_step = step<"set_pos_step", "ka_set_pos_step_block">(KA_TRAJECTORY_MOVEL, 256, {{"v"}, {"step", as::millionths}, {"step_type", as::axis, pos_step_axes}});
-constexpr auto ort_step = step<"set_ort_step", "ka_set_ort_step_block">(KA_TRAJECTORY_MOVEL, 256, {{"v"}, {"step", as::thousandths}, {"step_type", as::axis, ort_step_axes}});
-// A step without block is only sent and paced by the fixed pause; its answer is not read.
-constexpr auto joint_step_sent = cmd::sent_only(joint_step.accept, m_nOutTime, "ka_set_joint_step_nblock");
-constexpr auto pos_step_sent = cmd::sent_only(pos_step.accept, m_nOutTime, "ka_set_pos_step_nblock");
-constexpr auto ort_step_sent = cmd::sent_only(ort_step.accept, m_nOutTime, "ka_set_ort_step_nblock");
+constexpr auto joint_step = step<"set_joint_step", "ka_set_joint_step_block">(KA_TRAJECTORY_MOVEJ, reply_buffer_size, "ka_set_joint_step_nblock", {{"joint_step"}, {nullptr, as::thousandths}, {"v"}});
+constexpr auto pos_step = step<"set_pos_step", "ka_set_pos_step_block">(KA_TRAJECTORY_MOVEL, 256, "ka_set_pos_step_nblock", {{"v"}, {"step", as::millionths}, {"step_type", as::axis, pos_step_axes}});
+constexpr auto ort_step = step<"set_ort_step", "ka_set_ort_step_block">(KA_TRAJECTORY_MOVEL, 256, "ka_set_ort_step_nblock", {{"v"}, {"step", as::thousandths}, {"step_type", as::axis, ort_step_axes}});
 constexpr auto joint_teach = cmd::set<"set_joint_teach">("joint_teach", nullptr, m_nOutTime, {{"teach_joint"}, {"v"}, {"direction", as::direction}});
 constexpr auto pos_teach = cmd::set<"set_pos_teach">("pos_teach", nullptr, m_nOutTime, {{"v"}, {"direction", as::direction}, {"teach_type", as::axis, pos_teach_axes}});
 constexpr auto ort_teach = cmd::set<"set_ort_teach">("ort_teach", nullptr, m_nOutTime, {{"v"}, {"direction", as::direction}, {"teach_type", as::axis, ort_teach_axes}});
@@ -53,10 +50,10 @@ extern "C" {
 int ka_set_joint_step(ka_robot_handle *handle, int joint_num, float step, int v, int block) { return block == 0 ? ka_set_joint_step_nblock(handle, joint_num, step, v) : ka_set_joint_step_block(handle, joint_num, step, v, block); }
 int ka_set_pos_step(ka_robot_handle *handle, ka_pos_teach_type_e type, float step, int v, int block) { return block == 0 ? ka_set_pos_step_nblock(handle, type, step, v) : ka_set_pos_step_block(handle, type, step, v, block); }
 int ka_set_ort_step(ka_robot_handle *handle, ka_ort_teach_type_e type, float step, int v, int block) { return block == 0 ? ka_set_ort_step_nblock(handle, type, step, v) : ka_set_ort_step_block(handle, type, step, v, block); }
-int ka_set_joint_step_nblock(ka_robot_handle *h, int joint_num, float step, int v) { return joint_step_sent(h, joint_num, step, v); }
+int ka_set_joint_step_nblock(ka_robot_handle *h, int joint_num, float step, int v) { return joint_step.sent(h, joint_num, step, v); }
 int ka_set_joint_step_block(ka_robot_handle *h, int joint_num, float step, int v, int block) { return joint_step(h, block, joint_num, step, v); }
-int ka_set_pos_step_nblock(ka_robot_handle *h, ka_pos_teach_type_e type, float step, int v) { return pos_step_sent(h, v, step, type); }
-int ka_set_ort_step_nblock(ka_robot_handle *h, ka_ort_teach_type_e type, float step, int v) { return ort_step_sent(h, v, step, type); }
+int ka_set_pos_step_nblock(ka_robot_handle *h, ka_pos_teach_type_e type, float step, int v) { return pos_step.sent(h, v, step, type); }
+int ka_set_ort_step_nblock(ka_robot_handle *h, ka_ort_teach_type_e type, float step, int v) { return ort_step.sent(h, v, step, type); }
 int ka_set_pos_step_block(ka_robot_handle *h, ka_pos_teach_type_e type, float step, int v, int block) { return pos_step(h, block, v, step, type); }
 int ka_set_ort_step_block(ka_robot_handle *h, ka_ort_teach_type_e type, float step, int v, int block) { return ort_step(h, block, v, step, type); }
 int ka_set_joint_teach(ka_robot_handle *handle, int joint_num, int dir, int v) { return joint_teach(handle, joint_num, v, dir); }

@@ -52,38 +52,7 @@ constexpr auto read_holding_block = bus_read<"read_multiple_holding_registers">(
 constexpr auto read_input_block = bus_read<"read_multiple_input_registers">(long_wait, bus_count, {"data", as::registers});
 // clang-format on
 
-// Reads "data" (inside "arm_state" or "all_state" when present) as exactly
-// `expected` integers, with the typed parser's checks and log lines; arrays
-// may exceed its capacity. 0 or -3.
-int parse_data_array(const char *function, const char *text, int expected,
-                     std::vector<int32_t> &values) {
-    json_ptr doc = json_parse(text);
-    if (!doc) {
-        ka_log_error("Error parsing JSON\n");
-        return -3;
-    }
-    const cJSON *scope = cJSON_GetObjectItem(doc.get(), "arm_state");
-    if (!scope) scope = cJSON_GetObjectItem(doc.get(), "all_state");
-    if (!scope) scope = doc.get();
-    auto fail = [&](const char *line) {
-        ka_log_error(line, function, "data");
-        return -3;
-    };
-    const cJSON *item = cJSON_GetObjectItem(scope, "data");
-    if (!item) return fail("[%s] %s parsing error\n");
-    if (!cJSON_IsArray(item)) return fail("[%s] %s is not an array\n");
-    if (cJSON_GetArraySize(item) != expected) return fail("[%s] Array size mismatch for key %s\n");
-    ka_log_info("[%s] %s parse result:\n", function, "data");
-    values.clear();
-    for (const cJSON *element = item->child; element; element = element->next) {
-        values.push_back(json_int(element));
-        ka_log_info(" %d\n", values.back());
-    }
-    return 0;
-}
-
-// Irregular: a block of up to 250 integers exceeds the usual reply buffer
-// and the typed parser's arrays, so the longest line is read from the tree.
+// Irregular: a block of up to 250 integers exceeds the usual reply buffer and the typed arrays.
 int read_block(const cmd::query_command &q, ka_robot_handle *handle,
                const ka_peripheral_read_write_params_t &params, int *data) {
     const cmd::bus_data length = cmd::bus_data_length(q.outs[0].scale, params.num);
@@ -95,10 +64,12 @@ int read_block(const cmd::query_command &q, ka_robot_handle *handle,
     int n = cmd::exchange(q.function, handle, q.command, request.fields(), q.reply, q.timeout_ms,
                           reply.data(), static_cast<int>(reply.size()));
     if (n < 1) return n;
-    std::vector<int32_t> values;
-    if (parse_data_array(q.function, reply.data(), length.wire, values) != 0)
+    std::vector<int32_t> values(static_cast<size_t>(length.wire));
+    ka_reply_field field{KA_FIELD_INT_BLOCK, "data", length.wire, {}};
+    field.value.block = values.data();
+    if (common_json_parse(q.function, reply.data(), &field, 1) != 0)
         return parse_ka_set_command(q.function, reply.data(), q.refused_key);
-    std::copy_n(values.begin(), std::min<size_t>(length.copied, values.size()), data);
+    std::copy_n(values.begin(), length.copied, data);
     return 0;
 }
 

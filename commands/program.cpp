@@ -1,7 +1,5 @@
-// Online programming: downloading a project file and starting it, the stored
-// programs (list, run state, update, delete, default program), starting a
-// stored program and waiting for it to finish, and saving a drag-taught
-// trajectory that the controller streams back into a local file.
+// Online programming: project download, the stored programs and their runs, and saving a
+// drag-taught trajectory the controller streams back into a local file.
 #include "core/project_file.h"
 #include "core/reply_schema.h"
 #include "core/trajectory_save.h"
@@ -23,9 +21,7 @@ constexpr reply::field program_fields[] = {
     reply::text<&program::trajectory_name>("trajectory_name", KA_PROGRAM_NAME_SIZE - 1, text_rule::terminated).loose(),
 };
 constexpr reply::schema program_entry{program_fields};
-// The page: only "list" is required; the search text is echoed back (28
-// characters kept) only when one was sent, so it comes last and is left out
-// of the read otherwise.
+// The page: only "list" is required; the search text (28 characters kept) is echoed only when sent.
 constexpr reply::field program_page_fields[] = {
     reply::list<&programs::list>("list", program_entry, KA_PROGRAM_LIST_CAPACITY).cleared(),
     reply::number<&programs::page_num>("page_num").loose(), reply::number<&programs::page_size>("page_size").loose(), reply::number<&programs::total_size>("total_size").loose(),
@@ -35,8 +31,7 @@ constexpr const char *program_page_error = "[%s] get program trajectory list par
 constexpr reply::schema program_page_reply{program_page_fields, -3, program_page_error, program_page_error};
 constexpr reply::schema program_page_unsearched{std::span(program_page_fields).first(std::size(program_page_fields) - 1), -3, program_page_error, program_page_error};
 
-// The run state: loop arrays may be missing but are arrays when present,
-// their elements taken as numbers whatever they hold.
+// The run state: loop arrays may be missing but are arrays when present, elements read as numbers.
 constexpr reply::field run_state_fields[] = {
     reply::number<&run::run_state>("run_state"),
     reply::numbers_up_to<&run::loop_num, &run::loop_count>("loop_num", KA_PROGRAM_LOOPS).optional(),
@@ -46,9 +41,6 @@ constexpr reply::field run_state_fields[] = {
 };
 constexpr const char *run_state_error = "[%s] get program run state parser error!\n";
 constexpr reply::schema run_state_reply{run_state_fields, -3, run_state_error, run_state_error};
-// clang-format on
-
-// clang-format off
 constexpr auto run_project = cmd::set<"run_project">("project_state", nullptr, m_nOutTime, {{"project_name"}, {"file_size"}, {"plan_speed"}, {"step_flag"}, {"only_save"}, {"save_id"}});
 constexpr auto plan_speed = cmd::set<"plan_speed", "ka_set_plan_speed">("plan_state", nullptr, m_nOutTime, {{"speed"}});
 constexpr reply::record_query run_state{.command = cmd::query<"get_program_run_state">(), .reply = &run_state_reply, .whole = true};
@@ -144,9 +136,7 @@ int ka_save_trajectory(ka_robot_handle *handle, const char *path, int *num) {
         return -3;
     }
     ka_log_info("[%s] Trajectory total num: %d\n", save_function, total);
-    // Read directly, the caller's own reads write the points; threaded, the first is awaited 2 s.
-    return wait::current_reader().direct ? save_wait_direct(save_function, handle)
-                                         : save_wait_threaded(std::chrono::milliseconds(2000));
+    return save_wait(save_function, handle);
 }
 
 } // extern "C"

@@ -1,5 +1,5 @@
-// Realtime state push configuration. Both commands are written by hand:
-// "custom" is an object of switches, the force frame only on force-sensing arms.
+// Realtime state push configuration, by hand: "custom" is an object of switches, the force frame
+// only on force-sensing arms.
 #include "core/command.h"
 
 namespace {
@@ -9,8 +9,7 @@ bool has_force_sensor(const arm_record *arm) {
     return type == KA_FORCE_TYPE_ZF || type == KA_FORCE_TYPE_6F;
 }
 
-// The "custom" switches: 1 on, 0 off; a negative one is not sent (the
-// controller's setting stays) and one missing from a reply reads as -1.
+// "custom": 1 on, 0 off; a negative one is not sent (the setting stays), a missing one reads -1.
 using custom = ka_realtime_push_custom_t;
 // clang-format off
 constexpr std::pair<const char *, int32_t custom::*> switches[] = {{"joint_speed", &custom::joint_speed}, {"lift_state", &custom::lift_state}, {"expand_state", &custom::expand_state}, {"arm_current_status", &custom::arm_current_status}};
@@ -18,15 +17,13 @@ constexpr std::pair<const char *, int32_t custom::*> switches[] = {{"joint_speed
 
 } // namespace
 
-// Irregular: the "custom" item goes to the line only once the arm is held,
-// so a handle that goes away in between cannot leave it unowned.
+// Irregular: "custom" is built only once the arm is held, so it cannot be left unowned.
 extern "C" int ka_set_realtime_push(ka_robot_handle *handle, ka_realtime_push_config_t config) {
     constexpr const char *function = "ka_set_realtime_push";
     constexpr const char *command = "set_realtime_push";
     arm_ptr arm = registry_find(handle);
     if (!arm) {
-        // The line names the lookup, not this function; kept so.
-        ka_log_error("[%s] handle is NULL!\n", "ka_get_robot_info");
+        ka_log_error("[%s] handle is NULL!\n", "ka_get_robot_info"); // names the lookup, kept so
         return -1;
     }
     cJSON *on_off = cJSON_CreateObject();

@@ -46,6 +46,10 @@ void request::array(const char *key, const int32_t *v, int count) {
 namespace {
 int32_t to_wire(as scale, float v) {
     switch (scale) {
+    case as::tenths:
+        return scale::truncate(v * 10.0f);
+    case as::whole_tenths:
+        return scale::truncate(static_cast<double>(scale::truncate(v)) * 10.0);
     case as::millionths:
         return scale::millionths(v);
     case as::joint_rate:
@@ -114,6 +118,13 @@ void request::add(const arg &a, const char *v) {
 }
 void request::add(const arg &a, const float *v) {
     if (status) return;
+    if (a.scale == as::six_tenths || a.scale == as::six_thousandths) {
+        int32_t w[6];
+        for (int i = 0; i < 6; ++i)
+            w[i] = to_wire(a.scale == as::six_tenths ? as::tenths : as::thousandths, v[i]);
+        array(a.key, w, 6);
+        return;
+    }
     const int dof = dof_of(arm());
     if (!dof) {
         status = disconnected(function_);
@@ -233,17 +244,32 @@ void reply_outs::put(int dof) const {
     }
 }
 
+namespace {
+int judge(const set_command &c, ka_robot_handle *handle, const char *reply) {
+    int status = parse_ka_set_command(c.function, reply, c.result_key);
+    if (status == 1 && c.refused_line) ka_log_error(c.refused_line, c.function);
+    if (status != 0) return status;
+    if (c.then) return c.then(handle);
+    if (!c.refresh) return 0;
+    float scratch[7] = {};
+    return (*c.refresh)(handle, scratch);
+}
+} // namespace
+
 int run(const set_command &c, ka_robot_handle *handle, std::span<const ka_request_field> fields) {
     if (!c.result_key)
         return exchange(c.function, handle, c.command, fields, nullptr, c.timeout_ms, nullptr, 0);
     reply_text reply;
     int n = exchange(c.function, handle, c.command, fields, c.reply, c.timeout_ms, reply.text,
                      sizeof reply.text);
-    if (n < 1) return n;
-    int status = parse_ka_set_command(c.function, reply.text, c.result_key);
-    if (status != 0 || !c.refresh) return status;
-    float scratch[7] = {};
-    return (*c.refresh)(handle, scratch);
+    return n < 1 ? n : judge(c, handle, reply.text);
+}
+
+int await(const set_command &c, ka_robot_handle *handle) {
+    reply_text reply;
+    int n =
+        ka_pack_lock_wait(c.function, handle, c.reply, reply.text, sizeof reply.text, c.timeout_ms);
+    return n < 1 ? n : judge(c, handle, reply.text);
 }
 
 int run(const set_command &c, ka_robot_handle *handle,

@@ -173,15 +173,19 @@ template <wire_name Command, wire_name Label> struct names {
 // How a caller's value goes on the wire (request) or comes back (reply).
 // Integers pass as they are unless tagged; floats are scaled by the tag.
 enum class as : uint8_t {
-    plain,         // int as it is; a reply integer as it is (low bits for bytes and half-words)
-    thousandths,   // scale::thousandths / from_thousandths
-    millionths,    // scale::millionths / from_millionths
-    joint_rate,    // scale::joint_rate / joint_rate_from
-    through_float, // a reply integer through single precision (codes above 2^24 lose bits)
-    joints,        // const float *: the arm's DOF joints in millidegrees (DOF checked first)
-    pose,          // ka_pose_t as six integers; a reply pose gets its quaternion
-    target,        // ka_pose_t under "pose" or "pose_quat", as pose_target decides
-    six,           // const int *: six integers as they are
+    plain,           // int as it is; a reply integer as it is (low bits for bytes and half-words)
+    thousandths,     // scale::thousandths / from_thousandths
+    millionths,      // scale::millionths / from_millionths
+    joint_rate,      // scale::joint_rate / joint_rate_from
+    tenths,          // newtons in tenths formed in single precision, then cut (12.7 gives 127)
+    whole_tenths,    // newtons cut to whole ones first, then tenths (12.7 gives 120)
+    through_float,   // a reply integer through single precision (codes above 2^24 lose bits)
+    joints,          // const float *: the arm's DOF joints in millidegrees (DOF checked first)
+    pose,            // ka_pose_t as six integers; a reply pose gets its quaternion
+    target,          // ka_pose_t under "pose" or "pose_quat", as pose_target decides
+    six,             // const int *: six integers as they are
+    six_tenths,      // const float *: six values as tenths
+    six_thousandths, // const float *: six values in thousandths
     // A peripheral's ka_peripheral_read_write_params_t under key "port":
     // "port", "address", and with bus_count "num" too ("device" is a plain
     // argument of its own, since it follows the data).
@@ -310,9 +314,10 @@ class reply_outs {
 // A set command: the request from `args`, answered under `reply` with a
 // boolean under `result_key`. Without result_key it is only sent, then
 // timeout_ms pass before anything else goes out; its answer is not read.
-// With refresh, a true answer is followed by that read (into scratch), whose
-// status is the call's. Streamed, the line goes straight onto the arm's
-// socket (no exchange lock, no pause) and the processor is yielded once.
+// With refresh, a true answer is followed by that read (into scratch), or with
+// then by that call; its status is the call's. Streamed, the line goes
+// straight onto the arm's socket (no exchange lock, no pause) and the
+// processor is yielded once.
 struct query_command;
 struct set_command {
     const char *function;
@@ -323,6 +328,8 @@ struct set_command {
     std::array<arg, max_args> args = {};
     const query_command *refresh = nullptr;
     bool streamed = false;
+    int (*then)(ka_robot_handle *handle) = nullptr;
+    const char *refused_line = nullptr; // logged (with the label) after a false answer
 
     // The caller's values in args order; a null pointer among them gives -1
     // with nothing sent.
@@ -332,6 +339,9 @@ struct set_command {
 int run(const set_command &c, ka_robot_handle *handle, std::span<const ka_request_field> fields);
 int run(const set_command &c, ka_robot_handle *handle,
         std::initializer_list<ka_request_field> fields = {});
+// The answer to a request that went out otherwise, awaited without a send and
+// judged as run judges it.
+int await(const set_command &c, ka_robot_handle *handle);
 // A streamed row with its request built: 0, or -1 for an unknown handle or a
 // failed send (after the send-error line).
 int stream(const set_command &c, request &r);
@@ -400,6 +410,16 @@ constexpr set_command sent_only(set_command c, int pause_ms, const char *label =
     c.function = label ? label : c.function;
     c.result_key = c.reply = nullptr;
     c.timeout_ms = pause_ms;
+    return c;
+}
+// A row whose false answer logs line.
+constexpr set_command refused(set_command c, const char *line) {
+    c.refused_line = line;
+    return c;
+}
+// A row whose true answer is followed by then.
+constexpr set_command followed_by(set_command c, int (*then)(ka_robot_handle *)) {
+    c.then = then;
     return c;
 }
 template <wire_name Command, wire_name Label = "">

@@ -169,68 +169,7 @@ int parse_ka_move_command(const char *text, int *device, int *trajectory_connect
 }
 
 int common_json_parse(const char *function, const char *text, ka_reply_field *fields, int count) {
-    if (count == 0) return 0;
-    json_ptr doc = json_parse(text);
-    if (!doc) {
-        ka_log_error("Error parsing JSON\n");
-        return -3;
-    }
-    bool nested = false;
-    const cJSON *scope = field_scope(doc.get(), &nested);
-    for (int i = 0; i < count; ++i) {
-        ka_reply_field &field = fields[i];
-        const cJSON *item = cJSON_GetObjectItem(scope, field.key);
-        if (!item) {
-            ka_log_error("[%s] %s parsing error\n", function, field.key);
-            return -3;
-        }
-        switch (field.type) {
-        case KA_FIELD_STRING:
-            if (!cJSON_IsString(item)) {
-                ka_log_error("[%s] %s is not a string\n", function, field.key);
-                return -3;
-            }
-            std::snprintf(field.value.s, sizeof field.value.s, "%s", item->valuestring);
-            ka_log_info("[%s] %s parse result: %s\n", function, field.key, field.value.s);
-            break;
-        case KA_FIELD_INT:
-            field.value.i = json_int(item);
-            ka_log_info("[%s] %s parse result: %d\n", function, field.key, field.value.i);
-            break;
-        case KA_FIELD_INT_ARRAY: {
-            if (!cJSON_IsArray(item)) {
-                ka_log_error("[%s] %s is not an array\n", function, field.key);
-                return -3;
-            }
-            int size = cJSON_GetArraySize(item);
-            if (size != field.count || size > reply_array_capacity) {
-                ka_log_error("[%s] Array size mismatch for key %s\n", function, field.key);
-                return -3;
-            }
-            ka_log_info("[%s] %s parse result:\n", function, field.key);
-            int index = 0;
-            for (const cJSON *element = item->child; element; element = element->next, ++index) {
-                field.value.a[index] = json_int(element);
-                ka_log_info(" %d\n", field.value.a[index]);
-            }
-            break;
-        }
-        case KA_FIELD_BOOL:
-            if (cJSON_IsBool(item)) field.value.b = cJSON_IsTrue(item);
-            ka_log_info("[%s] %s parse result: %d\n", function, field.key, field.value.b ? 1 : 0);
-            break;
-        case KA_FIELD_ITEM:
-            if (!nested) {
-                field.value.item = cJSON_Duplicate(item, 1);
-                break;
-            }
-            [[fallthrough]];
-        default:
-            ka_log_error("[%s] Unsupported JSON value type for key %s\n", function, field.key);
-            return -3;
-        }
-    }
-    return 0;
+    return count == 0 ? 0 : parse_fields({function}, text, fields, count);
 }
 
 int common_json_pack_get(arm_record *arm, const char *name, char *buffer, int size) {
@@ -246,3 +185,69 @@ int common_json_pack_get(arm_record *arm, const char *name, char *buffer, int si
 }
 
 } // extern "C"
+
+int parse_fields(const field_rules &rules, const char *text, ka_reply_field *fields, int count) {
+    json_ptr doc = json_parse(text);
+    if (!doc) {
+        ka_log_error("Error parsing JSON\n");
+        return -3;
+    }
+    bool nested = false;
+    const cJSON *scope = rules.function ? field_scope(doc.get(), &nested) : doc.get();
+    const std::string label = rules.function ? std::string("[") + rules.function + "] " : "";
+    const char *l = label.c_str();
+    for (int i = 0; fields && i < count; ++i) {
+        ka_reply_field &field = fields[i];
+        auto fail = [&](const char *line) {
+            ka_log_error(line, l, field.key);
+            return -3;
+        };
+        const cJSON *item = cJSON_GetObjectItem(scope, field.key);
+        if (!item && i == rules.optional_at) {
+            ka_log_warn(rules.optional_line);
+            return 0;
+        }
+        if (!item) return fail("%s%s parsing error\n");
+        switch (field.type) {
+        case KA_FIELD_STRING:
+            if (!cJSON_IsString(item)) return fail("%s%s is not a string\n");
+            std::snprintf(field.value.s, sizeof field.value.s, "%s", item->valuestring);
+            ka_log_info("%s%s parse result: %s\n", l, field.key, field.value.s);
+            break;
+        case KA_FIELD_INT:
+            field.value.i = json_int(item);
+            ka_log_info("%s%s parse result: %d\n", l, field.key, field.value.i);
+            break;
+        case KA_FIELD_INT_ARRAY:
+        case KA_FIELD_INT_BLOCK: {
+            if (!cJSON_IsArray(item)) return fail("%s%s is not an array\n");
+            const bool block = field.type == KA_FIELD_INT_BLOCK;
+            int size = cJSON_GetArraySize(item);
+            if (size != field.count || (!block && size > reply_array_capacity))
+                return fail("%sArray size mismatch for key %s\n");
+            ka_log_info("%s%s parse result:\n", l, field.key);
+            int32_t *to = block ? field.value.block : field.value.a;
+            int index = 0;
+            for (const cJSON *element = item->child; element; element = element->next, ++index) {
+                to[index] = json_int(element);
+                ka_log_info(" %d\n", to[index]);
+            }
+            break;
+        }
+        case KA_FIELD_BOOL:
+            // Anything but a boolean leaves the entry as it was.
+            if (cJSON_IsBool(item)) field.value.b = cJSON_IsTrue(item);
+            ka_log_info("%s%s parse result: %d\n", l, field.key, field.value.b ? 1 : 0);
+            break;
+        case KA_FIELD_ITEM:
+            if (rules.function && !nested) {
+                field.value.item = cJSON_Duplicate(item, 1);
+                break;
+            }
+            [[fallthrough]];
+        default:
+            return fail("%sUnsupported JSON value type for key %s\n");
+        }
+    }
+    return 0;
+}

@@ -14,7 +14,8 @@ enum ka_field_type : int32_t {
     KA_FIELD_INT = 1,
     KA_FIELD_INT_ARRAY = 2,
     KA_FIELD_BOOL = 3,
-    KA_FIELD_ITEM = 4, // a ready-made cJSON item; the command object takes it over
+    KA_FIELD_ITEM = 4,      // a ready-made cJSON item; the command object takes it over
+    KA_FIELD_INT_BLOCK = 5, // reply only: exactly count integers into value.block, any count
 };
 
 struct ka_request_field {
@@ -42,9 +43,22 @@ struct ka_reply_field {
         int32_t i;
         int32_t a[reply_array_capacity];
         bool b;
-        cJSON *item; // deep copy; the caller deletes it
+        cJSON *item;    // deep copy; the caller deletes it
+        int32_t *block; // the caller's room for count integers
     } value;
 };
+
+// How parse_fields looks keys up and labels its lines: common_json_parse's
+// rules for a function, or (null function) top-level keys and unlabelled
+// lines, where a missing entry at optional_at ends the read with 0 after
+// the optional_line warning.
+struct field_rules {
+    const char *function;
+    int optional_at = -1;
+    const char *optional_line = nullptr;
+};
+// 0, or -3.
+int parse_fields(const field_rules &rules, const char *text, ka_reply_field *fields, int count);
 
 // Reply time-outs, milliseconds.
 constexpr int m_nOutTime = 500;

@@ -3,6 +3,7 @@
 #include "core/arm.h"
 #include "core/exchange.h"
 #include "core/log.h"
+#include "core/wait.h"
 
 #include <algorithm>
 #include <cstring>
@@ -173,4 +174,9 @@ int save_wait_direct(const char *function, ka_robot_handle *handle) {
     if (save_file_open()) return 0;
     ka_log_error("The file is closed\n");
     return -6;
+}
+
+int save_wait(const char *function, ka_robot_handle *handle) {
+    return wait::current_reader().direct ? save_wait_direct(function, handle)
+                                         : save_wait_threaded(std::chrono::milliseconds(2000));
 }

@@ -62,3 +62,6 @@ int save_wait_threaded(std::chrono::milliseconds first_point);
 // for points that come later (the next save, or closing the library, closes
 // it). 0, or -6 when the file is closed.
 int save_wait_direct(const char *function, ka_robot_handle *handle);
+// As the reader makes it: read directly, the caller's own reads write the
+// points; otherwise the first is awaited 2 s.
+int save_wait(const char *function, ka_robot_handle *handle);

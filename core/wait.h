@@ -192,11 +192,18 @@ struct command {
     // The request's integer under this key names the program whose finish
     // ends the wait.
     const char *id_key = nullptr;
+    // Labels the call that only sends the request (see sent) when given.
+    const char *sent_label = nullptr;
 
     // The caller's values in accept.args order; a null pointer gives -1 with
     // nothing sent. 0 (or the accepted wait's result), 1 refused, -3
     // unparsable, or the exchange's code.
     template <typename... V> int operator()(ka_robot_handle *handle, blocking block, V... v) const;
+    // The call that neither waits nor reads the verdict: the request only
+    // sent, then paced by the accepting time-out.
+    template <typename... V> int sent(ka_robot_handle *handle, V... v) const {
+        return cmd::sent_only(accept, accept.timeout_ms, sent_label)(handle, v...);
+    }
 };
 // Sends the request (the exchange's result) for a command whose request no
 // row can carry; label is the one the call's send and reply read log under.
