@@ -3,8 +3,7 @@
 
 namespace {
 
-// An action's report (with the effector's device code) is read once, one without "trajectory_state"
-// a normal end; late and other-device results are per action; an unread answer is dropped first.
+// An action's report is read once, no "trajectory_state" a normal end; an unread answer is dropped.
 constexpr wait::command effector(cmd::set_command accept, int device, int no_report,
                                  int other_device, bool log_no_report) {
     return {.accept = accept,
@@ -17,10 +16,10 @@ constexpr wait::command effector(cmd::set_command accept, int device, int no_rep
                      .log_no_report = log_no_report},
             .forget_unread = true};
 }
-// Every gripper action is answered under this one name, whatever was sent.
 constexpr const char *gripper_reply = "set_gripper";
 constexpr int slow = m_nOutTime_max;
 // clang-format off
+// Every gripper action is answered under "set_gripper", whatever was sent; late and other-device results are per action.
 constexpr auto release  = effector(cmd::set<"set_gripper_release">("state", gripper_reply, slow, {{"speed"}, {"block"}}), wait::gripper, -4, -4, false);
 constexpr auto pick     = effector(cmd::set<"set_gripper_pick">("state", gripper_reply, slow, {{"speed"}, {"force"}, {"block"}}), wait::gripper, -4, -5, false);
 constexpr auto pick_on  = effector(cmd::set<"set_gripper_pick_on">("state", gripper_reply, slow, {{"speed"}, {"force"}, {"block"}}), wait::gripper, -4, -5, false);

@@ -3,24 +3,13 @@
 
 namespace {
 
-// A calibration: with block, "set_state" within 30 s under "set_force_sensor" whatever started it
-// (an earlier unread verdict dropped first); without, sent only and paced 10 ms.
-constexpr const char *calibration_reply = "set_force_sensor";
+// clang-format off
+// A calibration: with block, "set_state" within 30 s under "set_force_sensor" whatever started it (an earlier unread verdict dropped first); without, sent only and paced 10 ms.
 constexpr int sent_only_pause_ms = 10;
 template <cmd::wire_name Command, cmd::wire_name Label = "">
-constexpr cmd::set_command calibration(std::initializer_list<cmd::arg> args = {}) {
-    return cmd::set<Command, Label>("set_state", calibration_reply, 30000, args);
-}
+constexpr cmd::set_command calibration(std::initializer_list<cmd::arg> args = {}) { return cmd::forgetting(cmd::set<Command, Label>("set_state", "set_force_sensor", 30000, args)); }
 template <typename... V>
-int calibrate(const cmd::set_command &c, ka_robot_handle *handle, bool block, V... v) {
-    cmd::request r(c.function, handle);
-    r.take(c.args, v...);
-    if (r.status) return r.status;
-    if (block) cmd::forget(handle, calibration_reply);
-    return cmd::run(block ? c : cmd::sent_only(c, sent_only_pause_ms), handle, r.fields());
-}
-
-// clang-format off
+int calibrate(const cmd::set_command &c, ka_robot_handle *handle, bool block, V... v) { return block ? c(handle, v...) : cmd::sent_only(c, sent_only_pause_ms)(handle, v...); }
 constexpr auto force_sensor = calibration<"set_force_sensor">();
 constexpr auto auto_fz = calibration<"auto_set_Fz">();
 constexpr auto manual_fz = calibration<"manual_set_Fz">({{"pose1", cmd::as::joints}, {"pose2", cmd::as::joints}});
@@ -49,7 +38,9 @@ constexpr auto set_force_position_new = cmd::set<"set_force_position", "ka_set_f
 // The passthrough goes out without an answer and without a pause.
 constexpr auto move_joint = cmd::send<"Force_Position_Move", "ka_force_position_move_joint">(0, {{"joint", cmd::as::joints}, {"follow"}, {"sensor"}, {"mode"}, {"dir"}, {"force", cmd::as::whole_tenths}});
 constexpr auto move_pose = cmd::send<"Force_Position_Move", "ka_force_position_move_pose">(0, {{"follow"}, {"sensor"}, {"mode"}, {"dir"}, {"force", cmd::as::whole_tenths}, {nullptr, cmd::as::target}});
-constexpr auto move_target = cmd::send<"Force_Position_Move", "ka_force_position_move">(0, {{"follow"}, {"sensor"}, {"mode"}, {"control_mode", cmd::as::six}, {"desired_force", cmd::as::six_tenths}, {"limit_vel", cmd::as::six_thousandths}});
+// The target form sends a pose, or joints scaled in single precision unlike every other command's.
+constexpr auto move_target = cmd::send<"Force_Position_Move", "ka_force_position_move">(0, {{"follow"}, {"sensor"}, {"mode"}, {"control_mode", cmd::as::six}, {"desired_force", cmd::as::six_tenths}, {"limit_vel", cmd::as::six_thousandths}, {nullptr, cmd::as::target}});
+constexpr auto move_target_joints = cmd::send<"Force_Position_Move", "ka_force_position_move">(0, {{"follow"}, {"sensor"}, {"mode"}, {"control_mode", cmd::as::six}, {"desired_force", cmd::as::six_tenths}, {"limit_vel", cmd::as::six_thousandths}, {"joint", cmd::as::joints_single}});
 constexpr auto stop_force_position = cmd::set<"stop_force_position">("stop_state");
 constexpr auto start_force_position_move = cmd::set<"Start_Force_Position_Move", "ka_start_force_position_move">("set_state");
 constexpr auto stop_force_position_move = cmd::set<"Stop_Force_Position_Move", "ka_stop_force_position_move">("set_state");
@@ -87,16 +78,18 @@ int ka_stop_force_position_move(ka_robot_handle *handle) { return stop_force_pos
 int ka_set_force_position_new(ka_robot_handle *handle, const ka_force_position_t *p) { return p ? set_force_position_new(handle, p->mode, p->sensor, p->desired_force, p->control_mode, p->limit_vel) : -1; }
 int ka_force_position_move_joint(ka_robot_handle *handle, const float *joint, int sensor, int mode, int dir, float force, bool follow) { return move_joint(handle, joint, follow, sensor, mode, dir, force); }
 int ka_force_position_move_pose(ka_robot_handle *handle, ka_pose_t pose, int sensor, int mode, int dir, float force, bool follow) { return move_pose(handle, follow, sensor, mode, dir, force, pose); }
-// clang-format on
-
 // Written by hand: the posture number picks the command; only the last one is answered.
-int ka_manual_set_force(ka_robot_handle *handle, int type, float *joint, bool block) {
-    if (type >= 1 && type <= 4)
-        return calibrate(manual_force[type - 1], handle, block && type == 4,
-                         static_cast<const float *>(joint));
-    ka_log_error("[%s] posture type %d is not 1, 2, 3 or 4\n", manual_force[0].function, type);
-    return -1;
+int ka_manual_set_force(ka_robot_handle *handle, int type, float *joint, bool block) { return type >= 1 && type <= 4 ? calibrate(manual_force[type - 1], handle, block && type == 4, static_cast<const float *>(joint)) : cmd::failed(manual_force[0].function, "[%s] posture type %d is not 1, 2, 3 or 4\n", type); }
+// Written by hand: a negative time-out is refused before anything is sent.
+int ka_run_drag_trajectory(ka_robot_handle *handle, int timeout) { return timeout >= 0 ? replay(handle, wait::when(timeout)) : cmd::failed(replay.accept.function, "[%s] timeout %d is negative\n", timeout); }
+// Written by hand: the flag picks the target, 1 the pose, 0 the joints.
+int ka_force_position_move(ka_robot_handle *handle, ka_force_position_move_t p) {
+    const auto *control = static_cast<const int *>(p.control_mode);
+    if (p.flag == 1) return move_target(handle, p.follow, p.sensor, p.mode, control, p.desired_force, p.limit_vel, p.pose);
+    if (p.flag == 0) return move_target_joints(handle, p.follow, p.sensor, p.mode, control, p.desired_force, p.limit_vel, static_cast<const float *>(p.joint));
+    return cmd::failed(move_target.function, "[%s] target flag %d is not 0 or 1\n", p.flag);
 }
+// clang-format on
 
 // Written by hand: only arms reporting the six-axis sensor are asked.
 int ka_get_Fz(ka_robot_handle *handle, ka_fz_data_t *data) {
@@ -104,8 +97,7 @@ int ka_get_Fz(ka_robot_handle *handle, ka_fz_data_t *data) {
     ka_robot_info_t info{};
     if (ka_get_robot_info(handle, &info) == 0 && info.force_type == KA_FORCE_TYPE_6F)
         return fz_data(handle, &data->Fz, &data->zero_Fz, &data->work_zero_Fz, &data->tool_zero_Fz);
-    ka_log_error("arm force type check err!");
-    return -2;
+    return cmd::failed(fz_data.function, "arm force type check err!", 0, -2);
 }
 
 // Written by hand: the singular wall and free axes mean something only to a six-axis sensor.
@@ -113,36 +105,10 @@ int ka_start_multi_drag_teach_new(ka_robot_handle *handle, const ka_multi_drag_t
     arm_ptr arm = param ? registry_find(handle) : nullptr;
     if (!arm || load_public(arm->pub.arm_dof) == 0) return -1;
     if (load_public(arm->pub.force_type) == KA_FORCE_TYPE_6F)
-        return multi_drag_six(handle, param->frame, param->singular_wall,
-                              static_cast<const int *>(param->free_axes));
+        return multi_drag_six(handle, param->frame, param->singular_wall, param->free_axes);
     ka_log_warn("Non-six-dimensional force version, The configuration for singular_wall and the "
                 "values in free_axes array are invalid.\n");
     return multi_drag_frame(handle, param->frame);
-}
-
-// Written by hand: a negative time-out is refused before anything is sent.
-int ka_run_drag_trajectory(ka_robot_handle *handle, int timeout) {
-    if (timeout >= 0) return replay(handle, wait::when(timeout));
-    ka_log_error("[%s] timeout %d is negative\n", replay.accept.function, timeout);
-    return -1;
-}
-
-// Written by hand: flag 1 sends the pose, 0 the joints (scaled in single precision, unlike others).
-int ka_force_position_move(ka_robot_handle *handle, ka_force_position_move_t param) {
-    const char *function = move_target.function;
-    if (param.flag != 0 && param.flag != 1) {
-        ka_log_error("[%s] target flag %d is not 0 or 1\n", function, param.flag);
-        return -1;
-    }
-    const int dof = param.flag == 0 ? cmd::arm_dof(handle) : 0;
-    if (param.flag == 0 && !dof) return cmd::disconnected(function);
-    cmd::request r(function, handle);
-    r.take(move_target.args, param.follow, param.sensor, param.mode,
-           static_cast<const int *>(param.control_mode), param.desired_force, param.limit_vel);
-    if (param.flag == 1) r.add({nullptr, cmd::as::target}, param.pose);
-    for (int i = 0; i < dof; ++i) // a keyless value extends "joint" into an array
-        r.add({i == 0 ? "joint" : nullptr}, scale::thousandths(param.joint[i]));
-    return cmd::run(move_target, handle, r.fields());
 }
 
 } // extern "C"

@@ -5,9 +5,8 @@
 
 namespace {
 
-using reply::scale_tag;
 using frame = ka_frame_t;
-constexpr auto thousandths = scale_tag::thousandths;
+constexpr auto thousandths = reply::scale_tag::thousandths;
 
 // clang-format off
 // Current frames: a tool name may be missing (10 characters kept), a work name not (12); poses may be longer than six; a negative centre of mass or payload is refused; the info lines keep their historical spelling.
@@ -15,14 +14,14 @@ constexpr reply::field current_tool_fields[] = {
     reply::text<&frame::frame_name>("tool_name", 10).loose().show("[%s] Tool frame Name: %s\n"),
     reply::pose<&frame::pose>("pose").at_least().named("Tool frame pose").show("[%s] Tool frame pose: (%.3f, %.3f, %.3f, %.3f, %.3f, %.3f)\n"),
     reply::number<&frame::payload>("payload", thousandths).positive().named("Tool frame payload").show("[%s] Tool frame payloda: %.3f\n"),
-    reply::numbers_into<&frame::x, &frame::y, &frame::z>("position", scale_tag::millionths).at_least().positive().named("Tool frame position").show("[%s] Tool frame position: (%.3f, %.3f, %.3f)\n"),
+    reply::numbers_into<&frame::x, &frame::y, &frame::z>("position", reply::scale_tag::millionths).at_least().positive().named("Tool frame position").show("[%s] Tool frame position: (%.3f, %.3f, %.3f)\n"),
 };
 constexpr reply::field current_work_fields[] = {reply::text<&frame::frame_name>("frame_name", 12).named("Work frame Name").show("[%s] Work frame Name: %s\n"),
     reply::pose<&frame::pose>("pose").at_least().named("Work frame pose").show("[%s] Work frame pose: (%.3f, %.3f, %.3f, %.3f, %.3f, %.3f)\n")};
 constexpr reply::schema current_tool_reply{current_tool_fields, -1, "[%s] Current tool frame parse err\n", "[%s] %s parse err\n"};
 constexpr reply::schema current_work_reply{current_work_fields, -1, "[%s] Current Work frame parse err\n", "[%s] %s parse err\n"};
 // The given frames, checked as the common parse checks.
-constexpr reply::field given_tool_fields[] = {reply::text<&frame::frame_name>("tool_name", 10), reply::pose<&frame::pose>("pose"), reply::number<&frame::payload>("payload", thousandths), reply::numbers_into<&frame::x, &frame::y, &frame::z>("position", scale_tag::millionths)};
+constexpr reply::field given_tool_fields[] = {reply::text<&frame::frame_name>("tool_name", 10), reply::pose<&frame::pose>("pose"), reply::number<&frame::payload>("payload", thousandths), reply::numbers_into<&frame::x, &frame::y, &frame::z>("position", reply::scale_tag::millionths)};
 constexpr reply::field given_work_fields[] = {reply::checked_text("frame_name"), reply::pose<&frame::pose>("pose")};
 constexpr reply::schema given_tool_reply{given_tool_fields, -3, nullptr, nullptr, true};
 constexpr reply::schema given_work_reply{given_work_fields, -3, nullptr, nullptr, true};
@@ -95,21 +94,19 @@ constexpr auto manual_work = cmd::set<"set_manual_work_frame">("manual_work_fram
 constexpr auto update_work = cmd::set<"update_work_frame">("update_state", nullptr, m_nOutTime, {{"frame_name"}, {"frame_pose", as::pose}});
 constexpr reply::record_query tool_names{.command = cmd::query<"get_total_tool_frame">("total_tool_frame"), .reply = &name_page_reply};
 constexpr reply::record_query work_names{.command = cmd::query<"get_total_work_frame">("total_work_frame"), .reply = &name_page_reply};
+constexpr reply::record_query given_tool{.command = cmd::query<"get_tool_frame", "ka_get_given_tool_frame">("given_tool_frame", {}, {{"tool_name"}}), .reply = &given_tool_reply};
+constexpr reply::record_query given_work{.command = cmd::query<"get_work_frame", "ka_get_given_work_frame">("given_work_frame", {}, {{"frame_name"}}), .reply = &given_work_reply};
 constexpr reply::record_query envelope{.command = cmd::query<"get_tool_envelope">(nullptr, {}, {{"tool_name"}}), .reply = &envelope_reply};
 // clang-format on
 
-// Irregular: a refusal ("get_state" under the request's name) is dropped by a direct reader (thread
-// mode 0) while the first wait runs; the tool and work rules differ on purpose.
-int given(const char *function, ka_robot_handle *h, const char *command, ka_request_field name,
-          const reply::schema &schema, ka_frame_t &frame, bool tool) {
-    cmd::reply_text reply;
-    int n =
-        cmd::exchange(function, h, command, {name}, tool ? "given_tool_frame" : "given_work_frame",
-                      m_nOutTime, reply.text, sizeof reply.text);
-    if (n > 0) return reply::read(schema, function, reply.text, frame);
-    if (n == -1) return n;
+// Irregular: a direct reader drops a refusal ("get_state") while waiting; tool and work differ.
+int given(const reply::record_query &q, ka_robot_handle *h, const char *name, ka_frame_t *frame,
+          bool tool) {
+    const int n = q(h, frame, name);
+    if (n != -2) return n;
+    const cmd::query_command &c = q.command;
     const int judged = cmd::await(
-        {function, command, command, "get_state", tool ? m_nOutTime : m_nOutTime_max}, h);
+        {c.function, c.command, c.command, "get_state", tool ? m_nOutTime : m_nOutTime_max}, h);
     const bool direct = wait::current_reader().direct;
     if (tool) return direct && judged < 0 ? 1 : n;
     return (judged != -1 && judged != -2) || !direct ? judged : 1;
@@ -136,38 +133,34 @@ int ka_update_work_frame(ka_robot_handle *h, const char *frame_name, ka_pose_t p
 int ka_get_tool_envelope(ka_robot_handle *h, const char *tool_name, ka_envelope_balls_list_t *list) { return envelope(h, list, tool_name); }
 int ka_get_total_tool_frame(ka_robot_handle *h, ka_frame_name_t *list, int *count) { return tool_names.list(h, list, count); }
 int ka_get_total_work_frame(ka_robot_handle *h, ka_frame_name_t *list, int *count) { return work_names.list(h, list, count); }
-int ka_get_given_tool_frame(ka_robot_handle *h, const char *tool_name, ka_frame_t *frame) { return tool_name && frame ? given("ka_get_given_tool_frame", h, "get_tool_frame", cmd::text("tool_name", tool_name), given_tool_reply, *frame, true) : -1; }
+int ka_get_given_tool_frame(ka_robot_handle *h, const char *tool_name, ka_frame_t *frame) { return given(given_tool, h, tool_name, frame, true); }
 // clang-format on
 
 int ka_get_given_work_frame(ka_robot_handle *h, const char *frame_name, ka_pose_t *pose) {
-    if (!frame_name || !pose) return -1;
+    if (!pose) return -1;
     ka_frame_t frame{};
     frame.pose = *pose; // the quaternion is never on the wire
-    int status = given("ka_get_given_work_frame", h, "get_work_frame",
-                       cmd::text("frame_name", frame_name), given_work_reply, frame, false);
+    const int status = given(given_work, h, frame_name, &frame, false);
     if (status == 0) *pose = frame.pose;
     return status;
 }
 
 // Irregular: the one command taken in the formatted print, its reply awaited without a second send.
 int ka_set_tool_envelope(ka_robot_handle *h, ka_envelope_balls_list_t list) {
-    constexpr const char *function = envelope_set.function;
     json_ptr object(cJSON_CreateObject());
-    cJSON_AddItemToObject(object.get(), "command", cJSON_CreateString("set_tool_envelope"));
-    cJSON_AddItemToObject(object.get(), "tool_name",
-                          cJSON_CreateString(cmd::text_of(list.tool_name).text));
-    cJSON *balls = cJSON_CreateArray();
-    cJSON_AddItemToObject(object.get(), "list", balls);
+    cJSON_AddStringToObject(object.get(), "command", envelope_set.command);
+    cJSON_AddStringToObject(object.get(), "tool_name", cmd::text_of(list.tool_name).text);
+    cJSON *balls = cJSON_AddArrayToObject(object.get(), "list");
     for (int i = 0; i < std::clamp(list.size, 0, KA_ENVELOPE_BALLS); ++i) {
-        const ka_envelope_ball_t &b = list.balls[i];
         cJSON *ball = cJSON_CreateObject();
-        cJSON_AddItemToObject(ball, "name", cJSON_CreateString(cmd::text_of(b.name).text));
-        ka_request_field keys[std::size(ball_fields)]; // radius and centre, as read
-        for (const auto &k : std::span(keys, reply::request(ball_entry, &b, keys)))
-            cJSON_AddItemToObject(ball, k.key, cJSON_CreateNumber(k.value.i));
         cJSON_AddItemToArray(balls, ball);
+        cJSON_AddStringToObject(ball, "name", cmd::text_of(list.balls[i].name).text);
+        ka_request_field keys[std::size(ball_fields)]; // radius and centre, as read
+        for (const auto &k : std::span(keys, reply::request(ball_entry, &list.balls[i], keys)))
+            cJSON_AddNumberToObject(ball, k.key, k.value.i);
     }
-    int sent = cmd::send_formatted(function, "set_tool_envelope", h, object.get(), true);
+    const char *function = envelope_set.function;
+    int sent = cmd::send_formatted(function, envelope_set.command, h, object.get(), true);
     return sent != 0 ? sent : cmd::await(envelope_set, h);
 }
 

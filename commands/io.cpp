@@ -1,11 +1,7 @@
-// Controller and tool I/O: channel modes and digital outputs, the digital
-// inputs and outputs read back, the supply voltages of the controller and of
-// the tool flange, and the RS485 port modes. Every value is an unscaled
-// integer.
+// Controller and tool I/O, supply voltages and RS485 port modes; every value an unscaled integer.
 #include "core/command.h"
 
-// Irregular reply: top-level keys, unlabelled lines, and the Modbus time-out (third entry, absent
-// outside Modbus-RTU mode) may be missing: 0 with it left as it was.
+// Irregular: top-level keys, unlabelled lines; a missing Modbus time-out (not RTU) gives 0, kept.
 extern "C" KA_API int parse_rs485(const char *text, ka_reply_field *entries, int count) {
     return parse_fields(
         {nullptr, 2,

@@ -11,9 +11,7 @@ constexpr const char *ort_teach_axes[] = {"rx", "ry", "rz"};
 constexpr const char *pos_step_axes[] = {"x_step", "y_step", "z_step"};
 constexpr const char *ort_step_axes[] = {"rx_step", "ry_step", "rz_step"};
 
-// A blocking step is accepted with "receive_state", then followed by question as a trajectory of
-// `kind`, asked again at once while it runs; Cartesian steps read their report into 256 bytes. A
-// step without block is only sent and paced by the fixed pause; its answer is not read.
+// A blocking step is accepted with "receive_state", then asked after as a `kind` trajectory.
 template <cmd::wire_name Command, cmd::wire_name Label>
 constexpr wait::command step(int kind, int report_size, const char *sent_label,
                              std::initializer_list<cmd::arg> args) {

@@ -1,44 +1,31 @@
-// Lift and expansion axes beside the arm: speeds, moves (followed until the
-// axis reports its end when the caller blocks) and state reads, all unscaled.
-#include "core/command.h"
+// Lift and expansion axes: speeds, moves (followed to their report) and state reads, unscaled.
 #include "core/wait.h"
 
 namespace {
 
-// The state read the threaded wait follows: its status, and "mode".
-template <int (*read)(ka_robot_handle *, ka_expand_state_t *)>
-int axis_mode(ka_robot_handle *handle, int *mode) {
-    ka_expand_state_t state{};
-    const int status = read(handle, &state);
-    *mode = state.mode;
-    return status;
-}
-// An axis's move is followed by its report first, its state read while the
-// report is late; every report ends the wait, one without "trajectory_state" normally.
+// A move: its report first, its state read while late; no "trajectory_state" is a normal end.
 constexpr wait::command axis_move(cmd::set_command accept, int device,
-                                  int (*state)(ka_robot_handle *, int *), int no_reader) {
-    wait::policy p{accept.function};
-    p.device = device;
-    p.poll = wait::poll_kind::axis_state;
-    p.axis_state = state;
-    p.strict_reading = false;
-    p.starting_pause_ms = 50;
-    p.starting_passes = 10;
-    p.no_reader = no_reader;
-    return {accept, p};
+                                  decltype(wait::policy::axis_state) state, int no_reader) {
+    return {accept,
+            {.function = accept.function,
+             .device = device,
+             .poll = wait::poll_kind::axis_state,
+             .axis_state = state,
+             .strict_reading = false,
+             .starting_pause_ms = 50,
+             .starting_passes = 10,
+             .no_reader = no_reader}};
 }
 
-// The controller's names put the verb first for the lift, last for the
-// expansion axis; the state reads differ in the position key.
 // clang-format off
+// The controller's names put the verb first for the lift, last for the expansion axis; the state reads differ in the position key.
 constexpr auto lift_state = cmd::query<"get_lift_state">("lift_state", {{"height"}, {"current"}, {"err_flag"}, {"mode"}});
 constexpr auto expand_state = cmd::query<"expand_get_state", "ka_get_expand_state">("expand_state", {{"pos"}, {"current"}, {"err_flag"}, {"mode"}});
 constexpr auto lift_speed = cmd::set<"set_lift_speed">("set_state", nullptr, m_nOutTime, {{"speed"}});
 constexpr auto expand_speed = cmd::set<"expand_set_speed", "ka_set_expand_speed">("set_speed_state", nullptr, m_nOutTime, {{"speed"}});
-// The height command is never answered, only paced by the default time-out;
-// without a receive path the lift reports -3, the expansion axis its start reply's 0.
-constexpr auto lift_height = axis_move(cmd::send<"set_lift_height">(m_nOutTime, {{"speed"}, {"height"}}), wait::lift, axis_mode<ka_get_lift_state>, -3);
-constexpr auto expand_pos = axis_move(cmd::set<"expand_set_pos", "ka_set_expand_pos">("set_pos_state", nullptr, m_nOutTime, {{"speed"}, {"pos"}}), wait::expand, axis_mode<ka_get_expand_state>, 0);
+// The height command is never answered, only paced; without a receive path the lift reports -3, the expansion axis 0.
+constexpr auto lift_height = axis_move(cmd::send<"set_lift_height">(m_nOutTime, {{"speed"}, {"height"}}), wait::lift, ka_get_lift_state, -3);
+constexpr auto expand_pos = axis_move(cmd::set<"expand_set_pos", "ka_set_expand_pos">("set_pos_state", nullptr, m_nOutTime, {{"speed"}, {"pos"}}), wait::expand, ka_get_expand_state, 0);
 // clang-format on
 
 } // namespace

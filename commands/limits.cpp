@@ -1,6 +1,4 @@
-// Joint and arm limits. Joint speeds and accelerations go out in thousandths
-// of a revolution per minute (degrees per second over six), positions in
-// millidegrees, Cartesian limits (m/s, m/s^2, rad/s, rad/s^2) in thousandths.
+// Joint and arm limits: joint rates in thousandths of rpm (deg/s over 6), the rest in thousandths.
 #include "core/command.h"
 
 namespace {
@@ -15,9 +13,7 @@ constexpr auto max_speed = cmd::joints<"get_joint_max_speed">("joint_speed", rat
 constexpr auto max_acc = cmd::joints<"get_joint_max_acc">("joint_acc", rate, "joint_max_acc", &arm_record::joint_max_acc);
 constexpr auto min_pos = cmd::joints<"get_joint_min_pos">("min_pos", milli, "joint_min_pos", &arm_record::joint_min_pos);
 constexpr auto max_pos = cmd::joints<"get_joint_max_pos">("max_pos", milli, "joint_max_pos", &arm_record::joint_max_pos);
-
-// A joint setting goes out as "key": [joint_num, value]; a controller
-// limit's setting re-reads that limit so that the record follows.
+// A joint setting goes out as "key": [joint_num, value]; a controller limit's setting re-reads that limit so that the record follows.
 constexpr cmd::set_command joint_setting(cmd::set_command c, as scale, const cmd::query_command *refresh = nullptr) {
     c.args = {{{c.result_key}, {nullptr, scale}}};
     c.refresh = refresh;
@@ -27,9 +23,7 @@ constexpr auto set_max_speed = joint_setting(cmd::set<"set_joint_max_speed">("jo
 constexpr auto set_max_acc = joint_setting(cmd::set<"set_joint_max_acc">("joint_max_acc"), rate, &max_acc);
 constexpr auto set_min_pos = joint_setting(cmd::set<"set_joint_min_pos">("joint_min_pos"), milli, &min_pos);
 constexpr auto set_max_pos = joint_setting(cmd::set<"set_joint_max_pos">("joint_max_pos"), milli, &max_pos);
-// Limits held in the joint drives: not cached, and answered under the
-// command's own name. The acceleration goes out without the division by 6
-// that its read-back applies; controllers expect it so.
+// Limits held in the joint drives: not cached; the acceleration goes out without the division by 6 its read-back applies.
 constexpr auto set_drive_max_speed = joint_setting(cmd::set<"set_joint_drive_max_speed">("joint_max_speed"), rate);
 constexpr auto set_drive_max_acc = joint_setting(cmd::set<"set_joint_drive_max_acc">("joint_max_acc"), milli);
 constexpr auto set_drive_min_pos = joint_setting(cmd::set<"set_joint_drive_min_pos">("joint_min_pos"), milli);
@@ -38,14 +32,12 @@ constexpr auto drive_max_speed = cmd::joints<"get_joint_drive_max_speed">("joint
 constexpr auto drive_max_acc = cmd::joints<"get_joint_drive_max_acc">("joint_acc", rate);
 constexpr auto drive_min_pos = cmd::joints<"get_joint_drive_min_pos">("min_pos", milli);
 constexpr auto drive_max_pos = cmd::joints<"get_joint_drive_max_pos">("max_pos", milli);
-
 // The controller answers this one under a name with a trailing blank.
 constexpr auto auto_limit = cmd::set1<"auto_set_joint_limit">("limit_mode", as::plain, "auto_set_joint_limit ");
 constexpr auto set_en_state = joint_setting(cmd::set<"set_joint_en_state">("joint_en_state"), as::plain);
 constexpr auto get_en_state = cmd::query<"get_joint_en_state">("joint_en_state", {{"en_state", as::plain, cmd::per_joint}});
 constexpr auto zero_pos = cmd::set1<"set_joint_zero_pos">("joint_zero_pos");
 constexpr auto clear_err = cmd::set1<"set_joint_clear_err">("joint_clear_err");
-
 constexpr auto line_speed = cmd::set1<"set_arm_max_line_speed">("arm_line_speed", milli);
 constexpr auto line_acc = cmd::set1<"set_arm_max_line_acc">("arm_line_acc", milli);
 constexpr auto angular_speed = cmd::set1<"set_arm_max_angular_speed">("arm_angular_speed", milli);
@@ -102,11 +94,9 @@ int ka_set_init_pose(ka_robot_handle *h, const float *joint) { return set_init(h
 int ka_get_init_pose(ka_robot_handle *h, float *joint) { return init_pose(h, joint); }
 // clang-format on
 
-// Irregular: the controller moves both position limits, so the record
-// re-reads both, the status of the minimum's read being of no interest.
+// Irregular: the controller moves both position limits; both are re-read, the minimum's unjudged.
 int ka_auto_set_joint_limit(ka_robot_handle *h, int limit_mode) {
-    int result = auto_limit(h, limit_mode);
-    if (result != 0) return result;
+    if (int result = auto_limit(h, limit_mode); result != 0) return result;
     float scratch[7] = {};
     min_pos(h, scratch);
     return max_pos(h, scratch);

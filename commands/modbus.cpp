@@ -1,5 +1,4 @@
-// Modbus RTU and TCP peripherals, reached through the controller: the
-// controller does the Modbus framing, the library only forms its commands.
+// Modbus RTU and TCP peripherals, reached through the controller, which does the Modbus framing.
 #include "core/command.h"
 
 static_assert(sizeof(int) == sizeof(int32_t), "data arrays go on the wire as they are");
@@ -17,10 +16,7 @@ constexpr auto tcp_mode = cmd::set<"set_modbustcp_mode">("set_state", nullptr, l
 constexpr auto close_tcp = cmd::set<"close_modbustcp_mode">("set_state", nullptr, long_wait);
 // clang-format on
 
-// A peripheral command goes out as "port", "address", ("num"), ("data"),
-// then "device"; the reply carries the command's name. A read's reply
-// without "data" reports why the controller did not read: "read_state"
-// false gives 1, anything unreadable -3.
+// Sent as port, address, (num), (data), device; a read lacking "data": "read_state" false 1, or -3.
 using cmd::as;
 constexpr cmd::arg bus{"port", as::bus};
 constexpr cmd::arg bus_count{"port", as::bus_count};
@@ -58,15 +54,13 @@ int read_block(const cmd::query_command &q, ka_robot_handle *handle,
     const cmd::bus_data length = cmd::bus_data_length(q.outs[0].scale, params.num);
     if (!data || length.wire < 0) return -1;
     cmd::request request(q.function, handle);
-    request.add(q.args[0], params);
-    request.add(q.args[1], params.device);
+    request.take(q.args, params, params.device);
     std::vector<char> reply(queue_line_capacity + 1, '\0');
     int n = cmd::exchange(q.function, handle, q.command, request.fields(), q.reply, q.timeout_ms,
                           reply.data(), static_cast<int>(reply.size()));
     if (n < 1) return n;
     std::vector<int32_t> values(static_cast<size_t>(length.wire));
-    ka_reply_field field{KA_FIELD_INT_BLOCK, "data", length.wire, {}};
-    field.value.block = values.data();
+    ka_reply_field field{KA_FIELD_INT_BLOCK, "data", length.wire, {.block = values.data()}};
     if (common_json_parse(q.function, reply.data(), &field, 1) != 0)
         return parse_ka_set_command(q.function, reply.data(), q.refused_key);
     std::copy_n(values.begin(), length.copied, data);

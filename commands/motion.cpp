@@ -1,10 +1,9 @@
-// Point-to-point and path motion: five planned motions, returning once accepted or once reported
-// finished, and the query of the running trajectory that the blocking waits use.
-#include "core/command.h"
+// Point-to-point and path motion, returning once accepted or once reported finished.
 #include "core/wait.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
+#include <string_view>
 
 namespace {
 
@@ -22,22 +21,9 @@ constexpr auto movej_p = wait::motion<"movej_p">(wait::queried_motion("ka_movej_
 constexpr auto movec = wait::motion<"movec">(planned_motion("ka_movec", KA_TRAJECTORY_MOVEC), {});
 constexpr auto trajectory = cmd::query<"get_arm_current_trajectory">("arm_current_trajectory");
 // The running trajectory's "type" texts in enumeration order, logged names, and whether "data" is a pose.
-struct trajectory_kind { const char *type, *name; bool pose; };
+struct trajectory_kind { std::string_view type; const char *name; bool pose; };
 constexpr trajectory_kind trajectory_kinds[] = {{"none", "None", false}, {"movej", "MoveJ", false}, {"movel", "MoveL", true}, {"movec", "MoveC", true}, {"moves", "MoveS", true}, {"re_trajectory", "Re-Trajectory", false}};
-constexpr int kind_count = sizeof trajectory_kinds / sizeof *trajectory_kinds;
 // clang-format on
-
-struct arc_request {
-    ka_robot_handle *handle;
-    const cJSON *object;
-    bool blocking; // the blocking call logs the text it sends
-};
-int send_arc(const void *context, const char *label, char *reply, int size) {
-    const auto &a = *static_cast<const arc_request *>(context);
-    if (cmd::send_formatted(label, movec.accept.command, a.handle, a.object, a.blocking) != 0)
-        return -1;
-    return ka_pack_lock_wait(label, a.handle, movec.accept.command, reply, size, m_nOutTime);
-}
 
 // Irregular: the arc nests its poses in one object and goes out in cJSON's formatted print.
 int move_arc(ka_robot_handle *handle, const ka_pose_t &via, const ka_pose_t &to, int v, int r,
@@ -52,8 +38,7 @@ int move_arc(ka_robot_handle *handle, const ka_pose_t &via, const ka_pose_t &to,
     cJSON_AddNumberToObject(object.get(), "r", scale::truncate(static_cast<double>(r) * 1000.0));
     cJSON_AddNumberToObject(object.get(), "loop", loop);
     cJSON_AddNumberToObject(object.get(), "trajectory_connect", connect);
-    const arc_request request{handle, object.get(), block.has_value()};
-    return wait::run(movec, handle, block, connect == 1, send_arc, &request);
+    return wait::run(movec, handle, block, connect == 1, object.get());
 }
 
 } // namespace
@@ -75,15 +60,9 @@ int ka_movel_block(ka_robot_handle *h, ka_pose_t pose, int v, int r, int connect
 int ka_moves_block(ka_robot_handle *h, ka_pose_t pose, int v, int r, int connect, int block) { return moves(h, block, v, pose, connect, r); }
 int ka_movec_block(ka_robot_handle *h, ka_pose_t via, ka_pose_t to, int v, int r, int loop, int connect, int block) { return move_arc(h, via, to, v, r, loop, connect, block); }
 int ka_movej_p_block(ka_robot_handle *h, ka_pose_t pose, int v, int r, int connect, int block) { return movej_p(h, block, v, pose, connect, r); }
-// clang-format on
-
 // Only this form checks the chaining flag: the arc takes no value above 1.
-int ka_movec(ka_robot_handle *h, ka_pose_t via, ka_pose_t to, int v, int r, int loop, int connect,
-             int block) {
-    if (connect <= 1) return move_arc(h, via, to, v, r, loop, connect, wait::when(block));
-    ka_log_error("[%s] trajectory_connect check err! \n", movec.accept.function);
-    return -6;
-}
+int ka_movec(ka_robot_handle *h, ka_pose_t via, ka_pose_t to, int v, int r, int loop, int connect, int block) { return connect <= 1 ? move_arc(h, via, to, v, r, loop, connect, wait::when(block)) : cmd::failed(movec.accept.function, "[%s] trajectory_connect check err! \n", connect, -6); }
+// clang-format on
 
 // Irregular: the reply's "type" decides whether "data" is a pose or joints, and both are logged.
 int ka_get_arm_current_trajectory(ka_robot_handle *handle, ka_arm_current_trajectory_e *type,
@@ -95,11 +74,10 @@ int ka_get_arm_current_trajectory(ka_robot_handle *handle, ka_arm_current_trajec
     if (!dof) return cmd::disconnected(trajectory.function);
     const cJSON *items = doc ? cJSON_GetObjectItem(doc.get(), "data") : nullptr;
     const char *kind_text = doc ? MIO_JSON_GetObjectItemStr(doc.get(), "type") : nullptr;
-    if (!items || !kind_text || !cJSON_IsArray(items)) {
-        ka_log_error("[ka_get_arm_current_trajectory] %s parse err\n",
-                     items && kind_text ? "Data type" : "Get arm current trajectory");
-        return -1;
-    }
+    if (!items || !kind_text || !cJSON_IsArray(items))
+        return cmd::failed(trajectory.function,
+                           items && kind_text ? "[%s] Data type parse err\n"
+                                              : "[%s] Get arm current trajectory parse err\n");
     // Only the first seven entries carry meaning; the rest are counted.
     int32_t v[KA_JOINTS] = {};
     int count = 0;
@@ -108,12 +86,10 @@ int ka_get_arm_current_trajectory(ka_robot_handle *handle, ka_arm_current_trajec
     ka_log_info("[ka_get_arm_current_trajectory] Current trajectory data size: %d, data : (%d, "
                 "%d, %d, %d, %d, %d, %d)\n",
                 count, v[0], v[1], v[2], v[3], v[4], v[5], v[6]);
-    int index = 0;
-    while (index < kind_count && std::strcmp(trajectory_kinds[index].type, kind_text) != 0)
-        ++index;
-    if (index == kind_count) return -1;
-    *type = static_cast<ka_arm_current_trajectory_e>(index);
-    const trajectory_kind *kind = &trajectory_kinds[index];
+    const trajectory_kind *kind =
+        std::ranges::find(trajectory_kinds, std::string_view(kind_text), &trajectory_kind::type);
+    if (kind == std::end(trajectory_kinds)) return -1;
+    *type = static_cast<ka_arm_current_trajectory_e>(kind - trajectory_kinds);
     // A pose: x, y, z in micrometres, then angles in thousandths; joints in millidegrees.
     char text[256] = {};
     for (int i = 0, used = 0; i < (kind->pose ? 6 : dof); ++i) {

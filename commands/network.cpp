@@ -1,13 +1,11 @@
-// Controller network configuration: wired address, Wi-Fi access point and
-// station, USB and RS485 baud rates, factory network defaults.
+// Controller network configuration: wired address, Wi-Fi, USB and RS485 rates, factory defaults.
 #include "core/reply_schema.h"
 
 namespace {
 
 using cmd::as;
 
-// Settings that take the link down or switch it over are only sent, then
-// the controller is given this long (ms); an answer is left unread.
+// Settings that take the link down or switch it over are only sent, then given this long (ms).
 constexpr int settle_ms = 800;
 
 // clang-format off
@@ -21,18 +19,27 @@ constexpr auto usb = cmd::send<"set_usb">(settle_ms, {{"baudrate"}});
 constexpr auto rs485 = cmd::send<"set_RS485">(settle_ms, {{"baudrate"}});
 // Caller buffers: ip and mask 16 characters, mac 18.
 constexpr auto wired_net = cmd::query<"get_wired_net">(nullptr, {{"mask", as::plain, 16}, {"ip", as::plain, 16}, {"mac", as::plain, 18}});
-constexpr auto wifi_net = cmd::query<"get_wifi_net">();
-// Wi-Fi records: at most the field's size copied, a full one left without a
-// terminator, as the fixed-width network records have always been filled.
+// Wi-Fi records: at most the field's size copied, a full one left without a terminator.
 using net = ka_wifi_net_t;
 template <auto Member> constexpr reply::field text(const char *key) { return reply::text<Member>(key, sizeof(net{}.*Member)); }
 constexpr reply::field link_fields[] = {text<&net::mask>("mask"), text<&net::ip>("ip"), text<&net::mac>("mac"), text<&net::mode>("mode")};
 constexpr reply::field channel_field[] = {reply::number<&net::channel>("channel")};
 constexpr reply::field login_fields[] = {text<&net::ssid>("ssid"), text<&net::password>("password")};
-constexpr reply::schema link_reply{link_fields, -3, nullptr, nullptr, true};
-constexpr reply::schema channel_reply{channel_field, -3, nullptr, nullptr, true};
-constexpr reply::schema login_reply{login_fields, -3, nullptr, nullptr, true};
+constexpr reply::schema link_reply = reply::common(link_fields);
+constexpr reply::schema channel_reply = reply::common(channel_field);
+constexpr reply::schema login_reply = reply::common(login_fields);
 // clang-format on
+
+// The channel in access-point mode (missing, it stays: 0), the login unless Wi-Fi is off.
+int read_mode(const char *function, ka_robot_handle *, const char *text, void *record) {
+    auto &wifi = *static_cast<ka_wifi_net_t *>(record);
+    if (std::strncmp(wifi.mode, "ap", sizeof wifi.mode) == 0)
+        reply::read(channel_reply, function, text, wifi);
+    if (std::strncmp(wifi.mode, "off", sizeof wifi.mode) == 0) return 0;
+    return reply::read(login_reply, function, text, wifi);
+}
+constexpr reply::record_query wifi_net{
+    .command = cmd::query<"get_wifi_net">(), .reply = &link_reply, .then = read_mode};
 
 } // namespace
 
@@ -47,22 +54,7 @@ int ka_set_RS485(ka_robot_handle *handle, int baudrate) { return rs485(handle, b
 int ka_set_net_default(ka_robot_handle *handle) { return net_default(handle); }
 int ka_set_wifi_close(ka_robot_handle *handle) { return wifi_close(handle); }
 int ka_get_wired_net(ka_robot_handle *handle, char *ip, char *mask, char *mac) { return wired_net(handle, mask, ip, mac); }
+int ka_get_wifi_net(ka_robot_handle *handle, ka_wifi_net_t *wifi) { return wifi_net(handle, wifi); }
 // clang-format on
-
-// Irregular: the keys the reply must carry follow its "mode": the channel
-// in access-point mode (a reply that lacks only it still gives 0, the channel
-// as it was), the network name and password unless Wi-Fi is off.
-int ka_get_wifi_net(ka_robot_handle *handle, ka_wifi_net_t *wifi) {
-    if (!wifi) return -1;
-    cmd::reply_text reply;
-    int n = cmd::run(wifi_net, handle, reply);
-    if (n < 1) return n;
-    int status = reply::read(link_reply, wifi_net.function, reply.text, *wifi);
-    if (status != 0) return status;
-    if (std::strncmp(wifi->mode, "ap", sizeof wifi->mode) == 0)
-        status = reply::read(channel_reply, wifi_net.function, reply.text, *wifi);
-    if (std::strncmp(wifi->mode, "off", sizeof wifi->mode) == 0) return status;
-    return reply::read(login_reply, wifi_net.function, reply.text, *wifi);
-}
 
 } // extern "C"

@@ -1,5 +1,4 @@
-// Online programming: project download, the stored programs and their runs, and saving a
-// drag-taught trajectory the controller streams back into a local file.
+// Online programming: project download, stored programs and their runs, drag trajectories saved.
 #include "core/project_file.h"
 #include "core/reply_schema.h"
 #include "core/trajectory_save.h"
@@ -48,11 +47,9 @@ constexpr auto delete_program = cmd::set<"delete_program_trajectory">("delete_st
 constexpr auto update_program = cmd::set<"update_program_trajectory">("update_state", nullptr, m_nOutTime, {{"id"}, {"plan_speed"}, {"project_name"}});
 constexpr auto set_default = cmd::set<"set_default_run_program">("set_state", nullptr, m_nOutTime, {{"id"}});
 constexpr auto get_default = cmd::query<"get_default_run_program">(nullptr, {{"id"}});
-// A blocking start asks the run state (1 running, 0 idle, else again at once) until the program ran and is idle, then takes its own finish;
-// another program's finish keeps it going, the pauses end at a finish. Read directly, one read of the caller's seconds. "speed" goes only when given.
+// A blocking start asks the run state (1 running, 0 idle, else again at once) until the program ran and is idle, then takes its own finish; another program's finish keeps it going, the pauses end at a finish. Read directly, one read of the caller's seconds.
 constexpr wait::policy run_wait{.function = "ka_set_program_id_run", .report = wait::finish_report, .awaited_event = 2, .order = wait::read_order::query_first, .poll = wait::poll_kind::program, .running_pause_ms = 1000, .starting_passes = 10, .other_pause_ms = -1, .idle_wait_ms = m_nOutTime, .idle_miss_ends = true, .direct = wait::direct_read::one_read};
-constexpr wait::command start{.accept = cmd::set<"set_program_id_start", "ka_set_program_id_run">("start_state", nullptr, m_nOutTime, {{"id"}, {"speed"}}), .wait = run_wait, .marks_accepted = true, .id_key = "id"};
-constexpr wait::command start_at_own_speed{.accept = cmd::set<"set_program_id_start", "ka_set_program_id_run">("start_state", nullptr, m_nOutTime, {{"id"}}), .wait = run_wait, .marks_accepted = true, .id_key = "id"};
+constexpr wait::command start{.accept = cmd::set<"set_program_id_start", "ka_set_program_id_run">("start_state", nullptr, m_nOutTime, {{"id"}, {"speed", cmd::as::nonzero}}), .wait = run_wait, .marks_accepted = true, .id_key = "id"};
 // The list reply is long (up to 10240 bytes) and holds a record per program.
 constexpr cmd::page_query program_list{"ka_get_program_trajectory_list", "get_program_trajectory_list"};
 // clang-format on
@@ -68,7 +65,7 @@ int ka_delete_program_trajectory(ka_robot_handle *h, int id) { return delete_pro
 int ka_update_program_trajectory(ka_robot_handle *h, int id, int plan_speed, const char *project_name) { return update_program(h, id, plan_speed, project_name); }
 int ka_set_default_run_program(ka_robot_handle *h, int id) { return set_default(h, id); }
 int ka_get_default_run_program(ka_robot_handle *h, int *id) { return get_default(h, id); }
-int ka_set_program_id_run(ka_robot_handle *h, int id, int speed, int timeout) { return speed != 0 ? start(h, wait::when(timeout), id, speed) : start_at_own_speed(h, wait::when(timeout), id); }
+int ka_set_program_id_run(ka_robot_handle *h, int id, int speed, int timeout) { return start(h, wait::when(timeout), id, speed); }
 int ka_run_project(ka_robot_handle *h, ka_send_project_t *p, int file_size) { return p ? run_project(h, static_cast<const char *>(cmd::text_of(p->project_path).text), file_size, p->plan_speed, p->step_flag, p->only_save, p->save_id) : -1; }
 // clang-format on
 
@@ -89,10 +86,8 @@ int ka_send_project(ka_robot_handle *handle, ka_send_project_t *project, int *er
     std::vector<char> text;
     if (int status = project_file::prepare(handle, *project, text); status != 0) return status;
     cmd::forget(handle, project_file::download_reply);
-    if (int status = ka_run_project(handle, project, static_cast<int>(text.size())); status != 0) {
-        ka_log_error("[ka_run_project] failed\n");
-        return status;
-    }
+    if (int status = ka_run_project(handle, project, static_cast<int>(text.size())); status != 0)
+        return cmd::failed(run_project.function, "[%s] failed\n", 0, status);
     return project_file::download(handle, text, project_file::file_pieces, errline);
 }
 
@@ -104,38 +99,28 @@ int ka_send_project_lock(ka_robot_handle *handle, const char *text, int len, int
                                   project_file::text_pieces, errline);
 }
 
-// Irregular: *num takes the total (-1 missing) before it is checked, which no schema writes; the
-// points then stream into the file.
+// Irregular: *num takes the total (-1 missing) before it is checked; the points then stream in.
 int ka_save_trajectory(ka_robot_handle *handle, const char *path, int *num) {
     if (!path || !num) return -1;
-    if (!save_begin(path)) {
-        ka_log_error("[%s] File open error!", save_function);
-        return -4;
-    }
-    std::string name = project_file::stem_of(path);
-    std::vector<char> reply(2048, '\0');
+    if (!save_begin(path)) return cmd::failed(save_function, "[%s] File open error!", 0, -4);
+    char reply[2048] = {};
     int n = cmd::exchange(save_function, handle, "save_trajectory",
-                          {cmd::text("trajectory_name", name.c_str())}, "save_trajectory",
-                          m_nOutTime, reply.data(), static_cast<int>(reply.size()));
+                          {cmd::text("trajectory_name", project_file::stem_of(path).c_str())},
+                          "save_trajectory", m_nOutTime, reply, sizeof reply);
     if (n < 1) return n;
-    json_ptr doc = json_parse(reply.data());
+    json_ptr doc = json_parse(reply);
     const int saved = doc ? MIO_JSON_GetObjectItemBool(doc.get(), "save_state") : -2;
-    if (saved != 1) {
-        ka_log_error(saved == 0    ? "[%s] Save state: false\n"
-                     : saved == -1 ? "[%s] Save trajectory err\n"
-                                   : "[%s] Save trajectory parse err\n",
-                     save_function);
-        return saved == 0 ? 1 : -3;
-    }
+    if (saved != 1)
+        return cmd::failed(save_function,
+                           saved == 0    ? "[%s] Save state: false\n"
+                           : saved == -1 ? "[%s] Save trajectory err\n"
+                                         : "[%s] Save trajectory parse err\n",
+                           0, saved == 0 ? 1 : -3);
     ka_log_info("[%s] Save state: true\n", save_function);
-    int total = MIO_JSON_GetObjectItemInt(doc.get(), "total_num");
-    *num = total;
-    save_set_total(total);
-    if (total < 0) {
-        ka_log_error("[%s] Trajectory total num parse err\n", save_function);
-        return -3;
-    }
-    ka_log_info("[%s] Trajectory total num: %d\n", save_function, total);
+    *num = MIO_JSON_GetObjectItemInt(doc.get(), "total_num");
+    save_set_total(*num);
+    if (*num < 0) return cmd::failed(save_function, "[%s] Trajectory total num parse err\n", 0, -3);
+    ka_log_info("[%s] Trajectory total num: %d\n", save_function, *num);
     return save_wait(save_function, handle);
 }
 

@@ -1,6 +1,5 @@
-// Realtime state push configuration, by hand: "custom" is an object of switches, the force frame
-// only on force-sensing arms.
-#include "core/command.h"
+// Realtime state push configuration: where and how often the controller pushes the arm's state.
+#include "core/reply_schema.h"
 
 namespace {
 
@@ -11,69 +10,46 @@ bool has_force_sensor(const arm_record *arm) {
 
 // "custom": 1 on, 0 off; a negative one is not sent (the setting stays), a missing one reads -1.
 using custom = ka_realtime_push_custom_t;
+using push = ka_realtime_push_config_t;
+
+// The handle keeps the port the controller pushes to.
+int keep_port(const char *, ka_robot_handle *handle, const char *, void *record) {
+    reply::keep<&arm_record::push_port>(handle, static_cast<const push *>(record)->port);
+    return 0;
+}
+
 // clang-format off
-constexpr std::pair<const char *, int32_t custom::*> switches[] = {{"joint_speed", &custom::joint_speed}, {"lift_state", &custom::lift_state}, {"expand_state", &custom::expand_state}, {"arm_current_status", &custom::arm_current_status}};
+constexpr reply::field switches[] = {reply::number<&custom::joint_speed>("joint_speed"), reply::number<&custom::lift_state>("lift_state"), reply::number<&custom::expand_state>("expand_state"), reply::number<&custom::arm_current_status>("arm_current_status")};
+// A non-boolean "enable" reads false; the force frame is read only on force-sensing arms.
+constexpr reply::field push_fields[] = {reply::number<&push::cycle>("cycle"), reply::number<&push::port>("port"), reply::text<&push::ip>("ip", sizeof push{}.ip - 1, reply::text_rule::terminated), reply::flag<&push::enable>("enable").or_false(), reply::switches<&push::custom>("custom", switches), reply::number<&push::force_coordinate>("force_coordinate")};
+constexpr reply::schema with_force = reply::common(push_fields);
+constexpr reply::schema without_force = reply::common(std::span(push_fields).first(5));
+constexpr auto set_push = cmd::set<"set_realtime_push">("state", nullptr, m_nOutTime + 200);
+constexpr reply::record_query get_push{.command = cmd::query<"get_realtime_push">(), .reply = &with_force, .then = keep_port, .reply_for = [](ka_robot_handle *h) { return has_force_sensor(registry_find(h).get()) ? &with_force : &without_force; }};
 // clang-format on
 
 } // namespace
 
-// Irregular: "custom" is built only once the arm is held, so it cannot be left unowned.
+// Irregular: each key goes only when set; "custom" is built once the handle is known.
 extern "C" int ka_set_realtime_push(ka_robot_handle *handle, ka_realtime_push_config_t config) {
-    constexpr const char *function = "ka_set_realtime_push";
-    constexpr const char *command = "set_realtime_push";
-    arm_ptr arm = registry_find(handle);
-    if (!arm) {
-        ka_log_error("[%s] handle is NULL!\n", "ka_get_robot_info"); // names the lookup, kept so
-        return -1;
-    }
-    cJSON *on_off = cJSON_CreateObject();
-    for (const auto &[key, member] : switches)
-        if (config.custom.*member >= 0)
-            cJSON_AddBoolToObject(on_off, key, config.custom.*member != 0);
-    ka_request_field fields[7] = {cmd::text("command", command),
-                                  cmd::boolean("enable", config.enable)};
-    int count = 2;
+    if (!reply::known("ka_get_robot_info", handle)) return -1; // names the lookup, kept so
+    ka_request_field fields[6] = {cmd::boolean("enable", config.enable)};
+    int count = 1;
     if (config.cycle > 0) fields[count++] = cmd::number("cycle", config.cycle);
     if (config.port > 0) fields[count++] = cmd::number("port", config.port);
     size_t ip_length = strnlen(config.ip, sizeof config.ip);
     if (ip_length >= 7 && ip_length <= 15) fields[count++] = cmd::text("ip", config.ip);
     // Spelled so on the set side; the controller reports "force_coordinate".
-    if (config.force_coordinate > 0 && has_force_sensor(arm.get()))
+    if (config.force_coordinate > 0 && has_force_sensor(registry_find(handle).get()))
         fields[count++] = cmd::number("force_cordinate", config.force_coordinate);
+    cJSON *on_off = cJSON_CreateObject();
+    for (const reply::field &f : switches)
+        if (const int32_t on = *static_cast<int32_t *>(f.at(&config.custom, 0)); on >= 0)
+            cJSON_AddBoolToObject(on_off, f.key, on != 0);
     fields[count++] = cmd::item("custom", on_off);
-    if (common_json_pack_set(arm.get(), fields, count) != 0) {
-        ka_log_error("[%s] %s send error\n", function, command);
-        return -1;
-    }
-    cmd::reply_text reply;
-    if (wait_for_line(*arm, command, reply.text, sizeof reply.text, m_nOutTime + 200) < 1) {
-        ka_log_error("[%s] %s revice error\n", function, command);
-        return -2;
-    }
-    return parse_ka_set_command(function, reply.text, "state");
+    return cmd::run(set_push, handle, std::span(fields, count));
 }
 
-// The handle keeps the port the controller pushes to.
 extern "C" int ka_get_realtime_push(ka_robot_handle *handle, ka_realtime_push_config_t *config) {
-    if (!config) return -1;
-    ka_reply_field fields[] = {cmd::int_field("cycle"),   cmd::int_field("port"),
-                               cmd::text_field("ip"),     cmd::bool_field("enable"),
-                               cmd::item_field("custom"), cmd::int_field("force_coordinate")};
-    const bool force = has_force_sensor(registry_find(handle).get());
-    cmd::query_result r =
-        cmd::read(cmd::query<"get_realtime_push">(), handle, std::span(fields, force ? 6 : 5));
-    json_ptr on_off(fields[4].value.item);
-    if (r.status != 0) return r.status;
-    config->cycle = fields[0].value.i;
-    config->port = fields[1].value.i;
-    std::snprintf(config->ip, sizeof config->ip, "%s", fields[2].value.s);
-    config->enable = fields[3].value.b;
-    if (force) config->force_coordinate = fields[5].value.i;
-    for (const auto &[key, member] : switches)
-        config->custom.*member = MIO_JSON_GetObjectItemBool(on_off.get(), key);
-    if (arm_ptr arm = registry_find(handle)) {
-        std::lock_guard<std::mutex> lock(arm->cache_mutex);
-        arm->push_port = config->port;
-    }
-    return 0;
+    return get_push(handle, config);
 }

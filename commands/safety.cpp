@@ -1,6 +1,4 @@
-// Safety configuration and arm-wide settings: electronic fences, the
-// virtual wall, self-collision detection, run mode, install angles and the
-// software versions of the joints and the tool board.
+// Safety and arm-wide settings: fences, virtual wall, self-collision, run mode, install, versions.
 #include "core/reply_schema.h"
 
 namespace {
@@ -28,16 +26,11 @@ constexpr reply::field cube_keys[] = {
     mm<&zone::cube, &cube::z_min_limit>("z_min_limit").sent_from<&zone::cube, &cube::x_min_limit>()};
 constexpr reply::field plane_keys[] = {mm<&zone::plane, &plane::x1>("x1"), mm<&zone::plane, &plane::y1>("y1"), mm<&zone::plane, &plane::z1>("z1"), mm<&zone::plane, &plane::x2>("x2"), mm<&zone::plane, &plane::y2>("y2"), mm<&zone::plane, &plane::z2>("z2"), mm<&zone::plane, &plane::x3>("x3"), mm<&zone::plane, &plane::y3>("y3"), mm<&zone::plane, &plane::z3>("z3")};
 constexpr reply::field sphere_keys[] = {mm<&zone::sphere, &sphere::radius>("radius"), mm<&zone::sphere, &sphere::x>("x"), mm<&zone::sphere, &sphere::y>("y"), mm<&zone::sphere, &sphere::z>("z")};
-// Checked as the common parse checks when a reply holds one zone; listed zones follow the list's rules.
-constexpr reply::schema cube_reply{cube_keys, -3, nullptr, nullptr, true};
-constexpr reply::schema plane_reply{plane_keys, -3, nullptr, nullptr, true};
-constexpr reply::schema sphere_reply{sphere_keys, -3, nullptr, nullptr, true};
+// Checked as the common parse checks when a reply holds one zone, by form; listed zones follow the list's rules.
+constexpr reply::schema zone_replies[] = {reply::common({}), reply::common(cube_keys), reply::common(plane_keys), reply::common(sphere_keys)};
 constexpr reply::field zone_form_field[] = {reply::number<&zone::form>("form")};
-constexpr reply::schema zone_form_reply{zone_form_field, -3, nullptr, nullptr, true};
-const reply::schema *zone_schema(int form) {
-    constexpr const reply::schema *by_form[] = {nullptr, &cube_reply, &plane_reply, &sphere_reply};
-    return form_bit(form) ? by_form[form] : nullptr;
-}
+constexpr reply::schema zone_form_reply = reply::common(zone_form_field);
+const reply::schema *zone_schema(int form) { return form_bit(form) ? &zone_replies[form] : nullptr; }
 
 // A zone's sender: stored fences go with their name; it takes `forms`, logs `wrong_form` for another known form, refuses an unknown one unsent (-4) with `unknown_form`.
 struct zone_sender {
@@ -53,8 +46,7 @@ constexpr zone_sender active_fence{cmd::set<"set_electronic_fence_config">("set_
 constexpr zone_sender virtual_wall{cmd::set<"set_virtual_wall_config">("set_config"), false, wall_forms, "virtual wall form check err!\n"};
 // clang-format on
 
-// Irregular: the keys follow the zone's form; a form the sender does not take
-// goes out as an empty request, refused with the send-error line (-1).
+// Irregular: keys follow the form; a form the sender does not take goes out empty (send error, -1).
 int send_zone(const zone_sender &s, ka_robot_handle *handle, ka_fence_config_t zone) {
     const cmd::set_command &c = s.command;
     if (s.unknown_form && !form_bit(zone.form)) {
@@ -93,24 +85,17 @@ constexpr reply::field fence_infos_fields[] = {reply::page_list<zone>("info_list
 constexpr reply::schema fence_infos_reply{fence_infos_fields};
 // A given fence keeps ten characters of its name; the field's last two bytes stay zero.
 constexpr reply::field given_fence_fields[] = {reply::number<&zone::form>("form"), reply::text<&zone::form_name>("form_name", 10, reply::text_rule::cleared)};
-constexpr reply::schema given_fence_reply{given_fence_fields, -3, nullptr, nullptr, true};
+constexpr reply::schema given_fence_reply = reply::common(given_fence_fields);
 // A non-boolean "enable_state" leaves the caller's value as it was.
 using on_off = ka_electronic_fence_enable_t;
 constexpr reply::field enable_fields[] = {reply::flag<&on_off::enable_state>("enable_state"), reply::number<&on_off::in_out_side>("in_out_side"), reply::number<&on_off::effective_region>("effective_region")};
-constexpr reply::schema enable_reply{enable_fields, -3, nullptr, nullptr, true};
+constexpr reply::schema enable_reply = reply::common(enable_fields);
 constexpr reply::field self_collision_field[] = {reply::value<bool>("enable_state")};
-constexpr reply::schema self_collision_reply{self_collision_field, -3, nullptr, nullptr, true};
+constexpr reply::schema self_collision_reply = reply::common(self_collision_field);
 // Whole degrees on the wire, unscaled.
 constexpr reply::field install_field[] = {reply::values<float>("pose", 3, scale_tag::whole)};
-constexpr reply::schema install_reply{install_field, -3, nullptr, nullptr, true};
+constexpr reply::schema install_reply = reply::common(install_field);
 // clang-format on
-
-// The enable readers look the handle up first; the line names the lookup.
-bool registered(ka_robot_handle *handle) {
-    if (registry_find(handle)) return true;
-    ka_log_error("[%s] handle is NULL!\n", "ka_get_robot_info");
-    return false;
-}
 
 // The controller says a fence name is unknown before it says anything else.
 int known_fence(const char *function, const char *text) {
@@ -119,10 +104,9 @@ int known_fence(const char *function, const char *text) {
     return 1;
 }
 
-using cmd::arg;
 // clang-format off
 // The electronic fence and the virtual wall are switched the same way.
-constexpr std::initializer_list<arg> enable_args = {{"set_enable"}, {"in_out_side"}, {"effective_region"}};
+constexpr std::initializer_list<cmd::arg> enable_args = {{"set_enable"}, {"in_out_side"}, {"effective_region"}};
 // Without a zone configured the controller answers "given_state": false.
 template <cmd::wire_name Command, unsigned Forms>
 constexpr reply::record_query active_zone{.command = cmd::query<Command>(), .reply = &zone_form_reply, .whole = true, .refused_key = "given_state", .then = read_coordinates<Forms>};
@@ -132,20 +116,24 @@ constexpr reply::record_query given_fence{.command = cmd::query<"given_electroni
 // The list of all stored fences needs a longer line than one reply.
 constexpr reply::record_query fence_infos{.command = cmd::query<"get_electronic_fence_list_infos">(), .reply = &fence_infos_reply, .reply_size = 2 * reply_buffer_size};
 constexpr auto fence_enable_set = cmd::set<"set_electronic_fence_enable">("set_state", nullptr, m_nOutTime, enable_args);
-constexpr reply::record_query fence_enable{cmd::query<"get_electronic_fence_enable">(), &enable_reply};
+// The enable readers look the handle up first; the line names the lookup.
+constexpr reply::record_query fence_enable{.command = cmd::query<"get_electronic_fence_enable">(), .reply = &enable_reply, .lookup = "ka_get_robot_info"};
 constexpr auto fence_config = active_zone<"get_electronic_fence_config", fence_forms>;
 constexpr auto wall_enable_set = cmd::set<"set_virtual_wall_enable">("set_state", nullptr, m_nOutTime, enable_args);
-constexpr reply::record_query wall_enable{cmd::query<"get_virtual_wall_enable">(), &enable_reply};
+constexpr reply::record_query wall_enable{.command = cmd::query<"get_virtual_wall_enable">(), .reply = &enable_reply, .lookup = "ka_get_robot_info"};
 constexpr auto wall_config = active_zone<"get_virtual_wall_config", wall_forms>;
 constexpr auto self_collision_set = cmd::set<"set_self_collision_enable">("set_state", nullptr, m_nOutTime, {{"set_enable"}});
-constexpr reply::record_query self_collision{cmd::query<"get_self_collision_enable">(), &self_collision_reply};
+constexpr reply::record_query self_collision{.command = cmd::query<"get_self_collision_enable">(), .reply = &self_collision_reply, .lookup = "ka_get_robot_info"};
 constexpr auto run_mode_set = cmd::set1<"set_arm_run_mode">("mode");
 constexpr auto run_mode = cmd::query<"get_arm_run_mode">(nullptr, {{"mode"}});
 // The controller stores the install angles before it answers.
 constexpr auto install_pose_set = cmd::set<"set_install_pose">("set_state", nullptr, m_nOutTime + 100, {{"pose"}, {}, {}});
 constexpr reply::record_query install_pose{cmd::query<"get_install_pose">("install_pose"), &install_reply};
 constexpr auto tool_version = cmd::query<"get_tool_software_version">("tool_software_version", {{"version"}});
-constexpr auto joint_versions = cmd::query<"get_joint_software_version">("joint_software_version", {{"version", cmd::as::plain, cmd::per_joint}});
+// The DOF is checked before the query goes out.
+constexpr reply::field joint_versions_field[] = {reply::values<int32_t>("version", cmd::per_joint)};
+constexpr reply::schema joint_versions_reply = reply::common(joint_versions_field);
+constexpr reply::record_query joint_versions{.command = cmd::query<"get_joint_software_version">("joint_software_version"), .reply = &joint_versions_reply, .dof_first = true};
 // clang-format on
 
 } // namespace
@@ -161,18 +149,19 @@ int ka_get_electronic_fence_list_names(ka_robot_handle *h, ka_fence_names_t *nam
 int ka_get_electronic_fence_list_infos(ka_robot_handle *h, ka_fence_config_list_t *list, int *len) { return fence_infos.list(h, list, len); }
 int ka_set_electronic_fence_config(ka_robot_handle *h, ka_fence_config_t config) { return send_zone(active_fence, h, config); }
 int ka_set_electronic_fence_enable(ka_robot_handle *h, ka_electronic_fence_enable_t s) { return fence_enable_set(h, s.enable_state, s.in_out_side, s.effective_region); }
-int ka_get_electronic_fence_enable(ka_robot_handle *h, ka_electronic_fence_enable_t *s) { return registered(h) ? fence_enable(h, s) : -1; }
+int ka_get_electronic_fence_enable(ka_robot_handle *h, ka_electronic_fence_enable_t *s) { return fence_enable(h, s); }
 int ka_get_electronic_fence_config(ka_robot_handle *h, ka_fence_config_t *config) { return fence_config(h, config); }
 int ka_set_virtual_wall_config(ka_robot_handle *h, ka_fence_config_t config) { return send_zone(virtual_wall, h, config); }
 int ka_set_virtual_wall_enable(ka_robot_handle *h, ka_electronic_fence_enable_t s) { return wall_enable_set(h, s.enable_state, s.in_out_side, s.effective_region); }
-int ka_get_virtual_wall_enable(ka_robot_handle *h, ka_electronic_fence_enable_t *s) { return registered(h) ? wall_enable(h, s) : -1; }
+int ka_get_virtual_wall_enable(ka_robot_handle *h, ka_electronic_fence_enable_t *s) { return wall_enable(h, s); }
 int ka_get_virtual_wall_config(ka_robot_handle *h, ka_fence_config_t *config) { return wall_config(h, config); }
 int ka_set_self_collision_enable(ka_robot_handle *h, bool enable) { return self_collision_set(h, enable); }
-int ka_get_self_collision_enable(ka_robot_handle *h, bool *enable) { return registered(h) ? self_collision(h, enable) : -1; }
+int ka_get_self_collision_enable(ka_robot_handle *h, bool *enable) { return self_collision(h, enable); }
 // The controller knows two run modes: any non-zero mode is sent as 1.
 int ka_set_arm_run_mode(ka_robot_handle *h, int mode) { return run_mode_set(h, mode != 0 ? 1 : 0); }
 int ka_get_arm_run_mode(ka_robot_handle *h, int *mode) { return run_mode(h, mode); }
 int ka_get_tool_software_version(ka_robot_handle *h, int *version) { return tool_version(h, version); }
+int ka_get_joint_software_version(ka_robot_handle *h, int *version) { return joint_versions(h, version); }
 // clang-format on
 
 // Whole degrees on the wire, fractions dropped; the angles are read back on success.
@@ -188,18 +177,7 @@ int ka_get_install_pose(ka_robot_handle *handle, float *x, float *y, float *z) {
     if (!x || !y || !z) return -1;
     if (int status = install_pose(handle, &angles); status != 0) return status;
     *x = angles[0], *y = angles[1], *z = angles[2];
-    arm_ptr arm = registry_find(handle);
-    if (!arm) return -1;
-    std::lock_guard<std::mutex> lock(arm->cache_mutex);
-    std::copy_n(angles, 3, arm->install);
-    return 0;
-}
-
-// Irregular: the DOF is checked before the query goes out.
-int ka_get_joint_software_version(ka_robot_handle *h, int *version) {
-    if (!version) return -1;
-    return cmd::arm_dof(h) ? joint_versions(h, version)
-                           : cmd::disconnected(joint_versions.function);
+    return reply::keep<&arm_record::install>(handle, angles) ? 0 : -1;
 }
 
 } // extern "C"

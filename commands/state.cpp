@@ -1,8 +1,6 @@
 // Arm and controller state queries.
-#include "core/command.h"
 #include "core/registry.h"
-
-#include <cstring>
+#include "core/reply_schema.h"
 
 namespace {
 
@@ -18,8 +16,7 @@ constexpr auto joint_current = cmd::joints<"get_current_joint_current">("joint_c
 constexpr auto joint_voltage = cmd::joints<"get_current_joint_voltage">("joint_voltage", milli, "current_joint_voltage");
 constexpr auto joint_odom = cmd::joints<"get_joint_odom">("odom", milli);
 constexpr auto arm_state = cmd::or_length(cmd::query<"get_current_arm_state">("current_arm_state", {{"arm_err"}, {"sys_err"}, {"joint", milli, per_joint}, {"pose", as::pose}}));
-// Joint error codes pass through single precision, as callers have always
-// received them: codes above 2^24 lose their low bits.
+// Joint error codes pass through single precision, as callers have always received them.
 constexpr auto all_state = cmd::query<"get_arm_all_state">("arm_all_state", {{"temperature", milli, per_joint}, {"current", milli, per_joint}, {"voltage", milli, per_joint}, {"err_flag", as::through_float, per_joint}, {"en_flag", as::plain, per_joint}, {"sys_err"}});
 constexpr auto err_flags = cmd::query<"get_joint_err_flag">("joint_err_flag", {{"err_flag", as::plain, per_joint}, {"brake_state", as::plain, per_joint}});
 constexpr auto controller_state = cmd::query<"get_controller_state">("controller_state", {{"voltage", milli}, {"current", milli}, {"temperature", milli}, {"err_flag"}});
@@ -29,7 +26,19 @@ constexpr auto arm_power = cmd::set1<"set_arm_power">("arm_power");
 constexpr auto clear_runtime = cmd::set<"clear_system_runtime">("clear_state");
 constexpr auto clear_odom = cmd::set<"clear_joint_odom">("clear_state");
 constexpr auto clear_err = cmd::set<"clear_system_err">("clear_state");
-constexpr auto software_info = cmd::query<"get_arm_software_info">("arm_software_info");
+// The version texts sit in optional objects; the plan texts repeat those of "ctrl_info".
+using versions = ka_arm_software_version_t;
+template <auto Member> constexpr reply::field version(const char *key, int limit, const char *label, const char *line) { return reply::text<Member>(key, limit).named(label).show(line); }
+constexpr reply::field algorithm[] = {version<&versions::algorithm_version>("version", 20, "Algorithm version", "[%s] Algorithm version: %s\n")};
+constexpr reply::field ctrl[] = {version<&versions::ctrl_version>("version", 8, "Ctrl version", "[%s] Ctrl version: %s\n"), version<&versions::ctrl_build_time>("build_time", 20, "Ctrl build Time", "[%s] Ctrl build Time: %s\n")};
+constexpr reply::field dynamic[] = {version<&versions::dynamic_model_version>("model_version", 5, "Dynamic model version", "[%s] Dynamic model version: %s\n")};
+constexpr reply::field plan[] = {version<&versions::plan_version>("version", 8, "Plan version", "[%s] Plan version: %s\n"), version<&versions::plan_build_time>("build_time", 18, "Plan build Time", "[%s] Plan build Time: %s\n")};
+constexpr reply::field software_fields[] = {version<&versions::product_version>("Product_version", 10, "Product version", "[%s] Product version: %s\n"),
+    reply::object("algorithm_info", algorithm, "algorithm_info"), reply::object("ctrl_info", ctrl, "ctrl_info"), reply::object("dynamic_info", dynamic, "dynamic_info"), reply::object("ctrl_info", plan, "plan_info")};
+constexpr reply::schema software_reply{software_fields, -1, "[%s] Arm software info parse err\n", "[%s] %s parse err\n"};
+// Searched from product_version on: a full ten-character product text runs into what follows.
+int detect_model(const char *, ka_robot_handle *handle, const char *, void *record) { return registry_detect_model(handle, static_cast<versions *>(record)->product_version, sizeof(versions)); }
+constexpr reply::record_query software_info{.command = cmd::query<"get_arm_software_info">("arm_software_info"), .reply = &software_reply, .then = detect_model};
 // clang-format on
 
 } // namespace
@@ -52,41 +61,7 @@ int ka_set_arm_power(ka_robot_handle *h, int power) { return arm_power(h, power)
 int ka_clear_system_runtime(ka_robot_handle *h) { return clear_runtime(h); }
 int ka_clear_joint_odom(ka_robot_handle *h) { return clear_odom(h); }
 int ka_clear_system_err(ka_robot_handle *h) { return clear_err(h); }
+int ka_get_arm_software_info(ka_robot_handle *h, ka_arm_software_version_t *info) { return software_info(h, info); }
 // clang-format on
-
-// Irregular: the version texts sit in optional objects; plan texts repeat those of "ctrl_info".
-int ka_get_arm_software_info(ka_robot_handle *handle, ka_arm_software_version_t *info) {
-    if (!info) return -1;
-    json_ptr doc;
-    if (int n = cmd::run(software_info, handle, doc); n < 1) return n;
-    if (!doc) {
-        ka_log_error("[ka_get_arm_software_info] Arm software info parse err\n");
-        return -1;
-    }
-    // clang-format off
-    const struct { const char *when, *from, *key; char *field; size_t bytes; const char *what; } texts[] = {
-        {nullptr, nullptr, "Product_version", info->product_version, 10, "Product version"},
-        {"algorithm_info", "algorithm_info", "version", info->algorithm_version, 20, "Algorithm version"},
-        {"ctrl_info", "ctrl_info", "version", info->ctrl_version, 8, "Ctrl version"},
-        {"ctrl_info", "ctrl_info", "build_time", info->ctrl_build_time, 20, "Ctrl build Time"},
-        {"dynamic_info", "dynamic_info", "model_version", info->dynamic_model_version, 5, "Dynamic model version"},
-        {"plan_info", "ctrl_info", "version", info->plan_version, 8, "Plan version"},
-        {"plan_info", "ctrl_info", "build_time", info->plan_build_time, 18, "Plan build Time"},
-    };
-    // clang-format on
-    for (const auto &t : texts) {
-        if (t.when && !cJSON_GetObjectItem(doc.get(), t.when)) continue;
-        const cJSON *from = t.from ? cJSON_GetObjectItem(doc.get(), t.from) : doc.get();
-        const char *text = MIO_JSON_GetObjectItemStr(from, t.key);
-        if (!text) {
-            ka_log_error("[ka_get_arm_software_info] %s parse err\n", t.what);
-            return -1;
-        }
-        std::strncpy(t.field, text, t.bytes);
-        ka_log_info("[ka_get_arm_software_info] %s: %s\n", t.what, text);
-    }
-    // Searched from product_version on: a full ten-character product text runs into what follows.
-    return registry_detect_model(handle, info->product_version, sizeof *info);
-}
 
 } // extern "C"

@@ -1,16 +1,12 @@
-// Passthrough and follow motion: a fresh target per call, streamed at the
-// application's rate. Fire-and-forget on the hot path: one line straight onto
-// the arm's socket, no reply read, then a yield of the processor.
+// Passthrough and follow motion: a line per target straight onto the arm's socket, unanswered.
 #include "core/command.h"
 
 namespace {
 
 using cmd::as;
 
-// Joints go out as DOF millidegree integers (the DOF checked first, an
-// unknown handle logged as disconnected); the pose commands make no DOF
-// check and say nothing about an unknown handle.
 // clang-format off
+// Joints go out in millidegrees (the DOF checked, an unknown handle logged as disconnected); poses go unchecked and unlogged.
 constexpr auto movej_canfd = cmd::stream<"movej_canfd">({{"joint", as::joints}, {"follow"}, {"expand", as::thousandths}});
 constexpr auto movej_follow = cmd::stream<"movej_follow">({{"joint", as::joints}});
 constexpr auto movep_canfd = cmd::stream<"movep_canfd">({{"follow"}, {nullptr, as::target}});

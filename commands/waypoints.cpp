@@ -5,9 +5,7 @@ namespace {
 
 constexpr const char *list_function = "ka_get_global_waypoints_list";
 
-// Add and update: joints in millidegrees (DOF of them), pose as six wire
-// integers, and the time the waypoint was sent at (the controller stores
-// it), in local time.
+// Add and update: the controller stores the local time the waypoint was sent at.
 int send_waypoint(const cmd::set_command &c, ka_robot_handle *handle, ka_waypoint_t &point) {
     if (!cmd::arm_dof(handle)) return cmd::disconnected(c.function);
     platform::format_local_time(point.time, sizeof point.time, ':');
@@ -21,19 +19,16 @@ int send_waypoint(const cmd::set_command &c, ka_robot_handle *handle, ka_waypoin
 
 using reply::text_rule;
 // clang-format off
-// A waypoint: joints in millidegrees, one per joint of the arm; pose as six
-// wire integers; the quaternion, never on the wire, stays. A given waypoint
-// keeps 10 characters of its frame names and 28 of its time, a listed one
-// all the record holds.
+// The quaternion is never on the wire; a given waypoint keeps 10 characters of its frame names and 28
+// of its time, a listed one all the record holds.
 using point = ka_waypoint_t;
 template <int Frame, int Time>
 constexpr reply::field waypoint_fields[] = {reply::text<&point::point_name>("point_name", 16, text_rule::cleared), reply::numbers<&point::joint>("joint", cmd::per_joint, reply::scale_tag::millidegrees), reply::pose<&point::pose>("pose"),
     reply::text<&point::work_frame>("work_frame", Frame, text_rule::cleared), reply::text<&point::tool_frame>("tool_frame", Frame, text_rule::cleared), reply::text<&point::time>("time", Time, text_rule::cleared)};
-constexpr reply::schema given_reply{waypoint_fields<10, 28>, -3, nullptr, nullptr, true};
+constexpr reply::schema given_reply = reply::common(waypoint_fields<10, 28>);
 constexpr reply::schema list_entry{waypoint_fields<KA_NAME_SIZE - 1, KA_WAYPOINT_TIME_SIZE - 1>};
 
-// A page longer than the record holds is cut at its capacity; the first
-// element that breaks a rule ends the read and the records before it stay.
+// A page is cut at the record's capacity; a bad entry ends the read, those before it stay.
 constexpr reply::field page_fields[] = {reply::verdict("get_state", "[%s] %s: false\n"), reply::number<&ka_waypoint_list_t::total_size>("total_size"),
     reply::list<&ka_waypoint_list_t::points, &ka_waypoint_list_t::list_len>("list", list_entry, KA_WAYPOINT_LIST_CAPACITY).count_before().atomic().entry_named("Waypoint")};
 constexpr reply::schema page_reply{page_fields, -3, "[%s] Waypoints list parse err\n", "[%s] %s parse err\n"};
@@ -44,17 +39,15 @@ constexpr auto update_point = cmd::set<"update_global_waypoint">("update_state",
 constexpr auto delete_point = cmd::set<"delete_global_waypoint">("delete_state", nullptr, m_nOutTime, {{"point_name"}});
 // 1 when the controller has no such waypoint ("given_state" false).
 constexpr reply::record_query given_point{.command = cmd::query<"given_global_waypoint", "ka_get_given_global_waypoint">(nullptr, {}, {{"point_name"}}), .reply = &given_reply, .refused_key = "given_state"};
-// A page of waypoints is slow to gather: two seconds.
-constexpr cmd::page_query list_page{list_function, "get_global_waypoints_list", m_nOutTime_max + 1000};
+// Slow to gather (two seconds); the record takes the request's page and search text.
+constexpr reply::page_record_query list_page{.command = {list_function, "get_global_waypoints_list", m_nOutTime_max + 1000}, .reply = &page_reply, .dof_first = true, .echo = reply::echo_page<ka_waypoint_list_t>};
 // clang-format on
 
 } // namespace
 
 namespace waypoints {
 
-// Fills total_size, list_len and the points in reply order. Outside the
-// file's own namespace so that tests can feed it pages longer than one reply
-// line carries.
+// Outside the file's namespace: tests feed it pages longer than one reply line carries.
 int parse_list(const char *text, int dof, ka_waypoint_list_t &list) {
     return reply::read(page_reply, list_function, text, list, dof);
 }
@@ -68,24 +61,7 @@ int ka_add_global_waypoint(ka_robot_handle *h, ka_waypoint_t *waypoint) { return
 int ka_update_global_waypoint(ka_robot_handle *h, ka_waypoint_t *waypoint) { return waypoint ? send_waypoint(update_point, h, *waypoint) : -1; }
 int ka_delete_global_waypoint(ka_robot_handle *h, const char *point_name) { return delete_point(h, point_name); }
 int ka_get_given_global_waypoint(ka_robot_handle *h, const char *point_name, ka_waypoint_t *waypoint) { return given_point(h, waypoint, point_name); }
+int ka_get_global_waypoints_list(ka_robot_handle *h, int page_num, int page_size, const char *vague_search, ka_waypoint_list_t *list) { return list_page(h, page_num, page_size, vague_search, list); }
 // clang-format on
-
-// Irregular: a page query whose record takes the request's page and search
-// text, which the reply does not echo (null lists every waypoint).
-int ka_get_global_waypoints_list(ka_robot_handle *h, int page_num, int page_size,
-                                 const char *vague_search, ka_waypoint_list_t *list) {
-    if (!list) return -1;
-    int dof = cmd::arm_dof(h);
-    if (!dof) return cmd::disconnected(list_function);
-    std::vector<char> reply;
-    int n = cmd::run(list_page, h, page_num, page_size, vague_search, reply);
-    if (n < 1) return n;
-    list->page_num = page_num;
-    list->page_size = page_size;
-    std::strncpy(list->vague_search, vague_search ? vague_search : "",
-                 sizeof list->vague_search - 1);
-    list->vague_search[sizeof list->vague_search - 1] = '\0';
-    return waypoints::parse_list(reply.data(), dof, *list);
-}
 
 } // extern "C"

@@ -89,6 +89,7 @@ int dof_of(const arm_ptr &arm) {
 void request::add(const arg &a, int32_t v) {
     if (status) return;
     if (a.scale == as::direction) return add(a, v != 0 ? "pos" : "neg");
+    if (a.scale == as::nonzero && v == 0) return;
     if (a.scale == as::axis) {
         if (v >= 0 && v < 3) return add(a, a.names[v]);
         ka_log_error("[%s] axis type %d is not 0, 1 or 2\n", function_, v);
@@ -131,6 +132,8 @@ void request::add(const arg &a, const float *v) {
         return;
     }
     wire_joints w = joints_to_wire(v, dof);
+    for (int i = 0; a.scale == as::joints_single && i < w.count; ++i)
+        w.v[i] = scale::thousandths(v[i]);
     array(a.key, w.v, w.count);
 }
 void request::add(const arg &a, const int *v) {
@@ -259,6 +262,7 @@ int judge(const set_command &c, ka_robot_handle *handle, const char *reply) {
 int run(const set_command &c, ka_robot_handle *handle, std::span<const ka_request_field> fields) {
     if (!c.result_key)
         return exchange(c.function, handle, c.command, fields, nullptr, c.timeout_ms, nullptr, 0);
+    if (c.forget_unread) forget(handle, c.reply);
     reply_text reply;
     int n = exchange(c.function, handle, c.command, fields, c.reply, c.timeout_ms, reply.text,
                      sizeof reply.text);
@@ -397,6 +401,10 @@ void forget(const ka_robot_handle *handle, const char *name) {
 int disconnected(const char *function) {
     ka_log_error("[%s] The robotic arm has been disconnected\n", function);
     return -1;
+}
+int failed(const char *function, const char *line, int value, int code) {
+    ka_log_error(line, function, value);
+    return code;
 }
 
 int arm_dof(const ka_robot_handle *handle) { return dof_of(registry_find(handle)); }

@@ -181,6 +181,7 @@ enum class as : uint8_t {
     whole_tenths,    // newtons cut to whole ones first, then tenths (12.7 gives 120)
     through_float,   // a reply integer through single precision (codes above 2^24 lose bits)
     joints,          // const float *: the arm's DOF joints in millidegrees (DOF checked first)
+    joints_single,   // as joints, the millidegrees formed in single precision
     pose,            // ka_pose_t as six integers; a reply pose gets its quaternion
     target,          // ka_pose_t under "pose" or "pose_quat", as pose_target decides
     six,             // const int *: six integers as they are
@@ -200,6 +201,7 @@ enum class as : uint8_t {
     coil_groups,
     axis,      // int: arg::names[0..2] as text; another value is logged and gives -1
     direction, // int: "pos" when not 0, else "neg"
+    nonzero,   // int: sent only when not 0
 };
 // A request key. A null key adds the value to the previous field, which
 // becomes an array: {"k"}, {nullptr, as::joint_rate} sends "k":[n, v].
@@ -330,6 +332,7 @@ struct set_command {
     bool streamed = false;
     int (*then)(ka_robot_handle *handle) = nullptr;
     const char *refused_line = nullptr; // logged (with the label) after a false answer
+    bool forget_unread = false; // an answered request first drops an unread answer under reply
 
     // The caller's values in args order; a null pointer among them gives -1
     // with nothing sent.
@@ -415,6 +418,11 @@ constexpr set_command sent_only(set_command c, int pause_ms, const char *label =
 // A row whose false answer logs line.
 constexpr set_command refused(set_command c, const char *line) {
     c.refused_line = line;
+    return c;
+}
+// A row whose answer left unread by an earlier call cannot be taken for its own.
+constexpr set_command forgetting(set_command c) {
+    c.forget_unread = true;
     return c;
 }
 // A row whose true answer is followed by then.
@@ -534,6 +542,8 @@ void forget(const ka_robot_handle *handle, const char *name);
 
 // Logs "[%s] The robotic arm has been disconnected\n" and gives -1.
 int disconnected(const char *function);
+// Logs line as an error (the label, then value, as far as its format takes them) and gives code.
+int failed(const char *function, const char *line, int value = 0, int code = -1);
 
 // The DOF of a registered 6 or 7 axis arm, else 0.
 int arm_dof(const ka_robot_handle *handle);

@@ -1,6 +1,7 @@
 #include "core/reply_schema.h"
 
 #include "core/log.h"
+#include "core/registry.h"
 
 #include <algorithm>
 #include <cstring>
@@ -153,10 +154,20 @@ int read_list(const field &f, const reading &r, const cJSON *item, void *record)
     return 0;
 }
 
+// Each switch: 1 true, 0 false, -1 missing or not a boolean.
+void put_switches(const field &f, const cJSON *item, void *record) {
+    for (const field &s : f.inside)
+        put(s, s.at(f.at(record, 0), 0), MIO_JSON_GetObjectItemBool(item, s.key));
+}
+
 int read_field(const field &f, const reading &r, const cJSON *object, void *record) {
     if (f.what == kind::variant) {
         const schema *chosen = f.choose(record);
         return chosen ? read_fields(chosen->fields, r, object, record) : 0;
+    }
+    if (f.what == kind::object) {
+        if (f.when && !cJSON_GetObjectItem(object, f.when)) return 0;
+        return read_fields(f.inside, r, cJSON_GetObjectItem(object, f.key), record);
     }
     const cJSON *item = f.key ? cJSON_GetObjectItem(object, f.key) : object;
     if (!item && f.alt_key) item = cJSON_GetObjectItem(object, f.alt_key);
@@ -187,6 +198,9 @@ int read_field(const field &f, const reading &r, const cJSON *object, void *reco
         return 1;
     case kind::list:
         return read_list(f, r, item, record);
+    case kind::switches:
+        put_switches(f, item, record);
+        return 0;
     default:
         return read_array(f, r, item, record);
     }
@@ -214,7 +228,11 @@ int read_common(const schema &s, const char *function, const char *text, void *r
             fields[i] = cmd::bool_field(f.key);
             // A non-boolean leaves the member as it was. Its byte is read as
             // a byte: a caller's record may hold any value there.
-            fields[i].value.b = f.at && *static_cast<const unsigned char *>(f.at(record, 0)) != 0;
+            fields[i].value.b = f.at && !f.non_bool_false &&
+                                *static_cast<const unsigned char *>(f.at(record, 0)) != 0;
+            break;
+        case kind::switches:
+            fields[i] = cmd::item_field(f.key);
             break;
         case kind::numbers:
         case kind::pose:
@@ -224,8 +242,11 @@ int read_common(const schema &s, const char *function, const char *text, void *r
             fields[i] = cmd::int_field(f.key);
         }
     }
-    if (int status = common_json_parse(function, text, fields, static_cast<int>(n)); status != 0)
-        return status;
+    const int status = common_json_parse(function, text, fields, static_cast<int>(n));
+    std::vector<json_ptr> items;
+    for (size_t i = 0; i < n; ++i)
+        if (s.fields[i].what == kind::switches) items.emplace_back(fields[i].value.item);
+    if (status != 0) return status;
     for (size_t i = 0; i < n; ++i) {
         const field &f = s.fields[i];
         const ka_reply_field &v = fields[i];
@@ -244,6 +265,9 @@ int read_common(const schema &s, const char *function, const char *text, void *r
             for (int k = 0; k < v.count; ++k)
                 put(f, f.at(record, k), v.value.a[k]);
             break;
+        case kind::switches:
+            put_switches(f, v.value.item, record);
+            break;
         default:
             put(f, f.at(record, 0), v.value.i);
         }
@@ -253,16 +277,24 @@ int read_common(const schema &s, const char *function, const char *text, void *r
 
 } // namespace
 
+bool known(const char *lookup, ka_robot_handle *handle) {
+    if (registry_find(handle)) return true;
+    ka_log_error("[%s] handle is NULL!\n", lookup);
+    return false;
+}
+
 int run(const record_query &q, ka_robot_handle *handle, void *record,
         std::span<const ka_request_field> request) {
     const cmd::query_command &c = q.command;
+    if (q.dof_first && !cmd::arm_dof(handle)) return cmd::disconnected(c.function);
     char text[2 * reply_buffer_size] = {};
     const int size = std::min(q.reply_size, static_cast<int>(sizeof text));
     const int n =
         cmd::exchange(c.function, handle, c.command, request, c.reply, c.timeout_ms, text, size);
     if (n < 1) return n;
     int dof = 0;
-    const auto &fields = q.reply->fields;
+    const schema &s = q.reply_for ? *q.reply_for(handle) : *q.reply;
+    const auto &fields = s.fields;
     if (std::any_of(fields.begin(), fields.end(), [](const field &f) {
             return f.what == kind::numbers && f.count == cmd::per_joint;
         })) {
@@ -272,11 +304,23 @@ int run(const record_query &q, ka_robot_handle *handle, void *record,
     const char *label = q.label ? q.label : c.function;
     if (q.first)
         if (int status = q.first(label, text); status != 0) return status;
-    const int status = read(*q.reply, label, text, record, dof);
+    const int status = read(s, label, text, record, dof);
     if (status != 0 && q.refused_key)
         return parse_ka_set_command(label, text, q.refused_key) == 1 ? 1 : -3;
     if (status != 0 || !q.then) return status;
     return q.then(label, handle, text, record);
+}
+
+int run(const page_record_query &q, ka_robot_handle *handle, int page_num, int page_size,
+        const char *search, void *record) {
+    const char *function = q.command.function;
+    const int dof = q.dof_first ? cmd::arm_dof(handle) : 0;
+    if (q.dof_first && !dof) return cmd::disconnected(function);
+    std::vector<char> text;
+    const int n = cmd::run(q.command, handle, page_num, page_size, search, text);
+    if (n < 1) return n;
+    if (q.echo) q.echo(record, page_num, page_size, search);
+    return read(*q.reply, function, text.data(), record, dof);
 }
 
 int request(const schema &s, const void *record, ka_request_field *out) {

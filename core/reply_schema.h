@@ -6,8 +6,10 @@
 
 #include "core/command.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <type_traits>
 
@@ -27,14 +29,16 @@ enum class scale_tag : uint8_t {
 enum class target : uint8_t { i32, u8, u16, f32, boolean, chars, pose };
 
 enum class kind : uint8_t {
-    number,  // one integer
-    flag,    // one boolean
-    text,    // a string, or the entry itself when the key is null
-    numbers, // an array of integers
-    pose,    // six integers: x, y, z in micrometres, rx, ry, rz in milliradians
-    verdict, // a boolean that, when false, refuses the whole reply (1)
-    list,    // an array of entries read by another schema, up to a capacity
-    variant, // more fields, chosen by what the record holds so far
+    number,   // one integer
+    flag,     // one boolean
+    text,     // a string, or the entry itself when the key is null
+    numbers,  // an array of integers
+    pose,     // six integers: x, y, z in micrometres, rx, ry, rz in milliradians
+    verdict,  // a boolean that, when false, refuses the whole reply (1)
+    list,     // an array of entries read by another schema, up to a capacity
+    variant,  // more fields, chosen by what the record holds so far
+    switches, // an object of booleans: each inner int32 takes 1 true, 0 false, -1 otherwise
+    object,   // inner fields read inside the object under key, into the same record
 };
 
 // What a field's absence costs: required fails the read; optional skips a
@@ -127,20 +131,23 @@ struct field {
     presence need = presence::required;
     count_rule rule = count_rule::exact;
     text_rule text = text_rule::padded;
-    bool non_negative = false;         // a negative wire integer fails the read
-    const char *alt_key = nullptr;     // read under this key when `key` is missing
-    const char *label = nullptr;       // the field's name in the schema's error line
-    const char *shown = nullptr;       // info line after the read: (function, values...)
-    const char *refusal = nullptr;     // verdict false: error line (function, key)
-    locator counter = nullptr;         // int32 written with the entries read
-    const schema *entries = nullptr;   // list entries
-    const char *entry_label = nullptr; // names a failed entry in the error line
-    bool count_first = false;          // counter = min(entries, capacity) before reading them
-    bool ends_at_null = false;         // a list of names ends at "NULL" or a non-string
-    bool entry_atomic = false;         // a failing entry is left as it was
-    bool entry_cleared = false;        // each entry is zeroed before it is read
-    chooser choose = nullptr;          // variant
-    locator sent = nullptr;            // the member a request sends under key, when not `at`
+    bool non_negative = false;          // a negative wire integer fails the read
+    const char *alt_key = nullptr;      // read under this key when `key` is missing
+    const char *label = nullptr;        // the field's name in the schema's error line
+    const char *shown = nullptr;        // info line after the read: (function, values...)
+    const char *refusal = nullptr;      // verdict false: error line (function, key)
+    locator counter = nullptr;          // int32 written with the entries read
+    const schema *entries = nullptr;    // list entries
+    const char *entry_label = nullptr;  // names a failed entry in the error line
+    bool count_first = false;           // counter = min(entries, capacity) before reading them
+    bool ends_at_null = false;          // a list of names ends at "NULL" or a non-string
+    bool entry_atomic = false;          // a failing entry is left as it was
+    bool entry_cleared = false;         // each entry is zeroed before it is read
+    chooser choose = nullptr;           // variant
+    locator sent = nullptr;             // the member a request sends under key, when not `at`
+    std::span<const field> inside = {}; // switches, object
+    const char *when = nullptr;         // object: read only when the reply has this key
+    bool non_bool_false = false;        // flag, common path: a non-boolean reads false
 
   private:
     // Defined before its users: clang does not evaluate a member template
@@ -164,6 +171,7 @@ struct field {
     constexpr field atomic() const { return with(&field::entry_atomic, true); }
     constexpr field cleared() const { return with(&field::entry_cleared, true); }
     constexpr field entry_named(const char *l) const { return with(&field::entry_label, l); }
+    constexpr field or_false() const { return with(&field::non_bool_false, true); }
     template <auto... Path> constexpr field sent_from() const {
         return with(&field::sent, static_cast<locator>(detail::at<Path...>));
     }
@@ -179,6 +187,10 @@ struct schema {
     // field is read.
     bool common = false;
 };
+// A schema read as common_json_parse reads, failing with -3.
+constexpr schema common(std::span<const field> fields) {
+    return {fields, -3, nullptr, nullptr, true};
+}
 
 // Reads the reply text into record. 0, 1 for a verdict false, or the
 // schema's fail code. dof sets the count of per-joint arrays.
@@ -222,6 +234,11 @@ struct record_query {
                 void *record) = nullptr;
     const char *label = nullptr;        // names the reader's lines when not the command's function
     int reply_size = reply_buffer_size; // at most twice that
+    // The handle is looked up before anything else; an unknown one logs
+    // "[%s] handle is NULL!" naming this and gives -1.
+    const char *lookup = nullptr;
+    bool dof_first = false; // a DOF other than 6 or 7 gives -1 (disconnected) before the send
+    const schema *(*reply_for)(ka_robot_handle *handle) = nullptr; // in place of reply
 
     // The request values in the command's args order; a null record or
     // value gives -1 with nothing sent.
@@ -233,12 +250,15 @@ struct record_query {
         return items && count ? (*this)(handle, &p) : -1;
     }
 };
+// False, after "[lookup] handle is NULL!", when the handle is unknown.
+bool known(const char *lookup, ka_robot_handle *handle);
 // 0, the exchange's code, -1 for a lost DOF, or what the reading gives.
 int run(const record_query &q, ka_robot_handle *handle, void *record,
         std::span<const ka_request_field> request);
 
 template <typename Record, typename... V>
 int record_query::operator()(ka_robot_handle *handle, Record *record, V... v) const {
+    if (lookup && !known(lookup, handle)) return -1;
     if (!record || (cmd::is_null(v) || ...)) return -1;
     cmd::request r(command.function, handle);
     int i = 0;
@@ -253,6 +273,51 @@ int record_query::operator()(ka_robot_handle *handle, Record *record, V... v) co
         }
     }
     return run(*this, handle, record, r.fields());
+}
+
+// The handle's arm record keeps value (a copy of an array) at Member, under
+// its cache lock; false for an unknown handle.
+template <auto Member, typename T> bool keep(ka_robot_handle *handle, const T &value) {
+    arm_ptr arm = registry_find(handle);
+    if (!arm) return false;
+    std::lock_guard<std::mutex> lock(arm->cache_mutex);
+    if constexpr (std::is_array_v<T>)
+        std::copy(std::begin(value), std::end(value), std::begin((*arm).*Member));
+    else
+        (*arm).*Member = value;
+    return true;
+}
+
+// The request's page and search text (null: empty) into a record whose reply
+// does not echo them; the text is cut to fit and terminated.
+template <typename Record>
+void echo_page(void *record, int page_num, int page_size, const char *search) {
+    auto &r = *static_cast<Record *>(record);
+    r.page_num = page_num;
+    r.page_size = page_size;
+    std::strncpy(r.vague_search, search ? search : "", sizeof r.vague_search - 1);
+    r.vague_search[sizeof r.vague_search - 1] = '\0';
+}
+
+// A page of a stored list read into a record by `reply`.
+struct page_record_query {
+    cmd::page_query command;
+    const schema *reply;
+    bool dof_first = false; // the arm's DOF, checked before the request, sizes per-joint entries
+    void (*echo)(void *record, int page_num, int page_size, const char *search) = nullptr;
+
+    // -1 for a null record, with nothing sent.
+    template <typename Record>
+    int operator()(ka_robot_handle *handle, int page_num, int page_size, const char *search,
+                   Record *record) const;
+};
+// 0, the exchange's code, -1 for a lost DOF, or what the reading gives.
+int run(const page_record_query &q, ka_robot_handle *handle, int page_num, int page_size,
+        const char *search, void *record);
+template <typename Record>
+int page_record_query::operator()(ka_robot_handle *handle, int page_num, int page_size,
+                                  const char *search, Record *record) const {
+    return record ? run(*this, handle, page_num, page_size, search, record) : -1;
 }
 
 // ------------------------------------------------------ describing fields
@@ -344,6 +409,21 @@ constexpr field list(const char *key, const schema &entries, int capacity) {
 template <typename Entry>
 constexpr field page_list(const char *key, const schema &entries, int capacity) {
     return list<&page<Entry>::items, &page<Entry>::count>(key, entries, capacity);
+}
+// Int32 members of the record at Path (inside: number fields on it), one
+// per key of the object under key.
+template <auto... Path> constexpr field switches(const char *key, std::span<const field> inside) {
+    field f{kind::switches, key, detail::at<Path...>};
+    f.inside = inside;
+    return f;
+}
+// With when, read only when the reply has that key; a missing object fails
+// its first inner field.
+constexpr field object(const char *key, std::span<const field> inside, const char *when = nullptr) {
+    field f{kind::object, key};
+    f.inside = inside;
+    f.when = when;
+    return f;
 }
 constexpr field variant(chooser choose) {
     field f{kind::variant, nullptr};

@@ -92,9 +92,9 @@ answer ask(ka_robot_handle *handle, const policy &p) {
         return {kind == KA_TRAJECTORY_NONE ? phase::idle : phase::other};
     }
     case poll_kind::axis_state: {
-        int mode = 0;
-        if (int status = p.axis_state(handle, &mode); status != 0) return {phase::failed, status};
-        return {mode != 0 ? phase::running : phase::idle};
+        ka_expand_state_t state{};
+        if (int status = p.axis_state(handle, &state); status != 0) return {phase::failed, status};
+        return {state.mode != 0 ? phase::running : phase::idle};
     }
     case poll_kind::program: {
         ka_program_run_state_t state{};
@@ -299,6 +299,8 @@ std::optional<int> int_field(std::span<const ka_request_field> fields, const cha
     return std::nullopt;
 }
 
+// Sends the request, logged under label; the exchange's result.
+using sender = int (*)(const void *context, const char *label, char *reply, int size);
 int run_request(const command &c, ka_robot_handle *handle, blocking block, bool chained, int id,
                 sender send, const void *context) {
     const cmd::set_command &a = c.accept;
@@ -319,11 +321,25 @@ int run_request(const command &c, ka_robot_handle *handle, blocking block, bool 
     if (!block || status != 0 || chained) return status;
     return s.wait(*block, length, id);
 }
+
+struct formatted_request {
+    const command &c;
+    ka_robot_handle *handle;
+    const cJSON *object;
+    bool log_text;
+};
+int send_object(const void *context, const char *label, char *reply, int size) {
+    const auto &r = *static_cast<const formatted_request *>(context);
+    const cmd::set_command &a = r.c.accept;
+    if (cmd::send_formatted(label, a.command, r.handle, r.object, r.log_text) != 0) return -1;
+    return reply ? ka_pack_lock_wait(label, r.handle, a.reply, reply, size, a.timeout_ms) : 0;
+}
 } // namespace
 
-int run(const command &c, ka_robot_handle *handle, blocking block, bool chained, sender send,
-        const void *context) {
-    return run_request(c, handle, block, chained, 0, send, context);
+int run(const command &c, ka_robot_handle *handle, blocking block, bool chained,
+        const cJSON *formatted) {
+    const formatted_request r{c, handle, formatted, block.has_value()};
+    return run_request(c, handle, block, chained, 0, send_object, &r);
 }
 
 namespace {

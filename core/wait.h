@@ -63,8 +63,8 @@ struct policy {
     read_order order = read_order::report_first; // threaded modes
     poll_kind poll = poll_kind::trajectory;      // threaded modes
     int kind = 0; // ka_arm_current_trajectory_e (poll_kind::trajectory)
-    // The axis's state read (poll_kind::axis_state): its status, and "mode".
-    int (*axis_state)(ka_robot_handle *handle, int *mode) = nullptr;
+    // The axis's state read (poll_kind::axis_state); it moves while "mode" is not 0.
+    int (*axis_state)(ka_robot_handle *handle, ka_expand_state_t *state) = nullptr;
     bool requery_while_running = false; // steps: ask again at once while the step runs
     // While the motion runs, a report of another device is passed over and one
     // with an unexpected "trajectory_connect" sends the wait back to its
@@ -205,11 +205,10 @@ struct command {
         return cmd::sent_only(accept, accept.timeout_ms, sent_label)(handle, v...);
     }
 };
-// Sends the request (the exchange's result) for a command whose request no
-// row can carry; label is the one the call's send and reply read log under.
-using sender = int (*)(const void *context, const char *label, char *reply, int size);
-int run(const command &c, ka_robot_handle *handle, blocking block, bool chained, sender send,
-        const void *context);
+// A request no row can carry, built by the caller and sent in cJSON's
+// formatted print (its text logged when the call blocks).
+int run(const command &c, ka_robot_handle *handle, blocking block, bool chained,
+        const cJSON *formatted);
 int run(const command &c, ka_robot_handle *handle, blocking block,
         std::span<const ka_request_field> fields);
 

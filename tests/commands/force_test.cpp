@@ -99,7 +99,9 @@ TEST(force_wire, bad_arguments_unknown_arms_and_other_sensors_send_nothing) {
                   std::vector<int>({-1, -1, -1, -1, -1, -1, -1, -1, -2}));
         for (const char *text : {"[ka_manual_set_Fz] The robotic arm has been disconnected\n",
                                  "[ka_force_position_move] The robotic arm has been disconnected\n",
-                                 "[ka_get_robot_info] handle is NULL!\n", "arm force type check err!"})
+                                 "[ka_get_robot_info] handle is NULL!\n", "arm force type check err!",
+                                 "[ka_manual_set_force] posture type 0 is not 1, 2, 3 or 4\n", "[ka_manual_set_force] posture type 5 is not 1, 2, 3 or 4\n",
+                                 "[ka_force_position_move] target flag 2 is not 0 or 1\n", "[ka_run_drag_trajectory] timeout -1 is negative\n"})
             EXPECT_TRUE(log.contains(text)) << text;
         EXPECT_FALSE(s.peer.wait_for_lines(1, 50ms));
     }

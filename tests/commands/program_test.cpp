@@ -277,6 +277,35 @@ TEST(program_save, streamed_points_land_in_the_file_one_per_line) {
     }
 }
 
+// A refused save or a bad total: the code, the line logged, and *num holding the announced total
+// (-1 when missing) even when it is refused; a file that cannot be created sends nothing.
+TEST(program_save, refusals_log_their_line_and_leave_the_announced_total) {
+    const std::tuple<std::string, int, const char *, int> rows[] = {
+        {R"("save_state":false)", 1, "[ka_save_trajectory] Save state: false\n", 7},
+        {R"("total_num":3)", -3, "[ka_save_trajectory] Save trajectory err\n", 7},
+        {R"("save_state":true)", -3, "[ka_save_trajectory] Trajectory total num parse err\n", -1},
+        {R"("save_state":true,"total_num":-5)", -3,
+         "[ka_save_trajectory] Trajectory total num parse err\n", -5}};
+    fs::path dir = scratch("save_refused");
+    for (const auto &[body, result, logged, total] : rows) {
+        SCOPED_TRACE(body);
+        arm_session s;
+        log_capture log;
+        s.peer.on("save_trajectory", {reply(line("save_trajectory", body))});
+        int num = 7;
+        EXPECT_EQ(ka_save_trajectory(s.arm, (dir / "refused.txt").string().c_str(), &num), result);
+        EXPECT_EQ(num, total);
+        EXPECT_TRUE(log.contains(logged));
+    }
+    arm_session s;
+    log_capture log;
+    int num = 7;
+    EXPECT_EQ(ka_save_trajectory(s.arm, (dir / "no" / "x.txt").string().c_str(), &num), -4);
+    EXPECT_EQ(num, 7);
+    EXPECT_TRUE(log.contains("[ka_save_trajectory] File open error!"));
+    EXPECT_FALSE(s.peer.wait_for_lines(1, 100ms));
+}
+
 // Every set command against each verdict form; -2 timed for two of them.
 // The start runs without a time-out, so its acceptance is the result.
 TEST(program_wire, every_set_command_maps_each_verdict_form) {

@@ -4,6 +4,7 @@
 #include "support/arm_fixture.h"
 
 #include <cmath>
+#include <cstring>
 #include <gtest/gtest.h>
 
 using namespace ka_test;
@@ -135,4 +136,40 @@ TEST(state, every_set_command_maps_each_verdict_form) {
     };
     // clang-format on
     expect_set_outcomes(rows);
+}
+
+// Version texts: each object is read only when the reply has it (the plan
+// texts when it has "plan_info", from "ctrl_info"); a text that is missing or
+// no string names itself and gives -1; each copy stops at its width.
+TEST(state, software_info_reads_each_optional_object_and_names_what_is_missing) {
+    arm_session s;
+    log_capture log;
+    // clang-format off
+    struct { const char *name; std::string reply; int result; const char *logged; } const rows[] = {
+        {"product only", R"("Product_version":"KIVO-B")", 0, "[ka_get_arm_software_info] Product version: KIVO-B"},
+        {"all objects", R"("Product_version":"KIVO-B","algorithm_info":{"version":"A123456789012345678999"},"ctrl_info":{"version":"C1","build_time":"T1"},"dynamic_info":{"model_version":"D12345"},"plan_info":{})", 0, "[ka_get_arm_software_info] Plan build Time: T1"},
+        {"no product", R"("ctrl_info":{"version":"C1","build_time":"T1"})", -1, "[ka_get_arm_software_info] Product version parse err"},
+        {"algorithm without version", R"("Product_version":"KIVO-B","algorithm_info":{})", -1, "[ka_get_arm_software_info] Algorithm version parse err"},
+        {"ctrl version a number", R"("Product_version":"KIVO-B","ctrl_info":{"version":1,"build_time":"T1"})", -1, "[ka_get_arm_software_info] Ctrl version parse err"},
+        {"dynamic without model", R"("Product_version":"KIVO-B","dynamic_info":{"version":"D"})", -1, "[ka_get_arm_software_info] Dynamic model version parse err"},
+    };
+    // clang-format on
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.name);
+        ka_arm_software_version_t v;
+        std::memset(&v, '#', sizeof v);
+        expect_wire(s,
+                    {r.name, [&](ka_robot_handle *h) { return ka_get_arm_software_info(h, &v); },
+                     line("get_arm_software_info"), line("arm_software_info", r.reply), r.result});
+        EXPECT_TRUE(log.contains(r.logged));
+        if (std::string(r.name) == "product only") {
+            EXPECT_EQ(std::string(v.product_version, 10), std::string("KIVO-B\0\0\0\0", 10));
+            EXPECT_EQ(std::string(v.ctrl_version, 10), std::string(10, '#')) << "no ctrl_info";
+        }
+        if (std::string(r.name) == "all objects") {
+            EXPECT_EQ(std::string(v.algorithm_version, 20), "A1234567890123456789");
+            EXPECT_EQ(std::string(v.dynamic_model_version, 5), "D1234");
+            EXPECT_EQ(std::string(v.plan_version, 10), std::string("C1\0\0\0\0\0\0##", 10));
+        }
+    }
 }

@@ -163,3 +163,31 @@ TEST(waypoints, every_set_command_maps_each_verdict_form) {
     // clang-format on
     expect_set_outcomes(rows);
 }
+
+// The page and search text the reply does not echo come from the request:
+// a long search is cut to the record's field and terminated, the bytes after
+// it zeroed; no search reads as empty; a request that failed writes nothing.
+TEST(waypoints, the_record_takes_the_requested_page_and_search_text) {
+    arm_session s;
+    const std::string long_search(KA_SEARCH_TEXT_SIZE + 8, 's');
+    // clang-format off
+    struct { const char *name; const char *search; std::string sent, answer; int result; int page_num; std::string kept; } const rows[] = {
+        {"long search", long_search.c_str(), R"("vague_search":")" + long_search + R"(","page_num":3,"page_size":4)", page({"p1"}), 0, 3, std::string(KA_SEARCH_TEXT_SIZE - 1, 's') + '\0'},
+        {"no search", nullptr, R"("page_num":3,"page_size":4)", page({}), 0, 3, std::string(KA_SEARCH_TEXT_SIZE, '\0')},
+        {"no reply", "x", R"("vague_search":"x","page_num":3,"page_size":4)", "", -2, -1, std::string(KA_SEARCH_TEXT_SIZE, '#')},
+    };
+    // clang-format on
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.name);
+        static ka_waypoint_list_t list;
+        std::memset(&list, '#', sizeof list);
+        list.page_num = list.page_size = -1;
+        const char *search = r.search;
+        expect_wire(
+            s, {r.name,
+                [search](auto h) { return ka_get_global_waypoints_list(h, 3, 4, search, &list); },
+                line(L, r.sent), r.answer.empty() ? "" : line(L, r.answer), r.result});
+        EXPECT_EQ(list.page_num, r.page_num);
+        EXPECT_EQ(std::string(list.vague_search, KA_SEARCH_TEXT_SIZE), r.kept);
+    }
+}

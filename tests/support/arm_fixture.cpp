@@ -14,11 +14,15 @@ arm_session::arm_session(int mode, const std::string &product, int dof) {
     ka_init(mode);
     serve_standard_arm(peer, product, dof);
     arm = ka_create_robot_arm("127.0.0.1", peer.port());
-    if (!arm) {
-        // Reported as the test's failure, where a null arm would crash it.
+    // An arm whose opening queries went unanswered has a handle but no DOF;
+    // every row would then fail on its own, slowly. Reported as the test's
+    // failure, where a null arm would crash it.
+    ka_robot_info_t info{};
+    if (!arm || ka_get_robot_info(arm, &info) != 0) {
         ka_destory();
-        throw std::runtime_error("the arm did not open against the test peer on port " +
-                                 std::to_string(peer.port()));
+        throw std::runtime_error(
+            std::string(arm ? "the arm's opening queries failed" : "the arm did not open") +
+            " against the test peer on port " + std::to_string(peer.port()));
     }
     peer.clear_lines();
 }
