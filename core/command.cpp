@@ -44,30 +44,23 @@ void request::array(const char *key, const int32_t *v, int count) {
 }
 
 namespace {
-int32_t to_wire(as scale, float v) {
-    switch (scale) {
+// Floats travel in thousandths unless the tag names another unit.
+scale::unit unit_of(as tag) {
+    switch (tag) {
+    case as::millionths:
+        return scale::unit::millionths;
+    case as::joint_rate:
+        return scale::unit::joint_rate;
     case as::tenths:
-        return scale::truncate(v * 10.0f);
+        return scale::unit::tenths;
     case as::whole_tenths:
-        return scale::truncate(static_cast<double>(scale::truncate(v)) * 10.0);
-    case as::millionths:
-        return scale::millionths(v);
-    case as::joint_rate:
-        return scale::joint_rate(v);
+        return scale::unit::whole_tenths;
     default:
-        return scale::thousandths(v);
+        return scale::unit::thousandths;
     }
 }
-float from_wire(as scale, int32_t v) {
-    switch (scale) {
-    case as::millionths:
-        return scale::from_millionths(v);
-    case as::joint_rate:
-        return scale::joint_rate_from(v);
-    default:
-        return scale::from_thousandths(v);
-    }
-}
+int32_t to_wire(as tag, float v) { return scale::to_wire(unit_of(tag), v); }
+float from_wire(as tag, int32_t v) { return scale::from_wire(unit_of(tag), v); }
 int32_t int_from_wire(as scale, int32_t v) {
     return scale == as::through_float ? scale::truncate(static_cast<float>(v)) : v;
 }

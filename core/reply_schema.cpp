@@ -25,38 +25,16 @@ int failed(const reading &r, const field &f, const char *label = nullptr) {
     return r.s.fail;
 }
 
-float scaled(scale_tag tag, int32_t v) {
-    switch (tag) {
-    case scale_tag::millidegrees:
-    case scale_tag::thousandths:
-        return scale::from_thousandths(v);
-    case scale_tag::millionths:
-        return scale::from_millionths(v);
-    default:
-        return static_cast<float>(v);
-    }
-}
-
-// The reverse of scaled and put, for i32 and f32 members.
+// The reverse of put, for i32 and f32 members.
 int32_t wire(const field &f, const void *at) {
     if (f.type != target::f32) return *static_cast<const int32_t *>(at);
-    const float v = *static_cast<const float *>(at);
-    switch (f.tag) {
-    case scale_tag::millidegrees:
-        return scale::millidegrees(v);
-    case scale_tag::thousandths:
-        return scale::thousandths(v);
-    case scale_tag::millionths:
-        return scale::millionths(v);
-    default:
-        return scale::truncate(v);
-    }
+    return scale::to_wire(f.tag, *static_cast<const float *>(at));
 }
 
 void put(const field &f, void *at, int32_t v) {
     switch (f.type) {
     case target::f32:
-        *static_cast<float *>(at) = scaled(f.tag, v);
+        *static_cast<float *>(at) = scale::from_wire(f.tag, v);
         break;
     case target::u8:
         *static_cast<uint8_t *>(at) = cmd::low_bits<uint8_t>(v);

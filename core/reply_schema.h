@@ -15,15 +15,9 @@
 
 namespace reply {
 
-// How a wire integer becomes the record's value.
-enum class scale_tag : uint8_t {
-    plain,        // the integer as it is
-    millidegrees, // degrees
-    thousandths,  // millimetres, milliradians, grams: metres, radians, kilograms
-    millionths,   // micrometres: metres
-    whole,        // an unscaled integer kept as a float
-    low_bits,     // the bits that fit a byte or half-word member
-};
+// How a wire integer becomes a float member (integer members take it as it
+// is, bytes and half-words its low bits).
+using scale_tag = scale::unit;
 
 // What the record's member at a field is.
 enum class target : uint8_t { i32, u8, u16, f32, boolean, chars, pose };
@@ -125,7 +119,7 @@ struct field {
     const char *key;
     locator at = nullptr; // null: checked, not kept
     target type = target::i32;
-    scale_tag tag = scale_tag::plain;
+    scale_tag tag = scale_tag::whole;
     int count = 0;   // array entries (cmd::per_joint: the arm's DOF), text limit, list capacity
     size_t size = 0; // bytes of a char array member; bytes of a list entry
     presence need = presence::required;
@@ -322,7 +316,7 @@ int page_record_query::operator()(ka_robot_handle *handle, int page_num, int pag
 
 // ------------------------------------------------------ describing fields
 
-template <auto... Path> constexpr field number(const char *key, scale_tag tag = scale_tag::plain) {
+template <auto... Path> constexpr field number(const char *key, scale_tag tag = scale_tag::whole) {
     return {kind::number, key, detail::at<Path...>, detail::target_of<detail::leaf<Path...>>(),
             tag};
 }
@@ -343,7 +337,7 @@ constexpr field text(const char *key, int limit, text_rule rule = text_rule::pad
 constexpr field checked_text(const char *key) { return {kind::text, key}; }
 // count integers into an array member.
 template <auto... Path>
-constexpr field numbers(const char *key, int count, scale_tag tag = scale_tag::plain) {
+constexpr field numbers(const char *key, int count, scale_tag tag = scale_tag::whole) {
     field f{kind::numbers, key, detail::at<Path...>, detail::target_of<detail::leaf<Path...>>(),
             tag};
     f.count = count;
@@ -380,7 +374,7 @@ template <typename T> constexpr field value(const char *key) {
     return {type == target::boolean ? kind::flag : kind::number, key, element_of<T>, type};
 }
 template <typename T>
-constexpr field values(const char *key, int count, scale_tag tag = scale_tag::plain) {
+constexpr field values(const char *key, int count, scale_tag tag = scale_tag::whole) {
     field f{kind::numbers, key, element_of<T>, detail::target_of<T>(), tag};
     f.count = count;
     return f;

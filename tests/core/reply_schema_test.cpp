@@ -41,7 +41,7 @@ constexpr reply::field scalar_fields[] = {
     reply::number<&sample::count>("n"),
     reply::number<&sample::angle>("a", scale_tag::millidegrees),
     reply::number<&sample::metres>("m", scale_tag::millionths).positive().named("metres"),
-    reply::number<&sample::bits>("b", scale_tag::low_bits).loose(),
+    reply::number<&sample::bits>("b").loose(), // a byte member keeps the low bits
     reply::flag<&sample::on>("on").optional(),
     reply::text<&sample::name>("name", 4).loose(),
     reply::text<&sample::cleared>("c", 4, text_rule::cleared).optional(),
