@@ -50,8 +50,8 @@ constexpr auto get_default = cmd::query<"get_default_run_program">(nullptr, {{"i
 // A blocking start asks the run state (1 running, 0 idle, else again at once) until the program ran and is idle, then takes its own finish; another program's finish keeps it going, the pauses end at a finish. Read directly, one read of the caller's seconds.
 constexpr wait::policy run_wait{.function = "ka_set_program_id_run", .report = wait::finish_report, .awaited_event = 2, .order = wait::read_order::query_first, .poll = wait::poll_kind::program, .running_pause_ms = 1000, .starting_passes = 10, .other_pause_ms = -1, .idle_wait_ms = m_nOutTime, .idle_miss_ends = true, .direct = wait::direct_read::one_read};
 constexpr wait::command start{.accept = cmd::set<"set_program_id_start", "ka_set_program_id_run">("start_state", nullptr, m_nOutTime, {{"id"}, {"speed", cmd::as::nonzero}}), .wait = run_wait, .marks_accepted = true, .id_key = "id"};
-// The list reply is long (up to 10240 bytes) and holds a record per program.
-constexpr cmd::page_query program_list{"ka_get_program_trajectory_list", "get_program_trajectory_list"};
+// The list reply is long (up to 10240 bytes); the search text is echoed only when one was sent.
+constexpr reply::page_record_query program_list{.command = {"ka_get_program_trajectory_list", "get_program_trajectory_list"}, .reply = &program_page_reply, .unsearched = &program_page_unsearched};
 // clang-format on
 
 } // namespace
@@ -66,19 +66,9 @@ int ka_update_program_trajectory(ka_robot_handle *h, int id, int plan_speed, con
 int ka_set_default_run_program(ka_robot_handle *h, int id) { return set_default(h, id); }
 int ka_get_default_run_program(ka_robot_handle *h, int *id) { return get_default(h, id); }
 int ka_set_program_id_run(ka_robot_handle *h, int id, int speed, int timeout) { return start(h, wait::when(timeout), id, speed); }
+int ka_get_program_trajectory_list(ka_robot_handle *h, int page_num, int page_size, const char *vague_search, ka_program_trajectorys_t *list) { return program_list(h, page_num, page_size, vague_search, list); }
 int ka_run_project(ka_robot_handle *h, ka_send_project_t *p, int file_size) { return p ? run_project(h, static_cast<const char *>(cmd::text_of(p->project_path).text), file_size, p->plan_speed, p->step_flag, p->only_save, p->save_id) : -1; }
 // clang-format on
-
-// Irregular: the search text is echoed only when one was sent.
-int ka_get_program_trajectory_list(ka_robot_handle *h, int page_num, int page_size,
-                                   const char *vague_search, ka_program_trajectorys_t *list) {
-    if (!list) return -1;
-    std::vector<char> reply;
-    int n = cmd::run(program_list, h, page_num, page_size, vague_search, reply);
-    if (n < 1) return n;
-    return reply::read(vague_search ? program_page_reply : program_page_unsearched,
-                       program_list.function, reply.data(), *list);
-}
 
 // Irregular: the file goes out raw, in pieces, after "run_project" has announced its size.
 int ka_send_project(ka_robot_handle *handle, ka_send_project_t *project, int *errline) {

@@ -298,7 +298,8 @@ int run(const page_record_query &q, ka_robot_handle *handle, int page_num, int p
     const int n = cmd::run(q.command, handle, page_num, page_size, search, text);
     if (n < 1) return n;
     if (q.echo) q.echo(record, page_num, page_size, search);
-    return read(*q.reply, function, text.data(), record, dof);
+    return read(search || !q.unsearched ? *q.reply : *q.unsearched, function, text.data(), record,
+                dof);
 }
 
 int request(const schema &s, const void *record, ka_request_field *out) {

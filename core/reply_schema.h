@@ -299,6 +299,7 @@ struct page_record_query {
     const schema *reply;
     bool dof_first = false; // the arm's DOF, checked before the request, sizes per-joint entries
     void (*echo)(void *record, int page_num, int page_size, const char *search) = nullptr;
+    const schema *unsearched = nullptr; // read instead of reply when no search text was sent
 
     // -1 for a null record, with nothing sent.
     template <typename Record>
