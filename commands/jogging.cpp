@@ -46,17 +46,17 @@ extern "C" {
 
 // clang-format off
 int ka_set_joint_step(ka_robot_handle *handle, int joint_num, float step, int v, int block) { return block == 0 ? ka_set_joint_step_nblock(handle, joint_num, step, v) : ka_set_joint_step_block(handle, joint_num, step, v, block); }
-int ka_set_pos_step(ka_robot_handle *handle, ka_pos_teach_type_e type, float step, int v, int block) { return block == 0 ? ka_set_pos_step_nblock(handle, type, step, v) : ka_set_pos_step_block(handle, type, step, v, block); }
-int ka_set_ort_step(ka_robot_handle *handle, ka_ort_teach_type_e type, float step, int v, int block) { return block == 0 ? ka_set_ort_step_nblock(handle, type, step, v) : ka_set_ort_step_block(handle, type, step, v, block); }
+int ka_set_pos_step(ka_robot_handle *handle, ka_pos_teach_type_e type, float step, int v, int block) { return block == 0 ? pos_step.sent(handle, v, step, cmd::raw(type)) : pos_step(handle, block, v, step, cmd::raw(type)); }
+int ka_set_ort_step(ka_robot_handle *handle, ka_ort_teach_type_e type, float step, int v, int block) { return block == 0 ? ort_step.sent(handle, v, step, cmd::raw(type)) : ort_step(handle, block, v, step, cmd::raw(type)); }
 int ka_set_joint_step_nblock(ka_robot_handle *h, int joint_num, float step, int v) { return joint_step.sent(h, joint_num, step, v); }
 int ka_set_joint_step_block(ka_robot_handle *h, int joint_num, float step, int v, int block) { return joint_step(h, block, joint_num, step, v); }
-int ka_set_pos_step_nblock(ka_robot_handle *h, ka_pos_teach_type_e type, float step, int v) { return pos_step.sent(h, v, step, type); }
-int ka_set_ort_step_nblock(ka_robot_handle *h, ka_ort_teach_type_e type, float step, int v) { return ort_step.sent(h, v, step, type); }
-int ka_set_pos_step_block(ka_robot_handle *h, ka_pos_teach_type_e type, float step, int v, int block) { return pos_step(h, block, v, step, type); }
-int ka_set_ort_step_block(ka_robot_handle *h, ka_ort_teach_type_e type, float step, int v, int block) { return ort_step(h, block, v, step, type); }
+int ka_set_pos_step_nblock(ka_robot_handle *h, ka_pos_teach_type_e type, float step, int v) { return pos_step.sent(h, v, step, cmd::raw(type)); }
+int ka_set_ort_step_nblock(ka_robot_handle *h, ka_ort_teach_type_e type, float step, int v) { return ort_step.sent(h, v, step, cmd::raw(type)); }
+int ka_set_pos_step_block(ka_robot_handle *h, ka_pos_teach_type_e type, float step, int v, int block) { return pos_step(h, block, v, step, cmd::raw(type)); }
+int ka_set_ort_step_block(ka_robot_handle *h, ka_ort_teach_type_e type, float step, int v, int block) { return ort_step(h, block, v, step, cmd::raw(type)); }
 int ka_set_joint_teach(ka_robot_handle *handle, int joint_num, int dir, int v) { return joint_teach(handle, joint_num, v, dir); }
-int ka_set_pos_teach(ka_robot_handle *handle, ka_pos_teach_type_e type, int dir, int v) { return pos_teach(handle, v, dir, type); }
-int ka_set_ort_teach(ka_robot_handle *handle, ka_ort_teach_type_e type, int dir, int v) { return ort_teach(handle, v, dir, type); }
+int ka_set_pos_teach(ka_robot_handle *handle, ka_pos_teach_type_e type, int dir, int v) { return pos_teach(handle, v, dir, cmd::raw(type)); }
+int ka_set_ort_teach(ka_robot_handle *handle, ka_ort_teach_type_e type, int dir, int v) { return ort_teach(handle, v, dir, cmd::raw(type)); }
 int ka_set_stop_teach(ka_robot_handle *handle) { return stop_teach(handle); }
 int ka_set_teach_frame(ka_robot_handle *handle, int frame_type) { return teach_frame(handle, frame_type); }
 int ka_get_teach_frame(ka_robot_handle *handle, int *frame_type) { return teach_frame_read(handle, frame_type); }

@@ -121,6 +121,15 @@ template <size_t N> field_text<N> text_of(const char (&field)[N]) {
     return t;
 }
 
+// A C caller may pass any int where the header names an enumeration; its
+// bytes are read as an int, never loaded as an enumerator out of range.
+template <typename E> int32_t raw(const E &e) {
+    static_assert(std::is_enum_v<E> && sizeof(E) == sizeof(int32_t));
+    int32_t v;
+    std::memcpy(&v, &e, sizeof v);
+    return v;
+}
+
 // A time-out given in seconds as milliseconds, saturated at the int range.
 constexpr int seconds_to_ms(int seconds) {
     return seconds > INT_MAX / 1000 ? INT_MAX : seconds < INT_MIN / 1000 ? INT_MIN : seconds * 1000;
