@@ -728,7 +728,7 @@ template <class Arm> class redundancy_search {
                 return;
         if (n_aligned_ < k_max_alignments)
             aligned_g_[n_aligned_] = g, aligned_j_[n_aligned_] = j, aligned_p_[n_aligned_++] = p;
-        search_point best, sp;
+        search_point best;
         if (start(p, g, &best)) {
             // Within ik_zyz's aligned band the split is already the reference's.
             if (near_in_limits(best.q))

@@ -53,7 +53,7 @@ ka_quat_t quat_from_rotation(const rot3 &r) {
     const float t = r[0][0] + r[1][1] + r[2][2];
     // k = t > 0 ? 0 : r00 largest ? 1 : r11 > r22 ? 2 : 3, in flag arithmetic.
     const int past_trace = !(t > 0.0f);
-    const int first = (r[0][0] > r[1][1]) & (r[0][0] > r[2][2]);
+    const int first = int{r[0][0] > r[1][1]} & int{r[0][0] > r[2][2]};
     const int second = r[1][1] > r[2][2];
     const int k = past_trace * (1 + (1 - first) * (2 - second));
     const float sum[4] = {t + 1.0f, 1.0f + r[0][0] - r[1][1] - r[2][2],

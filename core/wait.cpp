@@ -250,8 +250,7 @@ int follow_verdict(ka_robot_handle *handle, arm_record &arm, const policy &p, in
 } // namespace
 
 session::session(ka_robot_handle *handle, const policy &p, bool blocking, const char *forget)
-    : handle_(handle), policy_(p), arm_(blocking ? registry_find(handle) : nullptr),
-      blocking_(blocking) {
+    : handle_(handle), policy_(p), arm_(blocking ? registry_find(handle) : nullptr) {
     if (arm_) {
         arm_->blocking_waits.fetch_add(1);
         purge_lines(*arm_, completion_report);

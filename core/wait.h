@@ -147,7 +147,6 @@ class session {
     ka_robot_handle *handle_;
     const policy &policy_;
     arm_ptr arm_;
-    bool blocking_;
 };
 
 // Who reads the connection, as the mode given to ka_init makes it.

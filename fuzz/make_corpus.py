@@ -87,9 +87,14 @@ def reply_seed(line):
     out = bytearray([len(fields)])
     for key, value in fields:
         key_bytes = key.encode()[:31]
-        out += bytes([field_type(value), len(key_bytes)]) + key_bytes
-        if field_type(value) == 2:
+        kind = field_type(value)
+        if kind == 2 and len(value) > 24:
+            kind = 5  # longer than a reply field holds: read as a block
+        out += bytes([kind, len(key_bytes)]) + key_bytes
+        if kind == 2:
             out.append(len(value) % 26)
+        elif kind == 5:
+            out.append(len(value) % 49)
     return bytes(out) + line.encode()
 
 

@@ -3,7 +3,7 @@
 //
 // Input: a field count byte, then per field a type byte, a key byte (below
 // 32: the length of a key that follows literally; else a key of the table
-// below) and, for an integer array, its expected element count; the rest is
+// below) and, for an integer array or block, its expected element count; the rest is
 // the reply text. The first key is also the set verdict's result key.
 #include "core/exchange.h"
 #include "fuzz/fuzz_support.h"
@@ -42,12 +42,14 @@ const char *const known_keys[] = {"command",
                                   "name"};
 
 constexpr int max_fields = 8;
-constexpr int field_type_count = 6; // the five types and one unknown to the parser
+constexpr int field_type_count = 7; // the six types and one unknown to the parser
+constexpr int block_room = 48;      // integers a block field may be given room for
 constexpr unsigned char canary = 0xA5;
 
 struct field_list {
     ka_reply_field fields[max_fields];
     std::string keys[max_fields];
+    int32_t blocks[max_fields][block_room + 1]; // one spare past the largest count
     int count = 0;
 };
 
@@ -65,6 +67,11 @@ void read_fields(fuzz::input &in, field_list &list) {
         field.key = list.keys[i].c_str();
         // One past the capacity too: an array that long must be refused.
         field.count = field.type == KA_FIELD_INT_ARRAY ? in.byte() % (reply_array_capacity + 2) : 0;
+        if (field.type == KA_FIELD_INT_BLOCK) {
+            field.count = in.byte() % (block_room + 1);
+            std::memset(list.blocks[i], canary, sizeof list.blocks[i]);
+            field.value.block = list.blocks[i];
+        }
     }
 }
 
@@ -76,6 +83,7 @@ bool untouched(const void *area, size_t from, size_t to) {
 }
 
 void check_fields(const field_list &list, int result) {
+    const ka_reply_field *const start = list.fields;
     for (int i = 0; i < list.count; ++i) {
         const ka_reply_field &field = list.fields[i];
         const auto &value = field.value;
@@ -99,6 +107,14 @@ void check_fields(const field_list &list, int result) {
             unsigned char stored = *reinterpret_cast<const unsigned char *>(&value);
             FUZZ_CHECK(stored == 0 || stored == 1);
             FUZZ_CHECK(untouched(&value, 1, sizeof value));
+            break;
+        }
+        case KA_FIELD_INT_BLOCK: {
+            // The pointer stays; nothing past count integers is written.
+            const int32_t *block = list.blocks[&field - start];
+            FUZZ_CHECK(value.block == block);
+            size_t used = static_cast<size_t>(field.count) * sizeof block[0];
+            FUZZ_CHECK(untouched(block, used, sizeof list.blocks[0]));
             break;
         }
         case KA_FIELD_ITEM:
