@@ -23,8 +23,8 @@ constexpr reply::schema current_work_reply{current_work_fields, -1, "[%s] Curren
 // The given frames, checked as the common parse checks.
 constexpr reply::field given_tool_fields[] = {reply::text<&frame::frame_name>("tool_name", 10), reply::pose<&frame::pose>("pose"), reply::number<&frame::payload>("payload", thousandths), reply::numbers_into<&frame::x, &frame::y, &frame::z>("position", reply::scale_tag::millionths)};
 constexpr reply::field given_work_fields[] = {reply::checked_text("frame_name"), reply::pose<&frame::pose>("pose")};
-constexpr reply::schema given_tool_reply{given_tool_fields, -3, nullptr, nullptr, true};
-constexpr reply::schema given_work_reply{given_work_fields, -3, nullptr, nullptr, true};
+constexpr reply::schema given_tool_reply = reply::common(given_tool_fields);
+constexpr reply::schema given_work_reply = reply::common(given_work_fields);
 // Name lists: padded with "NULL" entries, under either key; an empty list leaves the caller's count alone.
 constexpr reply::field frame_name_field[] = {reply::text<&ka_frame_name_t::name>(nullptr, KA_NAME_SIZE)};
 constexpr reply::schema frame_name_entry{frame_name_field};
@@ -44,12 +44,8 @@ constexpr reply::schema envelope_reply{envelope_fields, -3, "[%s] parser error!"
 template <ka_frame_t arm_record::*Kept, void (*Follow)(const ka_frame_t &)>
 int keep_frame(const char *, ka_robot_handle *handle, const char *, void *record) {
     const auto &frame = *static_cast<const ka_frame_t *>(record);
-    arm_ptr arm = registry_find(handle);
-    if (!arm) return -1;
-    std::unique_lock<std::mutex> lock(arm->cache_mutex);
-    (*arm).*Kept = frame;
-    lock.unlock(); // the kinematics are not the handle's
-    Follow(frame);
+    if (!reply::keep<Kept>(handle, frame)) return -1;
+    Follow(frame); // outside the handle's lock: the kinematics are not the handle's
     return 0;
 }
 

@@ -32,7 +32,8 @@ constexpr reply::record_query get_push{.command = cmd::query<"get_realtime_push"
 
 // Irregular: each key goes only when set; "custom" is built once the handle is known.
 extern "C" int ka_set_realtime_push(ka_robot_handle *handle, ka_realtime_push_config_t config) {
-    if (!reply::known("ka_get_robot_info", handle)) return -1; // names the lookup, kept so
+    const arm_ptr arm = registry_find_logged("ka_get_robot_info", handle); // the line names it so
+    if (!arm) return -1;
     ka_request_field fields[6] = {cmd::boolean("enable", config.enable)};
     int count = 1;
     if (config.cycle > 0) fields[count++] = cmd::number("cycle", config.cycle);
@@ -40,7 +41,7 @@ extern "C" int ka_set_realtime_push(ka_robot_handle *handle, ka_realtime_push_co
     size_t ip_length = strnlen(config.ip, sizeof config.ip);
     if (ip_length >= 7 && ip_length <= 15) fields[count++] = cmd::text("ip", config.ip);
     // Spelled so on the set side; the controller reports "force_coordinate".
-    if (config.force_coordinate > 0 && has_force_sensor(registry_find(handle).get()))
+    if (config.force_coordinate > 0 && has_force_sensor(arm.get()))
         fields[count++] = cmd::number("force_cordinate", config.force_coordinate);
     cJSON *on_off = cJSON_CreateObject();
     for (const reply::field &f : switches)

@@ -114,6 +114,8 @@ inline void store_public(int32_t &field, int32_t value) {
 // Registry (registry.cpp). Looks a handle up among the registered arms; the
 // returned pointer keeps the record alive while a command uses it.
 arm_ptr registry_find(const ka_robot_handle *handle);
+// As registry_find; an unknown handle is logged as "[label] handle is NULL!".
+arm_ptr registry_find_logged(const char *label, const ka_robot_handle *handle);
 // Current thread mode (ka_thread_mode_e; 2 until ka_init says otherwise).
 int thread_mode();
 // Snapshot of the registered, connected arms (for the receive thread).

@@ -113,9 +113,10 @@ void request::add(const arg &a, const char *v) {
 void request::add(const arg &a, const float *v) {
     if (status) return;
     if (a.scale == as::six_tenths || a.scale == as::six_thousandths) {
+        const as each = a.scale == as::six_tenths ? as::tenths : as::thousandths;
         int32_t w[6];
         for (int i = 0; i < 6; ++i)
-            w[i] = to_wire(a.scale == as::six_tenths ? as::tenths : as::thousandths, v[i]);
+            w[i] = to_wire(each, v[i]);
         array(a.key, w, 6);
         return;
     }
@@ -391,13 +392,12 @@ void forget(const ka_robot_handle *handle, const char *name) {
     if (arm_ptr arm = registry_find(handle)) purge_lines(*arm, name);
 }
 
-int disconnected(const char *function) {
-    ka_log_error("[%s] The robotic arm has been disconnected\n", function);
-    return -1;
-}
 int failed(const char *function, const char *line, int value, int code) {
     ka_log_error(line, function, value);
     return code;
+}
+int disconnected(const char *function) {
+    return failed(function, "[%s] The robotic arm has been disconnected\n");
 }
 
 int arm_dof(const ka_robot_handle *handle) { return dof_of(registry_find(handle)); }

@@ -107,6 +107,12 @@ arm_ptr registry_find(const ka_robot_handle *handle) {
     return find_locked(handle);
 }
 
+arm_ptr registry_find_logged(const char *label, const ka_robot_handle *handle) {
+    arm_ptr arm = registry_find(handle);
+    if (!arm) ka_log_error("[%s] handle is NULL!\n", label);
+    return arm;
+}
+
 int thread_mode() { return current_mode.load(); }
 
 void registry_connected_arms(std::array<arm_ptr, KA_MAX_ARMS> &out) {
@@ -237,11 +243,8 @@ int ka_destory(void) {
 }
 
 int ka_get_robot_info(ka_robot_handle *handle, ka_robot_info_t *info) {
-    arm_ptr arm = registry_find(handle);
-    if (!arm) {
-        ka_log_error("[%s] handle is NULL!\n", "ka_get_robot_info");
-        return -1;
-    }
+    arm_ptr arm = registry_find_logged("ka_get_robot_info", handle);
+    if (!arm) return -1;
     int dof = load_public(arm->pub.arm_dof);
     if (dof == 0) return -2;
     if (!info) return -1;

@@ -1,7 +1,6 @@
 #include "core/reply_schema.h"
 
 #include "core/log.h"
-#include "core/registry.h"
 
 #include <algorithm>
 #include <cstring>
@@ -254,12 +253,6 @@ int read_common(const schema &s, const char *function, const char *text, void *r
 }
 
 } // namespace
-
-bool known(const char *lookup, ka_robot_handle *handle) {
-    if (registry_find(handle)) return true;
-    ka_log_error("[%s] handle is NULL!\n", lookup);
-    return false;
-}
 
 int run(const record_query &q, ka_robot_handle *handle, void *record,
         std::span<const ka_request_field> request) {

@@ -244,15 +244,13 @@ struct record_query {
         return items && count ? (*this)(handle, &p) : -1;
     }
 };
-// False, after "[lookup] handle is NULL!", when the handle is unknown.
-bool known(const char *lookup, ka_robot_handle *handle);
 // 0, the exchange's code, -1 for a lost DOF, or what the reading gives.
 int run(const record_query &q, ka_robot_handle *handle, void *record,
         std::span<const ka_request_field> request);
 
 template <typename Record, typename... V>
 int record_query::operator()(ka_robot_handle *handle, Record *record, V... v) const {
-    if (lookup && !known(lookup, handle)) return -1;
+    if (lookup && !registry_find_logged(lookup, handle)) return -1;
     if (!record || (cmd::is_null(v) || ...)) return -1;
     cmd::request r(command.function, handle);
     int i = 0;
